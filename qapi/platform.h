@@ -1,0 +1,31 @@
+// Inside the base library only: what is asked of the operating system. A port writes another platform_*.cpp.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <thread>
+
+namespace qApi::Platform {
+
+// The number by which the operating system knows the calling thread, and the process.
+std::uint64_t ThreadNumber();
+std::uint64_t ProcessNumber();
+
+// Shows name, cut to what the system keeps, in debuggers and process lists. A refusal is ignored: it is only
+// a label. The thread must not have been joined.
+void NameThread(std::thread& thread, const char* name);
+void NameCurrentThread(const char* name);
+
+// Joins thread if it has ended, without waiting. True when it was joined (it is then no longer joinable).
+bool TryJoin(std::thread& thread);
+
+// Strict numeric forms only; bytes is written on success.
+bool ParseV4(const char* text, std::uint8_t* bytes);
+bool ParseV6(const char* text, std::uint8_t* bytes);
+std::string TextV4(const std::uint8_t* bytes);
+std::string TextV6(const std::uint8_t* bytes);
+
+// The index of the network interface of this name, 0 for none.
+std::uint32_t InterfaceIndex(const char* name);
+
+}  // namespace qApi::Platform

@@ -1,0 +1,92 @@
+#include "tests/qapi/failingnew.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local int countdown = 0;  // 0: off
+thread_local bool failed = false;
+constinit std::atomic<std::ptrdiff_t> live{0};
+
+void* Allocate(std::size_t size) {
+  if (countdown > 0 && --countdown == 0) {
+    failed = true;
+    return nullptr;
+  }
+  void* const block = std::malloc(size != 0 ? size : 1);
+  if (block != nullptr) {
+    live.fetch_add(1, std::memory_order_relaxed);
+  }
+  return block;
+}
+
+void Free(void* block) {
+  if (block != nullptr) {
+    live.fetch_sub(1, std::memory_order_relaxed);
+    std::free(block);
+  }
+}
+
+void* AllocateOrThrow(std::size_t size) {
+  void* const block = Allocate(size);
+  if (block == nullptr) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  return AllocateOrThrow(size);
+}
+void* operator new[](std::size_t size) {
+  return AllocateOrThrow(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void operator delete(void* block) noexcept {
+  Free(block);
+}
+void operator delete[](void* block) noexcept {
+  Free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+  Free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+  Free(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+  Free(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+  Free(block);
+}
+
+namespace ZoTest {
+
+FailingNew::FailingNew(int nth) {
+  failed = false;
+  countdown = nth;
+}
+
+FailingNew::~FailingNew() {
+  countdown = 0;
+}
+
+bool FailingNew::HasFailed() const {
+  return failed;
+}
+
+std::ptrdiff_t LiveAllocations() {
+  return live.load(std::memory_order_relaxed);
+}
+
+}  // namespace ZoTest

@@ -1,0 +1,25 @@
+// Replaces the global operator new by one that a test can make fail.
+//
+// Threads: a failure is set for the calling thread alone; the count is of all threads.
+#pragma once
+
+#include <cstddef>
+
+namespace ZoTest {
+
+// While it lives, the nth allocation (1 is the next) of this thread fails, once.
+class FailingNew {
+ public:
+  explicit FailingNew(int nth);
+  FailingNew(const FailingNew&) = delete;
+  FailingNew& operator=(const FailingNew&) = delete;
+  ~FailingNew();
+
+  // Whether the nth allocation came.
+  bool HasFailed() const;
+};
+
+// Blocks allocated and not freed.
+std::ptrdiff_t LiveAllocations();
+
+}  // namespace ZoTest
