@@ -1,0 +1,385 @@
+// Peers that misbehave: each ends in a clear error and a restored link, and none costs memory without bound.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <future>
+#include <ostream>
+#include <string>
+
+#include "tests/sdk/linkfixture.h"
+
+namespace ZoTest {
+namespace {
+
+using testing::HasSubstr;
+
+// Of /proc/self/status, in bytes.
+std::size_t MemoryNow() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmRSS:")) {
+      return std::stoul(line.substr(6)) * 1024;
+    }
+  }
+  return 0;
+}
+
+struct Hostility {
+  const char* name;
+  std::function<void(FakePeer&)> act;
+
+  friend void PrintTo(const Hostility& hostility, std::ostream* out) { *out << hostility.name; }
+};
+
+// Before the session: what Connect says.
+struct Rudeness : Hostility {
+  const char* complaint;
+};
+
+class HostileHandshake : public LinkTest, public testing::WithParamInterface<Rudeness> {};
+
+TEST_P(HostileHandshake, MakesConnectFailWithAClearSentence) {
+  sensor.SetScript(GetParam().act);
+  const std::size_t before = MemoryNow();
+  std::string text;
+  try {
+    system.Connect();
+  } catch (const std::runtime_error& error) {
+    text = error.what();
+  }
+  EXPECT_THAT(text, HasSubstr("Cannot connect to the sensor at 127.0.0.1, port "));
+  EXPECT_THAT(text, HasSubstr(GetParam().complaint));
+  EXPECT_LT(MemoryNow(), before + (std::size_t{64} << 20));
+  EXPECT_FALSE(system.IsConnected());
+  sensor.SetScript({});
+  sensor.DropAll();
+  system.Connect();
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, HostileHandshake,
+    testing::Values(
+        Rudeness{{"hangs_up_at_once", [](FakePeer& peer) { peer.Drop(); }}, "handshake failed"},
+        Rudeness{{"speaks_garbage",
+                  [](FakePeer& peer) {
+                    peer.ReadUpgrade();
+                    peer.SendBytes(std::string(100, '\xEE') + "\r\n\r\n");
+                  }},
+                 "handshake failed"},
+        Rudeness{{"stops_in_the_middle",
+                  [](FakePeer& peer) {
+                    peer.ReadUpgrade();
+                    peer.SendBytes("HTTP/1.1 101 Switching Proto");
+                  }},
+                 "handshake failed"},
+        Rudeness{{"sends_a_wrong_key",
+                  [](FakePeer& peer) {
+                    peer.ReadUpgrade();
+                    peer.SendBytes(
+                        "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                        "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n");
+                    peer.Swallow();
+                  }},
+                 "handshake failed"},
+        Rudeness{{"redirects",
+                  [](FakePeer& peer) {
+                    peer.ReadUpgrade();
+                    peer.SendBytes(
+                        "HTTP/1.1 302 Found\r\nLocation: http://127.0.0.1:9/\r\nContent-Length: 0\r\n\r\n");
+                    peer.Swallow();
+                  }},
+                 "HTTP status 302"},
+        Rudeness{{"finds_nothing",
+                  [](FakePeer& peer) {
+                    peer.ReadUpgrade();
+                    peer.SendBytes("HTTP/1.1 404 Not Found\r\nContent-Length: 5\r\n\r\nnope!");
+                    peer.Swallow();
+                  }},
+                 "HTTP status 404"},
+        Rudeness{{"fails_with_an_endless_body",
+                  [](FakePeer& peer) {
+                    peer.ReadUpgrade();
+                    peer.SendBytes("HTTP/1.1 500 Oops\r\nContent-Length: 99999999999\r\n\r\n");
+                    while (peer.SendBytes(std::string(65536, 'x'))) {
+                    }
+                  }},
+                 "handshake failed"},
+        Rudeness{{"sends_endless_headers",
+                  [](FakePeer& peer) {
+                    peer.ReadUpgrade();
+                    peer.SendBytes("HTTP/1.1 101 Switching Protocols\r\n");
+                    while (peer.SendBytes("X-More: " + std::string(1000, 'x') + "\r\n")) {
+                    }
+                  }},
+                 "handshake failed"}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+// Inside the session: the link comes back by itself.
+class HostileSession : public LinkTest, public testing::WithParamInterface<Hostility> {};
+
+TEST_P(HostileSession, EndsInARestoredLink) {
+  sensor.SetScript([this](FakePeer& peer) {
+    if (!peer.ReadUpgrade() || !peer.AcceptUpgrade()) {
+      return;
+    }
+    if (peer.number > 1) {
+      sensor.ServeSession(peer);
+      return;
+    }
+    // The first request meets the misbehaviour.
+    while (const auto frame = peer.Receive()) {
+      if (frame->opcode == FakePeer::Text) {
+        break;
+      }
+    }
+    GetParam().act(peer);
+    peer.Swallow();
+  });
+  system.Connect();
+  const std::size_t before = MemoryNow();
+  EXPECT_THAT(FailureOf(Read("/res")), HasSubstr("broke before the answer came"));
+  if (!kSanitized) {  // sanitizers keep freed memory
+    EXPECT_LT(MemoryNow(), before + (std::size_t{256} << 20));
+  }
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  EXPECT_TRUE(system.IsConnected());
+  EXPECT_EQ(sensor.ConnectionCount(), 2U);
+}
+
+// Each costs a trip through the loop, which takes ten times as long in builds without optimisation or with
+// sanitizers.
+#ifdef NDEBUG
+constexpr int tinyFragments = 1000000;
+#else
+constexpr int tinyFragments = 100000;
+#endif
+
+void SendFragments(FakePeer& peer, int count, std::string_view each) {
+  peer.SendFrame(FakePeer::Text, "{\"a\":\"", false);
+  std::string batch;
+  for (int i = 0; i < 1000; ++i) {
+    batch += FakePeer::FrameBytes(FakePeer::Continuation, each, false);
+  }
+  for (int i = 0; i < count && peer.SendBytes(batch); i += 1000) {
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, HostileSession,
+    testing::Values(
+        Hostility{"text_that_is_no_json", [](FakePeer& peer) { peer.Send("hello"); }},
+        Hostility{"json_that_is_no_object", [](FakePeer& peer) { peer.Send("[1,2,3]"); }},
+        Hostility{"empty_message", [](FakePeer& peer) { peer.Send(""); }},
+        Hostility{"truncated_json", [](FakePeer& peer) { peer.Send("{\"id\":1,\"status\":1,\"pay"); }},
+        Hostility{"binary_frame",
+                  [](FakePeer& peer) { peer.SendFrame(FakePeer::Binary, "{\"id\":1,\"status\":1}"); }},
+        Hostility{"invalid_utf8",
+                  [](FakePeer& peer) { peer.Send("{\"id\":1,\"status\":1,\"payload\":\"\xC3(\"}"); }},
+        Hostility{"nesting_of_100000",
+                  [](FakePeer& peer) {
+                    peer.Send("{\"id\":1,\"payload\":" + std::string(100000, '[') + std::string(100000, ']') +
+                              "}");
+                  }},
+        Hostility{"reserved_bits", [](FakePeer& peer) { peer.SendBytes("\xF1\x02{}"); }},
+        Hostility{"masked_frame",
+                  [](FakePeer& peer) { peer.SendBytes(std::string("\x81\x82\0\0\0\0{}", 8)); }},
+        Hostility{"unknown_opcode", [](FakePeer& peer) { peer.SendBytes(std::string("\x83\x00", 2)); }},
+        Hostility{"continuation_of_nothing",
+                  [](FakePeer& peer) { peer.SendFrame(FakePeer::Continuation, "x"); }},
+        Hostility{"fragmented_ping", [](FakePeer& peer) { peer.SendFrame(FakePeer::Ping, "x", false); }},
+        Hostility{"large_ping",
+                  [](FakePeer& peer) { peer.SendFrame(FakePeer::Ping, std::string(200, 'x')); }},
+        Hostility{"truncated_frame",
+                  [](FakePeer& peer) {
+                    peer.SendBytes("\x81\x7E\x10");
+                    peer.Drop();
+                  }},
+        Hostility{"reset_in_a_message",
+                  [](FakePeer& peer) {
+                    peer.SendBytes("\x81\x20{\"id\":1,");
+                    peer.Drop();
+                  }},
+        Hostility{"close_frame", [](FakePeer& peer) { peer.SendFrame(FakePeer::Close, "\x03\xE9"); }},
+        Hostility{"broken_close_frame", [](FakePeer& peer) { peer.SendFrame(FakePeer::Close, "x"); }},
+        Hostility{"claims_a_frame_of_2_to_the_62",
+                  [](FakePeer& peer) { peer.SendBytes(std::string("\x81\x7F\x40\0\0\0\0\0\0\0{\"", 12)); }},
+        Hostility{"frame_of_65_mib",
+                  [](FakePeer& peer) {
+                    peer.SendBytes(std::string("\x81\x7F\0\0\0\0\x04\x10\0\0", 10));
+                    for (int i = 0; i < 65 && peer.SendBytes(std::string(1 << 20, ' ')); ++i) {
+                    }
+                  }},
+        Hostility{"fragments_of_65_mib",
+                  [](FakePeer& peer) { SendFragments(peer, 66000, std::string(1024, ' ')); }},
+        Hostility{"very_many_tiny_fragments",
+                  [](FakePeer& peer) {
+                    SendFragments(peer, tinyFragments, "x");
+                    peer.SendFrame(FakePeer::Continuation, "}", true);
+                  }},
+        Hostility{"very_many_empty_fragments",
+                  [](FakePeer& peer) {
+                    SendFragments(peer, tinyFragments, "");
+                    peer.Drop();
+                  }},
+        Hostility{"garbage_after_the_handshake",
+                  [](FakePeer& peer) {
+                    std::string bytes;
+                    for (unsigned i = 0; i < 10000; ++i) {
+                      bytes += static_cast<char>(i * 2654435761U >> 13);
+                    }
+                    peer.SendBytes(bytes);
+                  }}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+class Hostile : public LinkTest {};
+
+TEST_F(Hostile, BadMessageIsAnsweredByTheFittingCloseCode) {
+  system.Connect();
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  sensor.Push("no object");
+  EXPECT_TRUE(sensor.WaitForClose(1007));
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+    if (request.method == "update") {
+      peer.SendBytes(std::string("\x81\x7F\0\0\0\0\x04\0\0\x01{\"id\"", 15));  // one byte more than 64 MiB
+    } else {
+      FakeSensor::Grant(peer, request);
+    }
+  });
+  system.Client().Update("/res", ZoJson::Of(1), ZoJson());
+  EXPECT_TRUE(sensor.WaitForClose(1009));
+}
+
+TEST_F(Hostile, PingFloodIsAnsweredAndStarvesNobody) {
+  std::atomic<bool> ends{false};
+  std::thread flood;
+  sensor.SetResponder([&](FakePeer& peer, const FakeRequest& request) {
+    if (request.uri == "/flood") {
+      flood = std::thread([&] {
+        std::string pings;
+        for (int i = 0; i < 100; ++i) {
+          pings += FakePeer::FrameBytes(FakePeer::Ping, "12345678");
+        }
+        for (int i = 0; i < 500 && !ends && peer.SendBytes(pings); ++i) {
+        }
+      });
+    }
+    FakeSensor::Grant(peer, request);
+  });
+  system.Connect();
+  const std::size_t before = MemoryNow();
+  EXPECT_EQ(FailureOf(Read("/flood")), "");
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(FailureOf(Read("/res")), "");
+  }
+  if (!kSanitized) {
+    EXPECT_LT(MemoryNow(), before + (std::size_t{64} << 20));
+  }
+  ends = true;
+  sensor.DropAll();
+  flood.join();
+}
+
+TEST_F(Hostile, PushesOfEndlesslyManyResourcesCostBoundedMemoryWhileAHandlerBlocks) {
+  std::promise<void> leave;
+  auto left = leave.get_future().share();
+  std::atomic<bool> blocked{false};
+  const EndFirst endFirst(*this);
+  pushes.SetHook([&](const Arrival&) {
+    if (!blocked.exchange(true)) {
+      left.wait();
+    }
+  });
+  system.Connect();
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  const std::size_t before = MemoryNow();
+  std::atomic<bool> sent{false};
+  std::thread flood([&] {
+    const std::string payload = "\"" + std::string(100000, 'x') + "\"";
+    for (int i = 0; i < 2000 && sensor.Push(PushText("stream", "/s" + std::to_string(i), payload)); ++i) {
+    }
+    sent = true;
+  });
+  // A caller drives meanwhile, so that the pushes are read although the own thread is blocked.
+  EXPECT_NE(FailureOf(Read("/behind_the_flood"), second / 2), "answered");
+  if (!kSanitized) {
+    EXPECT_LT(MemoryNow(), before + (std::size_t{256} << 20));
+  }
+  leave.set_value();
+  flood.join();
+  EXPECT_TRUE(sent);
+  EXPECT_TRUE(pushes.WaitForCount(2000)) << "reading goes on once the handler does";
+}
+
+TEST_F(Hostile, PeerThatSendsPushesButReadsNothingIsLost) {
+  std::atomic<bool> stop{false};
+  const EndFirst endFirst(*this);
+  sensor.SetScript([&](FakePeer& peer) {
+    if (peer.ReadUpgrade() && peer.AcceptUpgrade()) {
+      if (peer.number > 1) {
+        sensor.ServeSession(peer);
+        return;
+      }
+      while (!stop && peer.Send("{\"event\":\"stream\",\"uri\":\"/s\",\"payload\":1}")) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the peer's own pace
+      }
+    }
+  });
+  system.Connect();
+  EXPECT_NE(FailureOf(Read("/a"), second / 10), "");
+  EXPECT_NE(FailureOf(Read("/b"), second / 10), "");
+  EXPECT_TRUE(sensor.WaitForConnections(2));
+  EXPECT_EQ(FailureOf(Read("/c")), "");
+  stop = true;
+}
+
+// A stream whose pushes end the session, each in its own way.
+struct Poison {
+  const char* name;
+  std::uint8_t opcode;
+  std::string message;
+  std::string rest = {};  // in a second frame
+};
+
+class HostilePoison : public Hostile, public testing::WithParamInterface<Poison> {};
+
+TEST_P(HostilePoison, StreamThatEndedTwoSessionsIsNotRestoredAtOnce) {
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+    FakeSensor::Grant(peer, request);
+    if (request.uri == "/poison") {
+      const Poison& poison = GetParam();
+      peer.SendFrame(poison.opcode, poison.message, poison.rest.empty());
+      if (!poison.rest.empty()) {
+        peer.SendFrame(FakePeer::Continuation, poison.rest);
+      }
+    }
+  });
+  system.Connect();
+  EXPECT_EQ(FailureOf(StartStream("/fine")), "");
+  EXPECT_EQ(FailureOf(StartStream("/poison")), "");
+  ASSERT_TRUE(sensor.WaitForConnections(3));
+  ASSERT_TRUE(sensor.WaitForRequest("startStream", "/fine", 3));
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  EXPECT_EQ(sensor.CountRequests("startStream", "/poison"), 2U);
+  EXPECT_EQ(sensor.ConnectionCount(), 3U) << "the third session lasts";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, HostilePoison,
+    testing::Values(Poison{"too_deep", FakePeer::Text,
+                           "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":" + std::string(300, '[') +
+                               std::string(300, ']') + "}"},
+                    Poison{"uri_behind_the_payload", FakePeer::Text,
+                           "{\"event\":\"stream\",\"payload\":" + std::string(9000, '[') +
+                               std::string(9000, ']') + ",\"uri\":\"/poison\"}"},
+                    Poison{"binary", FakePeer::Binary,
+                           "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":1}"},
+                    Poison{"no_utf8_in_a_later_piece", FakePeer::Text,
+                           "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":\"", "\xFF\"}"}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+}  // namespace
+}  // namespace ZoTest

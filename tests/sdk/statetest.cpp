@@ -1,0 +1,671 @@
+// The link's decisions, at times that the tests choose.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "zovyrnsdk/link/backoff.h"
+#include "zovyrnsdk/link/driver.h"
+#include "zovyrnsdk/link/eventloop.h"
+#include "zovyrnsdk/link/incoming.h"
+#include "zovyrnsdk/link/linkstate.h"
+#include "zovyrnsdk/link/outgoing.h"
+#include "zovyrnsdk/link/pushqueue.h"
+#include "zovyrnsdk/link/readbrake.h"
+#include "zovyrnsdk/link/restorer.h"
+#include "zovyrnsdk/link/watchdog.h"
+#include "zovyrnsdk/zorequesterror.h"
+
+namespace ZoSdk {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const Time start = Time{} + std::chrono::hours(1);
+
+Push PushOf(const std::string& uri, int value) {
+  Push push;
+  push.document.Set("uri", uri);
+  push.document.Set("payload", value);
+  push.bytes = 100;
+  return push;
+}
+
+std::vector<int> Values(const std::vector<Push>& pushes) {
+  std::vector<int> values;
+  for (const Push& push : pushes) {
+    values.push_back(push.document.At("payload").Get<int>());
+  }
+  return values;
+}
+
+TEST(PushQueue, FirstPushIsDueAtOnceTheNextTwoMillisecondsLater) {
+  PushQueue queue;
+  queue.Offer("/a", PushOf("/a", 1), start);
+  EXPECT_THAT(Values(queue.TakeDue(start, 9)), ElementsAre(1));
+  queue.Offer("/a", PushOf("/a", 2), start + milliseconds(1));
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(2));
+  EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(1), 9)), ElementsAre());
+  EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(2), 9)), ElementsAre(2));
+  EXPECT_EQ(queue.NextDue(), never);
+}
+
+TEST(PushQueue, OfThoseThatWaitTheNewestWins) {
+  PushQueue queue;
+  queue.Offer("/a", PushOf("/a", 1), start);
+  queue.TakeDue(start, 9);
+  for (int i = 2; i < 6; ++i) {
+    queue.Offer("/a", PushOf("/a", i), start + milliseconds(1));
+  }
+  EXPECT_EQ(queue.Waiting(), 1U);
+  EXPECT_EQ(queue.Bytes(), 100U);
+  EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(2), 9)), ElementsAre(5));
+  EXPECT_EQ(queue.Bytes(), 0U);
+}
+
+TEST(PushQueue, ResourcesDoNotHoldEachOtherBack) {
+  PushQueue queue;
+  queue.Offer("/a", PushOf("/a", 1), start);
+  queue.Offer("/b", PushOf("/b", 2), start);
+  queue.Offer("/c", PushOf("/c", 3), start);
+  EXPECT_THAT(Values(queue.TakeDue(start, 2)), ElementsAre(1, 2));
+  EXPECT_THAT(Values(queue.TakeDue(start, 2)), ElementsAre(3));
+}
+
+TEST(PushQueue, AnswerDropsWhatWaitsAndHoldsBackWhatFollows) {
+  PushQueue queue;
+  queue.Offer("/a", PushOf("/a", 1), start);
+  queue.AnswerArrived("/a", false, start);
+  EXPECT_EQ(queue.Waiting(), 0U);
+  EXPECT_EQ(queue.Bytes(), 0U);
+  queue.Offer("/a", PushOf("/a", 2), start + milliseconds(1));
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(2));
+}
+
+TEST(PushQueue, AnswerThatIsAwaitedCountsFromWhenItWasTaken) {
+  PushQueue queue;
+  queue.AnswerArrived("/a", true, start);
+  queue.Offer("/a", PushOf("/a", 2), start);
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(4)) << "not for ever";
+  queue.AnswerTaken("/a", start + milliseconds(1));
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(3));
+  queue.AnswerTaken("/a", start + milliseconds(3));
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(4)) << "at the latest";
+}
+
+TEST(PushQueue, ContentOfAGrantedStreamTakesThePlaceOfWhatWaits) {
+  PushQueue queue;
+  queue.Offer("/a", PushOf("/a", 1), start);
+  queue.Refresh("/a", ZoJson::Of(2), 7, start);
+  EXPECT_EQ(queue.Bytes(), 7U);
+  EXPECT_THAT(Values(queue.TakeDue(start, 9)), ElementsAre(2));
+}
+
+TEST(PushQueue, ForgetsResourcesThatAreQuiet) {
+  PushQueue queue;
+  Time now = start;
+  for (int i = 0; i < 100000; ++i) {
+    now += milliseconds(1);
+    const std::string uri = "/r" + std::to_string(i);
+    queue.Offer(uri, PushOf(uri, i), now);
+    EXPECT_THAT(Values(queue.TakeDue(now, 9)), ElementsAre(i));
+  }
+  EXPECT_LE(queue.Remembered(), 2048U);
+}
+
+TEST(PushQueue, IsFullBeyondItsLimits) {
+  PushQueue queue;
+  Push large = PushOf("/a", 1);
+  large.bytes = std::size_t{33} << 20;
+  queue.Offer("/a", large, start);
+  EXPECT_TRUE(queue.Full());
+  queue.TakeDue(start, 1);
+  EXPECT_FALSE(queue.Full());
+}
+
+TEST(ReadBrake, BrakesOnlyWhatNeverAnsweredAndProbesEveryFiveSeconds) {
+  ReadBrake brake;
+  EXPECT_EQ(brake.Read("/mute", start), ReadBrake::Ruling::Send);
+  brake.ReadUnanswered("/mute", start);
+  EXPECT_EQ(brake.Read("/mute", start + seconds(4)), ReadBrake::Ruling::Answer);
+  EXPECT_EQ(brake.Read("/mute", start + seconds(5)), ReadBrake::Ruling::AnswerAndProbe);
+  EXPECT_EQ(brake.Read("/mute", start + seconds(6)), ReadBrake::Ruling::Answer);
+  EXPECT_EQ(brake.Read("/other", start), ReadBrake::Ruling::Send);
+  brake.Answered("/mute");
+  EXPECT_EQ(brake.Read("/mute", start + seconds(6)), ReadBrake::Ruling::Send);
+  brake.ReadUnanswered("/mute", start + seconds(7));
+  EXPECT_EQ(brake.Read("/mute", start + seconds(7)), ReadBrake::Ruling::Send) << "it has answered before";
+}
+
+TEST(ReadBrake, WordWithoutContentLiftsTheBrakeForNow) {
+  ReadBrake brake;
+  brake.ReadUnanswered("/a", start);
+  brake.Spoken("/a");
+  EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::Send);
+  brake.ReadUnanswered("/a", start);
+  EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::Answer);
+}
+
+TEST(ReadBrake, PushCountsAsAnswer) {
+  ReadBrake brake;
+  brake.ReadUnanswered("/a", start);
+  brake.Pushed("/a");
+  EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::Send);
+  brake.ReadUnanswered("/a", start);
+  EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::Send);
+}
+
+TEST(ReadBrake, NewSessionIsProbedAtOnce) {
+  ReadBrake brake;
+  brake.ReadUnanswered("/a", start);
+  brake.SessionOpened();
+  EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::AnswerAndProbe);
+  EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::Answer);
+}
+
+const Restorer::Key streamA{Restorer::Kind::Stream, "/a"};
+const Restorer::Key streamB{Restorer::Kind::Stream, "/b"};
+const Restorer::Key subA{Restorer::Kind::Subscription, "/a/*"};
+
+TEST(Restorer, AsksInTheOrderOfGranting) {
+  Restorer restorer;
+  restorer.Granted(streamB, 1);
+  restorer.Granted(subA, 2);
+  restorer.Granted(streamA, 3);
+  EXPECT_EQ(restorer.Next(start), std::nullopt);
+  restorer.SessionLost(start);
+  EXPECT_EQ(restorer.Next(start), streamB);
+  EXPECT_EQ(restorer.Next(start), subA);
+  EXPECT_EQ(restorer.Next(start), streamA);
+  EXPECT_EQ(restorer.Next(start), std::nullopt);
+}
+
+TEST(Restorer, RefusedWishWaitsThreeSeconds) {
+  Restorer restorer;
+  restorer.Granted(streamA, 4);
+  restorer.SessionLost(start);
+  EXPECT_EQ(restorer.Next(start), streamA);
+  restorer.Refused(streamA, start);
+  EXPECT_EQ(restorer.NextDue(), start + seconds(3));
+  EXPECT_EQ(restorer.Next(start + milliseconds(2999)), std::nullopt);
+  EXPECT_EQ(restorer.Next(start + seconds(3)), streamA);
+  EXPECT_TRUE(restorer.Restored(streamA));
+  EXPECT_EQ(restorer.NextDue(), never);
+}
+
+TEST(Restorer, CancellingTellsWhetherTheSensorMustBeTold) {
+  Restorer restorer;
+  EXPECT_EQ(restorer.Cancel(streamA), Restorer::Cancelled::Nothing);
+  restorer.Granted(streamA, 5);
+  EXPECT_EQ(restorer.Cancel(streamA), Restorer::Cancelled::Active);
+  restorer.Granted(streamA, 6);
+  restorer.SessionLost(start);
+  EXPECT_EQ(restorer.Cancel(streamA), Restorer::Cancelled::Waiting);
+  EXPECT_EQ(restorer.Next(start), std::nullopt);
+  restorer.Granted(streamA, 7);
+  restorer.SessionLost(start);
+  restorer.Next(start);
+  EXPECT_EQ(restorer.Cancel(streamA), Restorer::Cancelled::Waiting);
+  EXPECT_FALSE(restorer.Restored(streamA));
+}
+
+TEST(Restorer, WhatEndedTwoSessionsComesLastAndOnceAMinute) {
+  Restorer restorer;
+  restorer.Granted(streamA, 8);
+  restorer.Granted(streamB, 9);
+  restorer.Blame("/a");
+  restorer.SessionLost(start);
+  EXPECT_EQ(restorer.Next(start), streamA) << "once may be chance";
+  restorer.Blame("/a");
+  restorer.SessionLost(start + seconds(1));
+  EXPECT_EQ(restorer.Next(start + seconds(1)), streamB);
+  EXPECT_EQ(restorer.NextDue(), start + seconds(60));
+  EXPECT_EQ(restorer.Next(start + seconds(60)), streamA);
+  restorer.SessionLost(start + seconds(61));
+  EXPECT_EQ(restorer.Next(start + seconds(61)), streamB);
+  EXPECT_EQ(restorer.Next(start + seconds(61)), std::nullopt);
+  restorer.SessionLost(start + seconds(200));
+  EXPECT_EQ(restorer.Next(start + seconds(200)), streamB) << "last, also when it is due";
+  EXPECT_EQ(restorer.Next(start + seconds(200)), streamA);
+}
+
+TEST(Restorer, PatternsNameTheirResources) {
+  EXPECT_TRUE(PatternMatches("/a", "/a"));
+  EXPECT_FALSE(PatternMatches("/a", "/a/b"));
+  EXPECT_TRUE(PatternMatches("/a/*", "/a"));
+  EXPECT_TRUE(PatternMatches("/a/*", "/a/b/c"));
+  EXPECT_FALSE(PatternMatches("/a/*", "/ab"));
+  EXPECT_TRUE(PatternMatches("*", "/x"));
+  EXPECT_TRUE(PatternMatches("/*", "/x"));
+}
+
+TEST(Watchdog, PingsEachSecondAndGivesUpAfterThreeOfSilence) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  EXPECT_EQ(dog.Step(start + milliseconds(999)), Watchdog::Verdict::Healthy);
+  EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Ping);
+  EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Healthy);
+  EXPECT_EQ(dog.NextDue(), start + seconds(2));
+  EXPECT_EQ(dog.Step(start + seconds(2)), Watchdog::Verdict::Ping);
+  EXPECT_EQ(dog.Step(start + seconds(3)), Watchdog::Verdict::Silent);
+  dog.BytesArrived(start + seconds(3));
+  EXPECT_EQ(dog.Step(start + seconds(3)), Watchdog::Verdict::Ping);
+  EXPECT_EQ(dog.Step(start + seconds(6)), Watchdog::Verdict::Silent);
+}
+
+TEST(Watchdog, TimeInWhichNobodyListenedDoesNotCount) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  dog.Deaf(seconds(10), start + seconds(10));
+  EXPECT_EQ(dog.Step(start + seconds(11)), Watchdog::Verdict::Ping);
+  EXPECT_EQ(dog.Step(start + seconds(13)), Watchdog::Verdict::Silent);
+}
+
+TEST(Watchdog, DeafTimeNeverReachesIntoTheFuture) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  dog.BytesArrived(start + seconds(10));
+  dog.Deaf(seconds(10), start + seconds(11));
+  EXPECT_NE(dog.Step(start + milliseconds(13999)), Watchdog::Verdict::Silent);
+  EXPECT_EQ(dog.Step(start + seconds(14)), Watchdog::Verdict::Silent);
+}
+
+TEST(Watchdog, TwoUnansweredRequestsInARowAskForASignWithinASecond) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  EXPECT_FALSE(dog.RequestUnanswered(start));
+  dog.AnswerArrived();
+  EXPECT_FALSE(dog.RequestUnanswered(start)) << "not in a row";
+  EXPECT_TRUE(dog.RequestUnanswered(start));
+  EXPECT_FALSE(dog.RequestUnanswered(start)) << "asked already";
+  EXPECT_NE(dog.Step(start + milliseconds(999)), Watchdog::Verdict::Mute);
+  EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
+  dog.AnswerArrived();
+  EXPECT_NE(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
+}
+
+TEST(Backoff, FirstAtOnceThenDoublingToThreeSecondsWithJitter) {
+  for (std::uint32_t seed = 1; seed < 50; ++seed) {
+    Backoff backoff(seed);
+    EXPECT_EQ(backoff.Next(), Duration::zero());
+    for (const int full : {100, 200, 400, 800, 1600, 3000, 3000, 3000}) {
+      const Duration pause = backoff.Next();
+      EXPECT_LE(pause, milliseconds(full));
+      EXPECT_GE(pause, milliseconds(full - full / 4));
+    }
+    backoff.SessionLasted(seconds(9));
+    EXPECT_GE(backoff.Next(), milliseconds(2250));
+    backoff.SessionLasted(seconds(10));
+    EXPECT_EQ(backoff.Next(), Duration::zero());
+  }
+}
+
+TEST(Outgoing, TellsUtf8FromOtherBytes) {
+  for (const char* good : {"", "plain", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xED\x9F\xBF",
+                           "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF", "\xE0\xA0\x80"}) {
+    EXPECT_TRUE(IsUtf8(good)) << good;
+  }
+  for (const char* bad :
+       {"\x80", "\xC3", "\xC3(", "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE2\x82", "\xED\xA0\x80",
+        "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF", "ok\xFE"}) {
+    EXPECT_FALSE(IsUtf8(bad)) << bad;
+  }
+}
+
+TEST(Outgoing, MeasuresNestingOutsideOfStrings) {
+  EXPECT_EQ(NestingOf("1"), 0);
+  EXPECT_EQ(NestingOf("[[],[[]]]"), 3);
+  EXPECT_EQ(NestingOf("{\"[[[[\":\"\\\"[[\"}"), 1);
+}
+
+TEST(Incoming, SuspectIsNamedAtEitherEndOfTheMessage) {
+  const std::string filler(100000, 'x');
+  const Suspect first = SuspectOf("{\"uri\":\"/a\",\"payload\":\"" + filler);
+  EXPECT_EQ(first.uri, "/a");
+  const Suspect last = SuspectOf("{\"payload\":[\"" + filler + "\",{\"uri\":\"/inner\"}],\"uri\" : \"/b\"}}");
+  EXPECT_EQ(last.uri, "/b");
+  EXPECT_EQ(last.id, std::nullopt);
+  EXPECT_EQ(SuspectOf("{\"payload\":1,\"id\":17").id, 17U);
+  EXPECT_EQ(SuspectOf(filler).uri, std::nullopt);
+}
+
+TEST(Driver, FaultOfTheLoopLeavesItFitToBeDriven) {
+  EventLoop loop;
+  Driver driver(loop, [] {});
+  std::atomic<bool> done{false};
+  const auto fail = [] { throw std::bad_alloc(); };
+  loop.Post(fail);
+  EXPECT_THROW(driver.Await(done, Clock::now() + seconds(60)), std::bad_alloc);
+  loop.Post([&] { done = true; });
+  driver.Notify();
+  driver.Await(done, Clock::now() + seconds(60));
+  EXPECT_TRUE(done);
+}
+
+TEST(Driver, FaultInTheOwnThreadsTurnLeavesItFitToBeDriven) {
+  EventLoop loop;
+  Driver driver(loop, [] {});
+  loop.Post([] { throw std::bad_alloc(); });
+  EXPECT_THROW(driver.Serve(Clock::now() + seconds(60)), std::bad_alloc);
+  std::atomic<bool> done{false};
+  loop.Post([&] { done = true; });
+  driver.Await(done, Clock::now() + seconds(60));
+  EXPECT_TRUE(done);
+}
+
+TEST(Driver, FaultAtTakeOverLeavesItFitToBeDriven) {
+  EventLoop loop;
+  bool fail = true;
+  Driver driver(loop, [&] {
+    if (std::exchange(fail, false)) {
+      throw std::bad_alloc();
+    }
+  });
+  std::atomic<bool> done{false};
+  loop.Post([&] { done = true; });
+  EXPECT_THROW(driver.Await(done, Clock::now() + seconds(60)), std::bad_alloc);
+  driver.Await(done, Clock::now() + seconds(60));
+  EXPECT_TRUE(done);
+}
+
+// The whole state, as the connection uses it.
+class State : public testing::Test {
+ protected:
+  using Pending = std::shared_ptr<ZoPendingRequest>;
+
+  Pending Ask(ZoRequestMethod method, const std::string& uri) {
+    auto pending = std::make_shared<ZoPendingRequest>();
+    state.Request(method, uri, ComposeRequest(method, uri, nullptr), pending, now);
+    return pending;
+  }
+
+  std::vector<std::string> Sent() {
+    std::vector<std::string> messages;
+    while (auto message = state.NextMessage(now)) {
+      messages.push_back(std::move(*message));
+    }
+    return messages;
+  }
+
+  void Receive(const std::string& text) { state.Receive(ReadIncoming(text), now); }
+
+  static std::string Outcome(const Pending& pending) {
+    if (!pending->Settled()) {
+      return "pending";
+    }
+    try {
+      return pending->Take().Raw().ToString();
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+  }
+
+  LinkState state;
+  Time now = start;
+};
+
+TEST_F(State, RequestsGoOutInOrderWithRisingIds) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Read, "/a");
+  Ask(ZoRequestMethod_Delete, "/b\"");
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":1,\"method\":\"read\",\"uri\":\"/a\"}",
+                                  "{\"id\":2,\"method\":\"delete\",\"uri\":\"/b\\\"\"}"));
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Read, "/c");
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":3,\"method\":\"read\",\"uri\":\"/c\"}"));
+}
+
+TEST_F(State, UnsentRequestsOutliveTheSessionAndSentOnesDoNot) {
+  state.SessionOpened(now);
+  const Pending sent = Ask(ZoRequestMethod_Read, "/sent");
+  Sent();
+  const Pending waiting = Ask(ZoRequestMethod_Read, "/waiting");
+  state.SessionLost("cut", now);
+  EXPECT_THAT(Outcome(sent), HasSubstr("broke before the answer came: cut."));
+  EXPECT_EQ(Outcome(waiting), "pending");
+  state.SessionOpened(now);
+  EXPECT_EQ(Sent().size(), 1U);
+}
+
+TEST_F(State, OutageCostsNoMemory) {
+  for (int i = 0; i < 10000; ++i) {
+    const Pending pending = Ask(ZoRequestMethod_Update, "/r" + std::to_string(i));
+    now += milliseconds(1);
+    state.TimeOut(pending, 1000, now);
+    EXPECT_THAT(Outcome(pending), HasSubstr("was down for 0.001 s"));
+  }
+  EXPECT_EQ(state.Requests().Size(), 0U);
+  EXPECT_LE(state.Requests().QueueLength(), 128U);
+  for (int i = 0; i < 100; ++i) {
+    Ask(ZoRequestMethod_Update, "/nobody_waits");
+  }
+  now += seconds(4);
+  state.Step(now);
+  EXPECT_EQ(state.Requests().Size(), 0U);
+}
+
+TEST_F(State, SensorThatLeavesRequestsUnansweredIsAskedAfter) {
+  state.SessionOpened(now);
+  for (const char* uri : {"/a", "/b"}) {
+    const Pending pending = Ask(ZoRequestMethod_Read, uri);
+    Sent();
+    state.TimeOut(pending, 1, now);
+  }
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":3,\"method\":\"read\",\"uri\":\"/system\"}"));
+  now += milliseconds(500);
+  EXPECT_EQ(state.Step(now), Watchdog::Verdict::Healthy);
+  now += milliseconds(500);
+  EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
+}
+
+TEST_F(State, RefusedReadMayBeBrakedLater) {
+  state.SessionOpened(now);
+  const Pending refused = Ask(ZoRequestMethod_Read, "/typo");
+  Sent();
+  Receive("{\"id\":1,\"status\":-404,\"uri\":\"/typo\",\"payload\":null}");
+  const Pending unanswered = Ask(ZoRequestMethod_Read, "/typo");
+  Sent();
+  state.TimeOut(unanswered, 1, now);
+  EXPECT_THAT(Outcome(Ask(ZoRequestMethod_Read, "/typo")), HasSubstr("-599"));
+}
+
+TEST_F(State, ReadThatBroughtContentIsNeverBraked) {
+  state.SessionOpened(now);
+  const Pending answered = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"/a\",\"payload\":1}");
+  const Pending unanswered = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  state.TimeOut(unanswered, 1, now);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")), "pending");
+}
+
+TEST_F(State, AnswerThatNobodyTakesDropsNoPush) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/a");
+  Pending read = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"/a\",\"payload\":1}");
+  Receive("{\"event\":\"stream\",\"uri\":\"/a\",\"payload\":2}");
+  read.reset();
+  Receive("{\"id\":2,\"status\":1,\"uri\":\"/a\",\"payload\":1}");
+  EXPECT_EQ(state.Pushes().Waiting(), 1U);
+  const Pending kept = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  Receive("{\"id\":3,\"status\":1,\"uri\":\"/a\",\"payload\":3}");
+  EXPECT_EQ(state.Pushes().Waiting(), 0U);
+}
+
+TEST_F(State, RequestStuckBehindOthersOnALiveLinkIsNoOutage) {
+  state.SessionOpened(now);
+  const Pending stuck = Ask(ZoRequestMethod_Read, "/a");
+  now += seconds(2);
+  state.TimeOut(stuck, 2000000, now);
+  EXPECT_EQ(Outcome(stuck), "The request could not be sent to the sensor within 2 s.");
+  EXPECT_EQ(state.Brake().BrakedCount(), 0U);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")), "pending");
+}
+
+// Whether the stream comes back with the next session.
+class StreamOrder : public State {
+ protected:
+  StreamOrder() { state.SessionOpened(now); }
+  void Answer(int id) {
+    Receive("{\"id\":" + std::to_string(id) + ",\"status\":1,\"uri\":\"/s\",\"payload\":1}");
+  }
+  std::size_t Restored() {
+    state.SessionLost("cut", now);
+    state.SessionOpened(now);
+    return Sent().size();
+  }
+};
+
+TEST_F(StreamOrder, StopAfterStartEndsItWhicheverIsAnsweredFirst) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Ask(ZoRequestMethod_StopStream, "/s");
+  Sent();
+  Answer(2);
+  Answer(1);
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+  EXPECT_EQ(Restored(), 0U);
+}
+
+TEST_F(StreamOrder, StartAfterStopKeepsItWhicheverIsAnsweredFirst) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Ask(ZoRequestMethod_StopStream, "/s");
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  Answer(3);
+  Answer(2);
+  Answer(1);
+  EXPECT_EQ(Restored(), 1U);
+}
+
+TEST_F(StreamOrder, RefusalOfAnEarlierStartDoesNotEndALaterOne) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  Answer(2);
+  Receive("{\"id\":1,\"status\":-503,\"payload\":null}");
+  EXPECT_EQ(Restored(), 1U);
+}
+
+TEST_F(State, LateAnswerLiftsTheBrake) {
+  state.SessionOpened(now);
+  const Pending unanswered = Ask(ZoRequestMethod_Read, "/slow");
+  Sent();
+  state.TimeOut(unanswered, 1, now);
+  EXPECT_EQ(state.Brake().BrakedCount(), 1U);
+  Receive("{\"id\":9,\"status\":1,\"uri\":\"/slow\",\"payload\":1}");
+  EXPECT_EQ(state.Brake().BrakedCount(), 1U) << "no such request was made";
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"/slow\",\"payload\":1}");
+  EXPECT_EQ(state.Brake().BrakedCount(), 0U);
+}
+
+TEST_F(State, UnansweredRestoresCountAsSilenceOfTheSensor) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Sub, "/s");
+  Ask(ZoRequestMethod_Sub, "/t");
+  Sent();
+  Receive("{\"id\":1,\"status\":1}");
+  Receive("{\"id\":2,\"status\":1}");
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  EXPECT_EQ(Sent().size(), 2U);
+  now += seconds(3);
+  state.BytesArrived(now);
+  state.Step(now);
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":5,\"method\":\"read\",\"uri\":\"/system\"}"));
+  now += seconds(1);
+  EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
+}
+
+TEST_F(State, RestoredStreamDeliversItsContentAsAPush) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"/s\",\"payload\":1}");
+  state.SessionLost("cut", now);
+  now += seconds(1);
+  state.SessionOpened(now);
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":2,\"method\":\"startStream\",\"uri\":\"/s\"}"));
+  Receive("{\"id\":2,\"status\":1,\"uri\":\"/s\",\"payload\":7}");
+  const std::vector<Push> due = state.Pushes().TakeDue(now, 9);
+  ASSERT_EQ(due.size(), 1U);
+  EXPECT_EQ(due[0].document.ToString(), "{\"event\":\"stream\",\"uri\":\"/s\",\"payload\":7}");
+}
+
+TEST_F(State, StreamStoppedWhileItIsBeingRestoredIsStoppedAtTheSensorToo) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"payload\":1}");
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  Sent();
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/s");
+  EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/s\"}");
+  Receive("{\"id\":2,\"status\":1,\"payload\":1}");
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":3,\"method\":\"stopStream\",\"uri\":\"/s\"}"));
+  EXPECT_EQ(state.Pushes().Waiting(), 0U);
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(State, RestoresAreWindowedAndDoNotHoldCallersUp) {
+  state.SessionOpened(now);
+  for (int i = 0; i < 100; ++i) {
+    Ask(ZoRequestMethod_Sub, "/s" + std::to_string(i));
+  }
+  Sent();
+  for (int i = 1; i <= 100; ++i) {
+    Receive("{\"id\":" + std::to_string(i) + ",\"status\":1}");
+  }
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Read, "/mine");
+  const std::vector<std::string> first = Sent();
+  ASSERT_EQ(first.size(), 33U);
+  EXPECT_THAT(first[0], HasSubstr("/mine"));
+  Receive("{\"id\":102,\"status\":1}");
+  EXPECT_EQ(Sent().size(), 1U);
+}
+
+TEST_F(State, UnansweredRestoreIsTriedAgain) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Sub, "/s");
+  Sent();
+  Receive("{\"id\":1,\"status\":1}");
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  EXPECT_EQ(Sent().size(), 1U);
+  now += seconds(3);
+  state.BytesArrived(now);
+  state.Step(now);
+  EXPECT_EQ(Sent().size(), 0U);
+  now += seconds(3);
+  EXPECT_EQ(Sent().size(), 1U);
+}
+
+TEST_F(State, CloseSettlesEverything) {
+  const Pending waiting = Ask(ZoRequestMethod_Read, "/a");
+  state.SessionOpened(now);
+  Sent();
+  const Pending unsent = Ask(ZoRequestMethod_Read, "/b");
+  state.Close();
+  EXPECT_EQ(Outcome(waiting), "The system was disconnected.");
+  EXPECT_EQ(Outcome(unsent), "The system was disconnected.");
+  EXPECT_EQ(state.NextDue(true), state.NextDue(false));
+}
+
+}  // namespace
+}  // namespace ZoSdk

@@ -1,0 +1,10 @@
+// JSON text to value. Internal to this folder.
+#pragma once
+
+#include <string_view>
+
+#include "zovyrnsdk/json/zojson.h"
+
+// What ZoJson::ParseString promises. Memory, the finished value included, is at most a fixed multiple of the
+// text's size: about twenty times for the worst of texts, arrays of arrays of one digit.
+ZoJson ParseJson(std::string_view text);

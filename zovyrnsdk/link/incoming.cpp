@@ -1,0 +1,106 @@
+#include "zovyrnsdk/link/incoming.h"
+#include "zovyrnsdk/link/members.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "zovyrnsdk/json/zojsonerror.h"
+
+namespace ZoSdk {
+
+namespace {
+
+constexpr std::size_t searched = 4096;  // at either end of a message that is unreadable
+
+// The text behind "name": at this place of a message that need not be valid.
+std::optional<std::string_view> ValueAt(std::string_view text, std::size_t at, std::string_view quoted) {
+  if (at == std::string_view::npos) {
+    return std::nullopt;
+  }
+  text.remove_prefix(at + quoted.size());
+  const std::size_t value = text.find_first_not_of(" \t\r\n:");
+  if (value == std::string_view::npos) {
+    return std::nullopt;
+  }
+  return text.substr(value);
+}
+
+// The value of the member near the start, else the one nearest to the end, where it stands when the payload
+// comes first.
+std::optional<std::string_view> AfterMember(std::string_view text, std::string_view name) {
+  const std::string quoted = '"' + std::string(name) + '"';
+  const std::string_view head = text.substr(0, searched);
+  if (const auto value = ValueAt(head, head.find(quoted), quoted)) {
+    return value;
+  }
+  const std::string_view tail = text.substr(text.size() - std::min(text.size(), searched));
+  return ValueAt(tail, tail.rfind(quoted), quoted);
+}
+
+Incoming ReadPush(Incoming message, std::string_view event) {
+  const bool complete = message.document.HasKey(uriMember) && message.document.At(uriMember).IsString() &&
+                        message.document.HasKey(payloadMember);
+  if (!complete) {
+    return message;
+  }
+  if (event == "stream") {
+    message.kind = Incoming::Kind::Stream;
+  } else if (event == "notification") {
+    message.kind = Incoming::Kind::Notification;
+  } else {
+    return message;
+  }
+  message.uri = message.document.At(uriMember).Get<std::string>();
+  return message;
+}
+
+}  // namespace
+
+Incoming ReadIncoming(std::string_view text) {
+  Incoming message;
+  message.bytes = text.size();
+  try {
+    message.document = ZoJson::ParseString(text);
+  } catch (const ZoJsonError&) {
+    message.kind = Incoming::Kind::Malformed;
+    return message;
+  }
+  if (!message.document.IsObject()) {
+    message.kind = Incoming::Kind::Malformed;
+    return message;
+  }
+  if (message.document.HasKey(idMember)) {
+    const ZoJson id = message.document.At(idMember);
+    if (id.IsUnsigned()) {
+      message.kind = Incoming::Kind::Answer;
+      message.id = id.Get<unsigned long long>();
+      message.document.Remove(idMember);
+    }
+    return message;
+  }
+  if (message.document.HasKey(eventMember) && message.document.At(eventMember).IsString()) {
+    const std::string event = message.document.At(eventMember).Get<std::string>();
+    return ReadPush(std::move(message), event);
+  }
+  return message;
+}
+
+Suspect SuspectOf(std::string_view text) {
+  Suspect suspect;
+  if (const auto id = AfterMember(text, "id")) {
+    std::uint64_t value = 0;
+    if (std::from_chars(id->data(), id->data() + id->size(), value).ec == std::errc()) {
+      suspect.id = value;
+    }
+  }
+  if (const auto uri = AfterMember(text, "uri"); uri && uri->starts_with('"')) {
+    // Up to the next quote; an escaped one inside only makes the guess miss.
+    const std::size_t end = uri->find('"', 1);
+    if (end != std::string_view::npos) {
+      suspect.uri = std::string(uri->substr(1, end - 1));
+    }
+  }
+  return suspect;
+}
+
+}  // namespace ZoSdk

@@ -1,0 +1,381 @@
+#include "zovyrnsdk/link/linkstate.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "zovyrnsdk/link/limits.h"
+#include "zovyrnsdk/link/members.h"
+
+namespace ZoSdk {
+
+namespace {
+
+constexpr std::chrono::milliseconds sweepInterval{500};
+constexpr int brakedStatus = -599;
+
+// 0 when there is none.
+long long StatusOf(const ZoJson& document) {
+  if (!document.HasKey(statusMember)) {
+    return 0;
+  }
+  const ZoJson status = document.At(statusMember);
+  return status.IsInteger() ? status.Get<long long>() : 0;
+}
+
+bool HasContent(const ZoJson& document) {
+  return document.HasKey(payloadMember) && !document.At(payloadMember).IsNull();
+}
+
+// The URI that an answer names by itself; empty when it names none.
+std::string UriOf(const ZoJson& document) {
+  if (!document.HasKey(uriMember)) {
+    return std::string();
+  }
+  const ZoJson uri = document.At(uriMember);
+  return uri.IsString() ? uri.Get<std::string>() : std::string();
+}
+
+// Whether a success of this method answers with the resource's content.
+bool AnswersWithContent(ZoRequestMethod method) {
+  return method == ZoRequestMethod_Read || method == ZoRequestMethod_StartStream;
+}
+
+std::optional<Restorer::Key> WishStartedBy(ZoRequestMethod method, const std::string& uri) {
+  if (method == ZoRequestMethod_StartStream) {
+    return Restorer::Key(Restorer::Kind::Stream, uri);
+  }
+  if (method == ZoRequestMethod_Sub) {
+    return Restorer::Key(Restorer::Kind::Subscription, uri);
+  }
+  return std::nullopt;
+}
+
+std::optional<Restorer::Key> WishEndedBy(ZoRequestMethod method, const std::string& uri) {
+  if (method == ZoRequestMethod_StopStream) {
+    return Restorer::Key(Restorer::Kind::Stream, uri);
+  }
+  if (method == ZoRequestMethod_UnSub) {
+    return Restorer::Key(Restorer::Kind::Subscription, uri);
+  }
+  return std::nullopt;
+}
+
+std::string InSeconds(std::uint64_t microseconds) {
+  std::string text = std::to_string(static_cast<double>(microseconds) / 1e6);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.ends_with('.')) {
+    text.pop_back();
+  }
+  return text + " s";
+}
+
+}  // namespace
+
+void LinkState::Request(ZoRequestMethod method, const std::string& uri, OutgoingText text,
+                        const std::shared_ptr<ZoPendingRequest>& pending, Time now) {
+  if (text.status != 1) {
+    pending->Answer(ZoRequestResponse(LocalAnswer(text.status, uri, text.error)));
+    return;
+  }
+  if (const auto wish = WishEndedBy(method, uri)) {
+    if (restorer.Cancel(*wish) == Restorer::Cancelled::Waiting) {
+      pending->Answer(ZoRequestResponse(LocalAnswer(1, uri, std::string())));
+      return;
+    }
+  }
+  if (method == ZoRequestMethod_Read) {
+    const ReadBrake::Ruling ruling = brake.Read(uri, now);
+    if (ruling != ReadBrake::Ruling::Send) {
+      pending->Answer(ZoRequestResponse(LocalAnswer(
+          brakedStatus, uri, "The sensor has not answered about this resource; it is being asked.")));
+      if (ruling == ReadBrake::Ruling::AnswerAndProbe) {
+        Enqueue(RequestRole::Probe, method, uri, std::move(text.tail), nullptr, now);
+      }
+      return;
+    }
+  }
+  Enqueue(RequestRole::Caller, method, uri, std::move(text.tail), pending, now);
+}
+
+void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t limit, Time now) {
+  const auto entry = table.Take(pending->id);
+  const bool sent = entry && entry->sent;
+  const bool stuck = entry && !sent && open;  // behind others, on a link that is slow but there
+  const char* const what = stuck            ? "The request could not be sent to the sensor within "
+                           : sent || !entry ? "The sensor did not answer within "
+                                            : "The link to the sensor was down for ";
+  if (!pending->Fail(what + InSeconds(limit) + ".")) {
+    return;
+  }
+  if (!entry) {
+    return;
+  }
+  if (entry->method == ZoRequestMethod_Read && !stuck) {
+    brake.ReadUnanswered(entry->uri, now);
+  }
+  if (sent) {
+    NoteUnanswered(now);
+  }
+}
+
+void LinkState::Cancel(const std::shared_ptr<ZoPendingRequest>& pending) {
+  pending->Fail("The request was cancelled.");
+  table.Take(pending->id);
+}
+
+void LinkState::Taken(const ZoPendingRequest& pending, const ZoRequest& request, Time now) {
+  if (pending.id != 0 && request.Method() == ZoRequestMethod_Read) {
+    pushes.AnswerTaken(request.Uri(), now);
+  }
+}
+
+void LinkState::SessionOpened(Time now) {
+  open = true;
+  watchdog.SessionOpened(now);
+  brake.SessionOpened();
+}
+
+void LinkState::SessionLost(const std::string& reason, Time now) {
+  open = false;
+  for (const Entry& entry : table.TakeSessionBound()) {
+    if (const auto pending = entry.pending.lock()) {
+      pending->Fail("The link to the sensor broke before the answer came: " + reason + ".");
+    }
+  }
+  restorer.SessionLost(now);
+}
+
+void LinkState::MessageUnusable(std::string_view text) {
+  const Suspect suspect = SuspectOf(text);
+  const Entry* entry = suspect.id ? table.Find(*suspect.id) : nullptr;
+  if (entry != nullptr) {
+    restorer.Blame(entry->uri);
+  } else if (suspect.uri) {
+    restorer.Blame(*suspect.uri);
+  }
+}
+
+void LinkState::Close() {
+  open = false;
+  for (const Entry& entry : table.TakeAll()) {
+    if (const auto pending = entry.pending.lock()) {
+      pending->Fail("The system was disconnected.");
+    }
+  }
+  restorer.CancelAll();
+  pushes.Clear();
+}
+
+void LinkState::Receive(Incoming message, Time now) {
+  switch (message.kind) {
+    case Incoming::Kind::Answer:
+      ReceiveAnswer(std::move(message), now);
+      break;
+    case Incoming::Kind::Stream:
+    case Incoming::Kind::Notification:
+      ReceivePush(std::move(message), now);
+      break;
+    case Incoming::Kind::Unknown:
+    case Incoming::Kind::Malformed:
+      break;
+  }
+}
+
+void LinkState::ReceiveAnswer(Incoming message, Time now) {
+  const bool asked = message.id <= table.LastId();
+  if (asked) {
+    watchdog.AnswerArrived();
+  }
+  const auto entry = table.Take(message.id);
+  if (!entry) {
+    // Late, or never asked for. A late one may be the very answer that the brake was set for.
+    if (asked) {
+      brake.Spoken(UriOf(message.document));
+    }
+    return;
+  }
+  if (AnswersWithContent(entry->method) && HasContent(message.document)) {
+    brake.Answered(entry->uri);
+  } else {
+    brake.Spoken(entry->uri);
+  }
+  switch (entry->role) {
+    case RequestRole::Caller:
+      AnswerCaller(*entry, std::move(message), now);
+      break;
+    case RequestRole::Restore:
+      AnswerRestore(*entry, message, now);
+      break;
+    case RequestRole::Probe:
+    case RequestRole::Health:
+    case RequestRole::Cleanup:
+      break;
+  }
+}
+
+void LinkState::ReceivePush(Incoming message, Time now) {
+  if (HasContent(message.document)) {
+    brake.Pushed(message.uri);
+  } else {
+    brake.Spoken(message.uri);
+  }
+  Push push;
+  push.kind = message.kind == Incoming::Kind::Stream ? Push::Kind::Stream : Push::Kind::Notification;
+  push.document = std::move(message.document);
+  push.bytes = message.bytes;
+  pushes.Offer(message.uri, std::move(push), now);
+}
+
+void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
+  const auto pending = entry.pending.lock();
+  const long long status = StatusOf(message.document);
+  const bool bare = message.document.Empty();
+  if (entry.method == ZoRequestMethod_Read && pending) {
+    // An answer that nobody will take is no newer value: what was pushed meanwhile must not go for it.
+    pushes.AnswerArrived(entry.uri, pending->waiters != 0, now);
+  }
+  NoteOutcome(entry, status == 1, message, now);
+  if (!pending) {
+    return;
+  }
+  if (status == 0 && !bare) {
+    pending->Fail("The sensor's answer carries no status.");
+  } else {
+    pending->Answer(ZoRequestResponse(std::move(message.document)));
+  }
+}
+
+// What the answer to a caller's request means for its wish.
+void LinkState::NoteOutcome(const Entry& entry, bool granted, const Incoming& message, Time now) {
+  if (const auto ended = WishEndedBy(entry.method, entry.uri)) {
+    // Whichever was asked for last decides, in whatever order the answers come: starts made before this end
+    // are undone by it, granted already or not.
+    const bool stream = ended->first == Restorer::Kind::Stream;
+    table.Supersede(stream ? ZoRequestMethod_StartStream : ZoRequestMethod_Sub, entry.uri, message.id);
+    restorer.Forget(*ended, message.id);
+    return;
+  }
+  const auto wish = WishStartedBy(entry.method, entry.uri);
+  if (!wish || entry.superseded) {
+    return;
+  }
+  if (!granted) {
+    restorer.Forget(*wish, message.id);
+    return;
+  }
+  restorer.Granted(*wish, message.id);
+  if (wish->first == Restorer::Kind::Stream && message.document.HasKey(payloadMember)) {
+    pushes.Refresh(entry.uri, message.document.At(payloadMember), message.bytes, now);
+  }
+}
+
+void LinkState::AnswerRestore(const Entry& entry, const Incoming& message, Time now) {
+  const auto wish = WishStartedBy(entry.method, entry.uri);
+  if (StatusOf(message.document) != 1) {
+    restorer.Refused(*wish, now);
+    return;
+  }
+  if (!restorer.Restored(*wish)) {
+    // Cancelled meanwhile, so the sensor is told; unless the caller has asked for it anew.
+    if (!table.Has(entry.method, entry.uri)) {
+      const bool stream = wish->first == Restorer::Kind::Stream;
+      EnqueueOwn(RequestRole::Cleanup, stream ? ZoRequestMethod_StopStream : ZoRequestMethod_UnSub, entry.uri,
+                 now);
+    }
+    return;
+  }
+  if (wish->first == Restorer::Kind::Stream && message.document.HasKey(payloadMember)) {
+    Push push;
+    push.document = ZoJson::EmptyObject();
+    push.document.Set("event", "stream");
+    push.document.Set("uri", entry.uri);
+    push.document.Set("payload", message.document.At(payloadMember));
+    push.bytes = message.bytes;
+    pushes.Offer(entry.uri, std::move(push), now);
+  }
+}
+
+std::optional<std::string> LinkState::NextMessage(Time now) {
+  // Restores and callers take turns: neither waits behind a long row of the other.
+  AskForRestores(now);
+  return table.NextMessage(now);
+}
+
+void LinkState::AskForRestores(Time now) {
+  if (!open || table.Count(RequestRole::Restore) >= restoreWindow) {
+    return;
+  }
+  if (const auto wish = restorer.Next(now)) {
+    const bool stream = wish->first == Restorer::Kind::Stream;
+    EnqueueOwn(RequestRole::Restore, stream ? ZoRequestMethod_StartStream : ZoRequestMethod_Sub, wish->second,
+               now);
+  }
+}
+
+Watchdog::Verdict LinkState::Step(Time now) {
+  if (now >= nextSweep) {
+    SweepStale(now);
+  }
+  return open ? watchdog.Step(now) : Watchdog::Verdict::Healthy;
+}
+
+bool LinkState::HasMessage(Time now) const {
+  return table.HasUnsent() ||
+         (restorer.NextDue() <= now && table.Count(RequestRole::Restore) < restoreWindow);
+}
+
+Time LinkState::NextDue(bool canSend) const {
+  Time due = nextSweep;
+  if (open) {
+    due = std::min(due, watchdog.NextDue());
+    if (canSend && table.Count(RequestRole::Restore) < restoreWindow) {
+      due = std::min(due, restorer.NextDue());
+    }
+  }
+  return due;
+}
+
+void LinkState::SweepStale(Time now) {
+  for (const Entry& entry : table.TakeStale(now)) {
+    if (entry.role == RequestRole::Restore) {
+      restorer.Refused(*WishStartedBy(entry.method, entry.uri), now);
+    }
+    if (entry.sent) {
+      NoteUnanswered(now);
+    }
+    if (const auto pending = entry.pending.lock()) {
+      pending->Fail("The link to the sensor was down, and nobody waited for the request.");
+    }
+  }
+  nextSweep = table.Size() == 0 ? never : now + sweepInterval;
+}
+
+void LinkState::NoteUnanswered(Time now) {
+  if (open && watchdog.RequestUnanswered(now)) {
+    EnqueueOwn(RequestRole::Health, ZoRequestMethod_Read, "/system", now);
+  }
+}
+
+void LinkState::Enqueue(RequestRole role, ZoRequestMethod method, const std::string& uri, std::string tail,
+                        const std::shared_ptr<ZoPendingRequest>& pending, Time now) {
+  Entry entry;
+  entry.method = method;
+  entry.role = role;
+  entry.uri = uri;
+  entry.tail = std::move(tail);
+  entry.pending = pending;
+  entry.since = now;
+  const std::uint64_t id = table.Add(std::move(entry));
+  if (pending) {
+    pending->id = id;
+  }
+  if (nextSweep == never) {
+    nextSweep = now + sweepInterval;
+  }
+}
+
+void LinkState::EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri, Time now) {
+  Enqueue(role, method, uri, ComposeRequest(method, uri, nullptr).tail, nullptr, now);
+}
+
+}  // namespace ZoSdk

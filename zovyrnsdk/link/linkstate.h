@@ -1,0 +1,91 @@
+// What the link knows and decides, without its threads, its sockets and its clock.
+//
+// Requests and messages go in, with the time; outcomes land in the pending requests, pushes in the queue,
+// messages to send come out. Session and connection are told apart: the state outlives sessions and is told
+// when one opens and when it is lost. Threads: none of its own; guarded by its owner, the connection. Nothing
+// in here blocks or calls out.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zovyrnsdk/link/clock.h"
+#include "zovyrnsdk/link/incoming.h"
+#include "zovyrnsdk/link/outgoing.h"
+#include "zovyrnsdk/link/pendingrequest.h"
+#include "zovyrnsdk/link/pushqueue.h"
+#include "zovyrnsdk/link/readbrake.h"
+#include "zovyrnsdk/link/requesttable.h"
+#include "zovyrnsdk/link/restorer.h"
+#include "zovyrnsdk/link/watchdog.h"
+
+namespace ZoSdk {
+
+class LinkState {
+ public:
+  // A caller's request, settled at once where no message is needed.
+  void Request(ZoRequestMethod method, const std::string& uri, OutgoingText text,
+               const std::shared_ptr<ZoPendingRequest>& pending, Time now);
+  // A GetResponse whose time is up: settles it. The limit is for the sentence alone.
+  void TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t limit, Time now);
+  void Cancel(const std::shared_ptr<ZoPendingRequest>& pending);
+  // A GetResponse returns this outcome to its caller.
+  void Taken(const ZoPendingRequest& pending, const ZoRequest& request, Time now);
+
+  void SessionOpened(Time now);
+  // reason is a clause for the sentence of those that were under way.
+  void SessionLost(const std::string& reason, Time now);
+  // The session is about to end because of this message.
+  void MessageUnusable(std::string_view text);
+  // The system was disconnected: everything ends.
+  void Close();
+
+  // One readable message of the sensor.
+  void Receive(Incoming message, Time now);
+  void BytesArrived(Time now) { watchdog.BytesArrived(now); }
+  void Deaf(Duration time, Time now) { watchdog.Deaf(time, now); }
+
+  // The next message to send, if any. Only while a session is open.
+  std::optional<std::string> NextMessage(Time now);
+
+  // What the time asks for: ends what waited too long, and tells how the peer does (Healthy while no session
+  // is open).
+  Watchdog::Verdict Step(Time now);
+  // canSend: NextMessage would be asked at once.
+  Time NextDue(bool canSend) const;
+  bool HasMessage(Time now) const;
+
+  PushQueue& Pushes() { return pushes; }
+  const Restorer& Wishes() const { return restorer; }
+  const RequestTable& Requests() const { return table; }
+  const ReadBrake& Brake() const { return brake; }
+
+ private:
+  using Entry = RequestTable::Entry;
+
+  void Enqueue(RequestRole role, ZoRequestMethod method, const std::string& uri, std::string tail,
+               const std::shared_ptr<ZoPendingRequest>& pending, Time now);
+  void EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri, Time now);
+  void ReceiveAnswer(Incoming message, Time now);
+  void ReceivePush(Incoming message, Time now);
+  void AnswerCaller(const Entry& entry, Incoming message, Time now);
+  void AnswerRestore(const Entry& entry, const Incoming& message, Time now);
+  void NoteOutcome(const Entry& entry, bool granted, const Incoming& message, Time now);
+  void NoteUnanswered(Time now);
+  void AskForRestores(Time now);
+  void SweepStale(Time now);
+
+  RequestTable table;
+  Restorer restorer;
+  ReadBrake brake;
+  PushQueue pushes;
+  Watchdog watchdog;
+  bool open = false;
+  Time nextSweep = never;
+};
+
+}  // namespace ZoSdk

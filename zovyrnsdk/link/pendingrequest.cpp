@@ -1,0 +1,37 @@
+#include "zovyrnsdk/link/pendingrequest.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "zovyrnsdk/zorequesterror.h"
+
+bool ZoPendingRequest::Answer(ZoRequestResponse answer) {
+  Zo::MutexLock lock(mutex);
+  if (Settled()) {
+    return false;
+  }
+  response.emplace(std::move(answer));
+  settled.store(true, std::memory_order_release);
+  return true;
+}
+
+bool ZoPendingRequest::Fail(std::string cause) {
+  Zo::MutexLock lock(mutex);
+  if (Settled()) {
+    return false;
+  }
+  failure = std::move(cause);
+  settled.store(true, std::memory_order_release);
+  return true;
+}
+
+ZoRequestResponse ZoPendingRequest::Take() const {
+  if (!response) {
+    throw std::runtime_error(failure);
+  }
+  const ZoJson& raw = response->Raw();
+  if (raw.HasKey("/status") && raw.At("/status").IsInteger() && raw.At("/status").Get<long long>() < 0) {
+    throw ZoRequestError(*response);
+  }
+  return *response;
+}

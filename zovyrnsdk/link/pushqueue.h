@@ -1,0 +1,78 @@
+// Pushes on their way from the wire to the handlers, spaced so that the newest value is never the one that is
+// lost.
+//
+// Whoever takes values in keeps only the first of two that come within one millisecond. So pushes of one URI
+// are handed on at least 2 ms apart from the last push or answer about it; of those that wait the newest
+// wins, and a newer answer drops one that waits. An answer that somebody waits for counts from when it was
+// taken, but holds a push back for 4 ms at most. Invariants: (1) at most one push waits for each URI; (2)
+// bytes is the sum over those that wait. A plain state machine: the caller brings the time. Guarded by its
+// owner.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "zovyrnsdk/json/zojson.h"
+#include "zovyrnsdk/link/clock.h"
+
+namespace ZoSdk {
+
+struct Push {
+  enum class Kind : std::uint8_t { Stream, Notification };
+  Kind kind = Kind::Stream;
+  ZoJson document;
+  std::size_t bytes = 0;
+};
+
+class PushQueue {
+ public:
+  void Offer(const std::string& uri, Push push, Time now);
+
+  // An answer with the resource's content arrived; taking: somebody waits for it and will report AnswerTaken.
+  void AnswerArrived(const std::string& uri, bool taking, Time now);
+  void AnswerTaken(const std::string& uri, Time now);
+
+  // An answer whose content its receiver may drop: it takes the place of a push that waits, so nothing is
+  // lost.
+  void Refresh(const std::string& uri, const ZoJson& payload, std::size_t bytes, Time now);
+
+  // Takes out what is due, oldest due first, at most limit of them.
+  std::vector<Push> TakeDue(Time now, std::size_t limit);
+
+  // When the next one is due; never when none waits.
+  Time NextDue() const { return order.empty() ? never : order.begin()->first; }
+
+  void Clear();
+  bool Full() const;
+  std::size_t Waiting() const { return order.size(); }
+  std::size_t Bytes() const { return bytes; }
+  std::size_t Remembered() const { return slots.size(); }
+
+ private:
+  struct Slot;
+  using Slots = std::unordered_map<std::string, Slot>;
+  using Order = std::multimap<Time, Slots::value_type*>;
+  struct Slot {
+    Time last = Time::min();  // the last push handed on, or answer
+    Time arrived{};           // of the push that waits
+    Push push;
+    bool waiting = false;
+    Order::iterator place{};  // only when waiting
+  };
+
+  static Time DueOf(const Slot& slot, Time now);
+  void Enqueue(Slots::value_type& entry, Time due);
+  void Drop(Slot& slot);
+  void Prune(Time now);
+
+  Slots slots;
+  Order order;
+  std::size_t bytes = 0;
+  std::size_t pruneAt = 1024;
+};
+
+}  // namespace ZoSdk

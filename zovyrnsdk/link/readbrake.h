@@ -1,0 +1,50 @@
+// The brake for endless retries: what keeps a caller that reads a mute resource again and again from waiting
+// each time.
+//
+// A read of a URI that has never answered on this link and whose last read ran out of time is answered at
+// once by the link, while a probe goes out every 5 s, until anything about the URI arrives. URIs that have
+// answered before are never braked. A plain state machine: the caller brings the time. Guarded by its owner.
+// Memory: one entry for each URI that this side asked about, and hashes of a bounded number of URIs that the
+// sensor pushed unasked.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "zovyrnsdk/link/clock.h"
+
+namespace ZoSdk {
+
+class ReadBrake {
+ public:
+  enum class Ruling {
+    Send,           // not braked
+    Answer,         // braked: answer it here
+    AnswerAndProbe  // likewise, and ask the sensor without waiting
+  };
+
+  Ruling Read(const std::string& uri, Time now);
+
+  // A read ended without an answer.
+  void ReadUnanswered(const std::string& uri, Time now);
+
+  // The sensor answered with the URI's content, or pushed it.
+  void Answered(const std::string& uri);
+  void Pushed(const std::string& uri);
+  // It said something else about the URI, a refusal perhaps: that lifts the brake, but only until the next
+  // read that nobody answers.
+  void Spoken(const std::string& uri);
+
+  // The session is back: what was braked meanwhile may be probed at once.
+  void SessionOpened();
+
+  std::size_t BrakedCount() const { return braked.size(); }
+
+ private:
+  std::unordered_set<std::size_t> heard;         // hashes of URIs whose content came
+  std::unordered_map<std::string, Time> braked;  // to the time of the last probe
+};
+
+}  // namespace ZoSdk

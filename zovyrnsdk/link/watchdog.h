@@ -1,0 +1,74 @@
+// Notices a peer that is gone although its connection stands.
+//
+// Two signs: no byte for 3 s although it was pinged every second, and requests that end without an answer
+// while the peer still answers pings. After two of those in a row the sensor is asked about "/system", and is
+// lost when that is not answered within a second. A plain state machine: the caller brings the time. Guarded
+// by its owner.
+#pragma once
+
+#include <algorithm>
+
+#include "zovyrnsdk/link/clock.h"
+#include "zovyrnsdk/link/limits.h"
+
+namespace ZoSdk {
+
+class Watchdog {
+ public:
+  enum class Verdict { Healthy, Ping, Silent, Mute };
+
+  void SessionOpened(Time now) {
+    heard = now;
+    nextPing = now + pingInterval;
+    AnswerArrived();
+  }
+
+  void BytesArrived(Time when) { heard = std::max(heard, when); }
+
+  // For so long nobody could have heard anything: a handler blocked the only thread, or the machine slept.
+  void Deaf(Duration time, Time now) {
+    heard = std::max(heard, std::min(heard + time, now));
+    if (healthDue != never) {
+      healthDue += time;
+    }
+  }
+
+  void AnswerArrived() {
+    unanswered = 0;
+    healthDue = never;
+  }
+
+  // A request that was sent ended without an answer; true when the sensor is to be asked about itself now.
+  bool RequestUnanswered(Time now) {
+    ++unanswered;
+    if (unanswered < 2 || healthDue != never) {
+      return false;
+    }
+    healthDue = now + healthLimit;
+    return true;
+  }
+
+  Verdict Step(Time now) {
+    if (now >= heard + silenceLimit) {
+      return Verdict::Silent;
+    }
+    if (now >= healthDue) {
+      return Verdict::Mute;
+    }
+    if (now >= nextPing) {
+      nextPing = now + pingInterval;
+      return Verdict::Ping;
+    }
+    return Verdict::Healthy;
+  }
+
+  Time NextDue() const { return std::min({heard + silenceLimit, healthDue, nextPing}); }
+
+ private:
+  Time heard{};
+  Time nextPing{};
+  Time healthDue = never;
+  unsigned unanswered = 0;
+};
+
+}  // namespace ZoSdk

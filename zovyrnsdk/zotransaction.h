@@ -1,0 +1,31 @@
+// One request under way.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "zovyrnsdk/zorequest.h"
+#include "zovyrnsdk/zoresponse.h"
+
+struct ZoPendingRequest;  // the link's side of a request
+
+// A handle of a request that was handed to the link; copies share it. Any thread may ask.
+class ZoTransaction {
+ public:
+  ZoTransaction(ZoRequest request, std::shared_ptr<ZoPendingRequest> pending);
+
+  // Waits for the answer, at most timeout microseconds from this call on. Returns it when the sensor granted the
+  // request, raises ZoRequestError when it refused, std::runtime_error with a sentence that names the cause when there
+  // is no answer: time is up, the link broke after the request was sent, or the system was disconnected. An answer
+  // that comes later is dropped. Asking again gives the same result.
+  ZoRequestResponse GetResponse(std::uint64_t timeout);
+
+  // Ends a GetResponse that waits, and every later one, with an exception. Never blocks. For an owner who gives up.
+  void Cancel();
+
+  const ZoRequest& GetRequest() const noexcept { return request; }
+
+ private:
+  ZoRequest request;
+  std::shared_ptr<ZoPendingRequest> pending;
+};
