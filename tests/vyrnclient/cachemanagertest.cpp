@@ -1,0 +1,283 @@
+// The value cache: its times are chosen by the tests, except where the worker is what is tested.
+#include "zoiohandler/vyrnclient/cachemanager.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "tests/vyrnclient/eventually.h"
+
+namespace ZoTest {
+namespace {
+
+constexpr int maxAge = 5000;
+
+ZoJson Number(int number) {
+  return ZoJson::Of(number);
+}
+
+class CacheManager : public ::testing::Test {
+ protected:
+  int GetAt(const std::string& key, int age, long long now) const {
+    return cache.GetAt(key, age, now).Get<int>();
+  }
+
+  // Later than the cache's start, and late enough that its worker finds nothing old in what is added from
+  // here on.
+  const long long start = ZoIO::CacheManager::TimeInMills() + 3'600'000;
+  ZoIO::CacheManager cache{maxAge};
+};
+
+void ExpectEmpty(const ZoIO::CacheManager& cache, const std::string& key) {
+  try {
+    cache.Get(key, 0);
+    ADD_FAILURE() << "Get gave a value";
+  } catch (const ZoIO::CacheError& error) {
+    EXPECT_STREQ(error.what(), "Cache is empty.");
+  }
+}
+
+TEST_F(CacheManager, FreshOneHoldsNothing) {
+  EXPECT_EQ(cache.Size(), 0u);
+  EXPECT_EQ(cache.SizeAt("/k"), 0u);
+  EXPECT_FALSE(cache.Exists("/k"));
+  ExpectEmpty(cache, "/k");
+}
+
+TEST_F(CacheManager, AskingForAnUnknownKeyDoesNotMakeIt) {
+  ExpectEmpty(cache, "/k");
+  cache.SizeAt("/k");
+  EXPECT_FALSE(cache.Exists("/k"));
+  EXPECT_EQ(cache.Size(), 0u);
+}
+
+TEST_F(CacheManager, ErrorIsARuntimeError) {
+  EXPECT_THROW(cache.Get("/k", 0), std::runtime_error);
+}
+
+TEST_F(CacheManager, UnknownKeyIsEmptyAmongOthers) {
+  cache.Add("/a", Number(1));
+  ExpectEmpty(cache, "/b");
+  EXPECT_EQ(cache.Size(), 1u);
+}
+
+TEST_F(CacheManager, AddedValueIsTheNewest) {
+  cache.Add("/k", Number(1));
+  EXPECT_TRUE(cache.Exists("/k"));
+  EXPECT_EQ(cache.SizeAt("/k"), 1u);
+  EXPECT_EQ(cache.Get("/k", 0), Number(1));
+}
+
+TEST_F(CacheManager, LaterValueWins) {
+  cache.AddAt("/k", Number(1), start);
+  cache.AddAt("/k", Number(2), start + 1);
+  EXPECT_EQ(cache.SizeAt("/k"), 2u);
+  EXPECT_EQ(GetAt("/k", 0, start + 1), 2);
+  EXPECT_EQ(GetAt("/k", 0, start + 100), 2);
+}
+
+TEST_F(CacheManager, SecondValueOfAMillisecondIsDropped) {
+  cache.AddAt("/k", Number(1), start);
+  cache.AddAt("/k", Number(2), start);
+  EXPECT_EQ(cache.SizeAt("/k"), 1u);
+  EXPECT_EQ(GetAt("/k", 0, start), 1);
+}
+
+TEST_F(CacheManager, KeysDoNotShareMilliseconds) {
+  cache.AddAt("/a", Number(1), start);
+  cache.AddAt("/b", Number(2), start);
+  EXPECT_EQ(cache.Size(), 2u);
+  EXPECT_EQ(GetAt("/a", 0, start), 1);
+  EXPECT_EQ(GetAt("/b", 0, start), 2);
+}
+
+TEST_F(CacheManager, KeysAreComparedByteByByte) {
+  cache.AddAt("/a", Number(1), start);
+  cache.AddAt("/a/", Number(2), start);
+  cache.AddAt("/A", Number(3), start);
+  cache.AddAt("", Number(4), start);
+  cache.AddAt(std::string("/a\0b", 4), Number(5), start);
+  EXPECT_EQ(cache.Size(), 5u);
+  EXPECT_EQ(GetAt("", 0, start), 4);
+  EXPECT_EQ(GetAt("/a", 0, start), 1);
+}
+
+TEST_F(CacheManager, AgeGivesTheFirstValueAtOrAfterThatTime) {
+  cache.AddAt("/k", Number(0), start);
+  cache.AddAt("/k", Number(100), start + 100);
+  cache.AddAt("/k", Number(200), start + 200);
+  const long long now = start + 250;
+  EXPECT_EQ(GetAt("/k", 0, now), 200);
+  EXPECT_EQ(GetAt("/k", 50, now), 200);
+  EXPECT_EQ(GetAt("/k", 150, now), 100);
+  // 101 is nearer to 100 than to 200, yet what counts is the first value that is not earlier.
+  EXPECT_EQ(GetAt("/k", 149, now), 200);
+  EXPECT_EQ(GetAt("/k", 250, now), 0);
+  EXPECT_EQ(GetAt("/k", 100'000, now), 0);
+}
+
+TEST_F(CacheManager, TimeAfterEveryValueGivesTheNewest) {
+  cache.AddAt("/k", Number(1), start);
+  cache.AddAt("/k", Number(2), start + 1);
+  EXPECT_EQ(GetAt("/k", 0, start + 1'000'000), 2);
+  EXPECT_EQ(GetAt("/k", -1000, start + 1), 2);
+}
+
+TEST_F(CacheManager, ClockThatStepsBackLeavesTheLaterStampOnTop) {
+  cache.AddAt("/k", Number(1), start + 100);
+  cache.AddAt("/k", Number(2), start + 50);
+  EXPECT_EQ(cache.SizeAt("/k"), 2u);
+  EXPECT_EQ(GetAt("/k", 0, start + 60), 1);
+  EXPECT_EQ(GetAt("/k", 0, start + 200), 1);
+}
+
+TEST_F(CacheManager, TrimmingDropsWhatIsStrictlyOlderThanTheMaximumAge) {
+  cache.AddAt("/k", Number(1), start);
+  cache.AddAt("/k", Number(2), start + 1);
+  cache.AddAt("/k", Number(3), start + 2);
+  cache.TrimAt(start + maxAge);
+  EXPECT_EQ(cache.SizeAt("/k"), 3u);
+  cache.TrimAt(start + maxAge + 1);
+  EXPECT_EQ(cache.SizeAt("/k"), 2u);
+  EXPECT_EQ(GetAt("/k", 100'000, start + maxAge + 1), 2);
+}
+
+TEST_F(CacheManager, TrimmingKeepsTheNewestOfEachKeyHoweverOld) {
+  for (int i = 0; i < 10; ++i) {
+    cache.AddAt("/a", Number(i), start + i);
+    cache.AddAt("/b", Number(100 + i), start + i);
+  }
+  cache.TrimAt(start + 100'000);
+  EXPECT_EQ(cache.SizeAt("/a"), 1u);
+  EXPECT_EQ(cache.SizeAt("/b"), 1u);
+  EXPECT_EQ(GetAt("/a", 0, start + 100'000), 9);
+  EXPECT_EQ(GetAt("/b", 0, start + 100'000), 109);
+}
+
+TEST_F(CacheManager, ValueSurvivesAnyNumberOfTrimmings) {
+  cache.AddAt("/k", Number(1), start);
+  for (int i = 1; i <= 100; ++i) {
+    cache.TrimAt(start + i * 10'000LL);
+  }
+  EXPECT_EQ(cache.SizeAt("/k"), 1u);
+  EXPECT_EQ(GetAt("/k", 0, start + 10'000'000), 1);
+}
+
+TEST_F(CacheManager, KeysAreNeverRemoved) {
+  cache.AddAt("/a", Number(1), start);
+  cache.AddAt("/b", Number(1), start);
+  cache.TrimAt(start + 1'000'000);
+  EXPECT_EQ(cache.Size(), 2u);
+  EXPECT_TRUE(cache.Exists("/a"));
+}
+
+TEST_F(CacheManager, ValueThatWasHandedOutOutlivesItsTrimming) {
+  cache.AddAt("/k", ZoJson::ParseString("{\"a\":[1,2,3]}"), start);
+  const ZoJson held = cache.GetAt("/k", 0, start);
+  cache.AddAt("/k", Number(2), start + 1);
+  cache.TrimAt(start + 1'000'000);
+  EXPECT_EQ(cache.SizeAt("/k"), 1u);
+  EXPECT_EQ(held.At("/a/1"), Number(2));
+}
+
+TEST_F(CacheManager, KeepsACopyThatLaterEditsDoNotReach) {
+  ZoJson value = ZoJson::ParseString("{\"a\":1}");
+  cache.AddAt("/k", value, start);
+  value.Set("/a", 2);
+  EXPECT_EQ(cache.GetAt("/k", 0, start).At("/a"), Number(1));
+}
+
+TEST_F(CacheManager, NullIsAValue) {
+  cache.Add("/k", ZoJson());
+  EXPECT_TRUE(cache.Exists("/k"));
+  EXPECT_EQ(cache.SizeAt("/k"), 1u);
+  EXPECT_TRUE(cache.Get("/k", 0).IsNull());
+}
+
+TEST_F(CacheManager, MaximumAgeIsTheArgument) {
+  ZoIO::CacheManager brief(10);
+  brief.AddAt("/k", Number(1), start);
+  brief.AddAt("/k", Number(2), start + 5);
+  brief.TrimAt(start + 11);
+  EXPECT_EQ(brief.SizeAt("/k"), 1u);
+}
+
+TEST_F(CacheManager, TimeIsTheSystemClockInMilliseconds) {
+  using namespace std::chrono;
+  const auto clock = [] {
+    return static_cast<long long>(
+        duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count());
+  };
+  const long long before = clock();
+  const long long time = ZoIO::CacheManager::TimeInMills();
+  EXPECT_LE(before, time);
+  EXPECT_LE(time, clock());
+}
+
+TEST_F(CacheManager, WorkerDropsOldValuesByItself) {
+  const long long now = ZoIO::CacheManager::TimeInMills();
+  cache.AddAt("/k", Number(1), now - 7000);
+  cache.AddAt("/k", Number(2), now - 6000);
+  EXPECT_TRUE(Eventually([&] { return cache.SizeAt("/k") == 1; }));
+  EXPECT_EQ(cache.Get("/k", 0), Number(2));
+}
+
+TEST_F(CacheManager, WorkerGoesOnPassAfterPass) {
+  for (int i = 0; i < 2; ++i) {
+    const long long now = ZoIO::CacheManager::TimeInMills();
+    const std::string key = "/k" + std::to_string(i);
+    cache.AddAt(key, Number(1), now - 7000);
+    cache.AddAt(key, Number(2), now);
+    EXPECT_TRUE(Eventually([&] { return cache.SizeAt(key) == 1; }));
+  }
+}
+
+TEST_F(CacheManager, EndsWhileItsWorkerSleeps) {
+  const Stopwatch watch;
+  for (int i = 0; i < 20; ++i) {
+    ZoIO::CacheManager other(maxAge);
+    other.Add("/k", Number(1));
+  }
+  // Waiting out a sleep would take a second each.
+  EXPECT_LT(watch.Milliseconds().count(), 10'000);
+}
+
+TEST_F(CacheManager, ValuesStayReadableAfterShutdown) {
+  cache.Add("/k", Number(1));
+  cache.Shutdown();
+  cache.Shutdown();
+  EXPECT_EQ(cache.Get("/k", 0), Number(1));
+  cache.Add("/l", Number(2));
+  EXPECT_EQ(cache.Size(), 2u);
+}
+
+TEST_F(CacheManager, ThreadsMayUseItAtOnce) {
+  constexpr int rounds = 500;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 2; ++t) {
+    threads.emplace_back([&, t] {
+      const std::string key = "/k" + std::to_string(t);
+      for (int i = 0; i < rounds; ++i) {
+        cache.AddAt(key, Number(i), start + i);
+        EXPECT_EQ(cache.GetAt(key, 0, start + i), Number(i));
+        EXPECT_GE(cache.SizeAt(key), 1u);
+      }
+    });
+  }
+  threads.emplace_back([&] {
+    for (int i = 0; i < rounds; ++i) {
+      cache.TrimAt(start + maxAge + i);
+      cache.Size();
+      cache.Exists("/k0");
+    }
+  });
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(cache.Size(), 2u);
+  EXPECT_EQ(GetAt("/k0", 0, start + rounds), rounds - 1);
+}
+
+}  // namespace
+}  // namespace ZoTest

@@ -1,0 +1,165 @@
+// Faults of an instance's own lock and thread.
+#include <gmock/gmock.h>
+
+#include <functional>
+
+#include "qapi/thread.h"
+#include "tests/support/recorder.h"
+#include "tests/vyrnclient/faulttest.h"
+#include "tests/vyrnclient/instancetest.h"
+
+namespace ZoTest {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ZoIO::ZoVyrnClient;
+
+constexpr const char* clientSource = "hmi/zoiohandler/zoiohandler/vyrnclient/zovyrnclient";
+constexpr const char* monitorThread = "ZoVyrnClient::Monitor::Thread";
+
+class InstanceFaults : public FaultTest {
+ protected:
+  // Makes an instance whose own call of operation fails: those of its registry and its cache come before.
+  std::optional<Zo::Exception> FailConstruction(qOperation operation) {
+    qTest_FailOperation(operation, 3, qStatus_System);
+    return Raised([this] { ZoVyrnClient client("simulator", 0, recorder.Param()); });
+  }
+
+  Recorder recorder;
+};
+
+struct Step {
+  qOperation operation;
+  int line;
+};
+
+TEST_F(InstanceFaults, StepsOfConstructionAreReportedWithTheirLines) {
+  for (const Step& step : {Step{qOperation::LockConstruct, 47}, Step{qOperation::ThreadConstruct, 49},
+                           Step{qOperation::ThreadSetName, 50}, Step{qOperation::ThreadStart, 50}}) {
+    SCOPED_TRACE(step.line);
+    const auto raised = FailConstruction(step.operation);
+    ASSERT_TRUE(raised);
+    EXPECT_EQ(raised->Line(), step.line);
+    EXPECT_EQ(raised->Source(), clientSource);
+    EXPECT_EQ(raised->Status(), qStatus_System);
+    EXPECT_EQ(raised->Function(), "ZoIO::ZoVyrnClient::ZoVyrnClient");
+    EXPECT_EQ(raised->Message(), "");
+    EXPECT_TRUE(NothingIsLeft());
+  }
+}
+
+TEST_F(InstanceFaults, ConstructionThatFailedEndsWhatItMadeWithoutTheDestructorsLines) {
+  FailConstruction(qOperation::ThreadStart);
+  EXPECT_THAT(recorder.LogLines(),
+              ElementsAre("2 ZoIO::ZoVyrnClient::ZoVyrnClient: Creating ZoIoHandler instance.",
+                          "2 ZoIO::ZoVyrnClient::ZoVyrnClient: Creating simulator.",
+                          "2 ZoIO::ZoVyrnClient::ZoVyrnClient: Simulator created.",
+                          "3 ZoIO::ItemManager::~ItemManager: Destroying item manager.",
+                          "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed."));
+}
+
+TEST_F(InstanceFaults, FaultOfItsRegistryOrItsCacheLeavesTheConstructor) {
+  const char* const functions[] = {"ZoIO::ItemManager::ItemManager", "ZoIO::CacheManager::CacheManager"};
+  for (std::uint64_t nth = 1; nth <= 2; ++nth) {
+    for (const qOperation operation : {qOperation::LockConstruct, qOperation::ThreadConstruct,
+                                       qOperation::ThreadSetName, qOperation::ThreadStart}) {
+      qTest_FailOperation(operation, nth, qStatus_System);
+      const auto raised = Raised([this] { ZoVyrnClient client("simulator", 0, recorder.Param()); });
+      ASSERT_TRUE(raised);
+      EXPECT_EQ(raised->Function(), functions[nth - 1]);
+      EXPECT_TRUE(NothingIsLeft());
+    }
+  }
+}
+
+TEST_F(InstanceFaults, FaultInARealSensorManagersPartsLeavesTheConstructor) {
+  for (std::uint64_t nth = 1; nth <= 3; ++nth) {
+    qTest_FailOperation(qOperation::LockConstruct, nth, qStatus_System);
+    EXPECT_TRUE(Raised([this] { ZoVyrnClient client("no address", 0, recorder.Param()); })) << nth;
+    qTest_Reset();
+    EXPECT_TRUE(NothingIsLeft());
+  }
+}
+
+TEST_F(InstanceFaults, JoinThatFailsIsLoggedAtCriticalAndDestructionGoesOn) {
+  auto client = std::make_unique<ZoVyrnClient>("simulator", 0, recorder.Param());
+  recorder.Clear();
+  qTest_FailOperation(qOperation::ThreadJoin, 1, qStatus_Deadlock);
+  client.reset();
+  EXPECT_THAT(recorder.LogLines(),
+              ElementsAre("3 ZoIO::ZoVyrnClient::~ZoVyrnClient: Destroying ZoIoHandler instance.",
+                          "3 ZoIO::ZoVyrnClient::~ZoVyrnClient: Joining ZoVyrnClient::Monitor thread.",
+                          LogLine(6, "ZoIO::ZoVyrnClient::~ZoVyrnClient",
+                                  FailureText(65, clientSource, qStatus_Deadlock,
+                                              "ZoIO::ZoVyrnClient::~ZoVyrnClient")),
+                          "3 ZoIO::ItemManager::~ItemManager: Destroying item manager.",
+                          "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed."));
+}
+
+TEST_F(InstanceFaults, SleepThatFailsIsLoggedAtErrorAndTheLoopGoesOn) {
+  ZoVyrnClient client("simulator", 0, recorder.Param());
+  Subscribe(client, {"/int#/a"}, nullptr, 0ms);
+  qTest_FailOperationIn(monitorThread, qOperation::ThreadSleep, 1, qStatus_System, 2);
+  const std::string text = FailureText(569, clientSource, qStatus_System, "ZoIO::ZoVyrnClient::Monitor");
+  ASSERT_TRUE(recorder.WaitForMessage(text, 2));
+  EXPECT_THAT(recorder.LogLines(), Contains("5 ZoIO::ZoVyrnClient::Monitor: " + text));
+  recorder.Clear();
+  EXPECT_TRUE(recorder.WaitForValue("/int#/a"));
+}
+
+TEST_F(InstanceFaults, LockThatFailsAbandonsThePassIsLoggedAndTheLoopGoesOn) {
+  ZoVyrnClient client("simulator", 0, recorder.Param());
+  Subscribe(client, {"/int#/a"}, nullptr, 0ms);
+  ASSERT_TRUE(recorder.WaitForValue("/int#/a"));
+  // In a pass that has an item the instance lock is the first of several; each failing one of them ends the
+  // turn of the item or the pass, and never the thread.
+  qTest_FailOperationIn(monitorThread, qOperation::LockEnter, 1, qStatus_System, 20);
+  const std::string text =
+      FailureText(36, "zoapi/zoapi/threads/locker", qStatus_System, "Zo::Locker::Locker");
+  ASSERT_TRUE(recorder.WaitForMessage(text));
+  EXPECT_THAT(recorder.LogLines(), Contains("5 ZoIO::ZoVyrnClient::Monitor: " + text));
+  qTest_Reset();
+  recorder.Clear();
+  EXPECT_TRUE(recorder.WaitForValue("/int#/a"));
+}
+
+TEST_F(InstanceFaults, OperationsWhoseLockFailsRaiseTheLockersException) {
+  const auto sensor =
+      std::make_shared<FakeSensorManager>(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
+  // Without groups the monitor would take the failures meant for this thread; so they are counted by thread
+  // name.
+  qThread_NameCurrent("InstanceFaults::Host");
+  ZoVyrnClient client(sensor, sensor, recorder.Param());
+  recorder.Clear();
+  const std::function<void()> operations[] = {
+      [&] { client.Read("/r#/a"); }, [&] { client.Write("/r#/a", 0, IntegerValue(1)); },
+      [&] { Subscribe(client, {"/r#/a"}); }, [&] { Unsubscribe(client, {"/r#/a"}); },
+      [&] { client.Call(nullptr, "RunSensor", "{}"); }};
+  for (const auto& operation : operations) {
+    qTest_FailOperationIn("InstanceFaults::Host", qOperation::LockEnter, 1, qStatus_System);
+    const auto raised = Raised(operation);
+    qTest_Reset();
+    ASSERT_TRUE(raised);
+    EXPECT_EQ(raised->Line(), 36);
+    EXPECT_EQ(raised->Function(), "Zo::Locker::Locker");
+    EXPECT_EQ(recorder.Size(), 0u);
+  }
+}
+
+TEST_F(InstanceFaults, LockThatFailsInsideARegistryLookUpIsLoggedAndReturns1) {
+  qThread_NameCurrent("InstanceFaults::Host");
+  ZoVyrnClient client("simulator", 0, recorder.Param());
+  recorder.Clear();
+  // The first lock is the instance's, the second the registry's.
+  qTest_FailOperationIn("InstanceFaults::Host", qOperation::LockEnter, 2, qStatus_System);
+  EXPECT_EQ(client.Read("/r#/a"), 1);
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Read: Reading item /r#/a",
+                                               "5 ZoIO::ZoVyrnClient::Read: " +
+                                                   FailureText(36, "zoapi/zoapi/threads/locker",
+                                                               qStatus_System, "Zo::Locker::Locker")));
+}
+
+}  // namespace
+}  // namespace ZoTest

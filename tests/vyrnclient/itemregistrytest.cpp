@@ -1,0 +1,233 @@
+// The registry: how a name becomes an item on first use.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/vyrnclient/feedtest.h"
+
+namespace ZoTest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ZoIO::ItemInfo;
+
+using ItemRegistry = FeedTest;
+
+class SimulatedRegistry : public FeedTest {
+ protected:
+  SimulatedRegistry() : FeedTest(true) {}
+};
+
+TEST_F(ItemRegistry, NewItemOfAnUncachedResourceIsReadCachedAndAdded) {
+  sensor->SetResource("/r", R"({"a":5})");
+  const ItemInfo& item = Item("/r#/a");
+  EXPECT_TRUE(item.valid);
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ItemManager::Item: /r#/a does not exist. Creating.",
+                                               "2 ZoIO::ItemManager::Item: /r#/a created.",
+                                               "2 ZoIO::ItemManager::Item: Retrieving /r#/a value.",
+                                               "2 ZoIO::ItemManager::Item: /r#/a value updated.",
+                                               "2 ZoIO::ItemManager::Item: Adding item /r#/a"));
+  EXPECT_EQ(Cache().Get("/r", 0), ZoJson(R"({"a":5})"));
+  EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+}
+
+TEST_F(ItemRegistry, ValidationReadsTheUriOnceAndLetsRefusalsBeLogged) {
+  sensor->SetResource("/r", R"({"a":5})");
+  Item("/r#/a");
+  ASSERT_EQ(sensor->CallTexts(), std::vector<std::string>{"Read /r"});
+  EXPECT_TRUE(sensor->Calls()[0].logFailure);
+}
+
+TEST_F(ItemRegistry, NewItemOfACachedResourceIsValidatedWithoutARead) {
+  Cached("/r", R"({"a":5})");
+  EXPECT_TRUE(Item("/r#/a").valid);
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ItemManager::Item: /r#/a does not exist. Creating.",
+                                               "2 ZoIO::ItemManager::Item: /r#/a created.",
+                                               "2 ZoIO::ItemManager::Item: Adding item /r#/a"));
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(ItemRegistry, KnownItemIsReturnedWithoutAWord) {
+  Cached("/r", R"({"a":5})");
+  ItemInfo& first = Item("/r#/a");
+  recorder.Clear();
+  ItemInfo& second = Item("/r#/a");
+  EXPECT_EQ(&first, &second);
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+TEST_F(ItemRegistry, RecordsStayWhereTheyAre) {
+  Cached("/r", R"({"a":5})");
+  ItemInfo& first = Item("/r#/a");
+  for (int i = 0; i < 2000; ++i) {
+    Item("/r#/a" + std::to_string(i));
+  }
+  EXPECT_EQ(&first, &Item("/r#/a"));
+  EXPECT_EQ(first.name, "/r#/a");
+}
+
+TEST_F(ItemRegistry, ItemOfAnElementThatIsMissingIsStoredInvalid) {
+  sensor->SetResource("/r", R"({"a":5})");
+  EXPECT_FALSE(Item("/r#/b").valid);
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ItemManager::Item: /r#/b does not exist. Creating.",
+                                               "2 ZoIO::ItemManager::Item: /r#/b created.",
+                                               "2 ZoIO::ItemManager::Item: Retrieving /r#/b value.",
+                                               "2 ZoIO::ItemManager::Item: /r#/b value updated.",
+                                               "4 ZoIO::ItemManager::Item: /r#/b does not exists."));
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/r#/b"));
+}
+
+TEST_F(ItemRegistry, ItemOfANullElementIsStoredInvalid) {
+  Cached("/r", R"({"a":null})");
+  EXPECT_FALSE(Item("/r#/a").valid);
+  EXPECT_EQ(recorder.CountMessages("/r#/a does not exists."), 1u);
+}
+
+TEST_F(ItemRegistry, ItemOfAnObjectOrArrayIsValid) {
+  Cached("/r", R"({"o":{},"l":[]})");
+  EXPECT_TRUE(Item("/r#/o").valid);
+  EXPECT_TRUE(Item("/r#/l").valid);
+}
+
+TEST_F(ItemRegistry, ItemOfTheWholePayloadIsValid) {
+  Cached("/r", "7");
+  EXPECT_TRUE(Item("/r#").valid);
+}
+
+TEST_F(ItemRegistry, NameWithoutHashIsLookedForUnderItselfInItsResource) {
+  Cached("/r", R"({"r":7})");
+  EXPECT_TRUE(Item("/r").valid);
+  Cached("/s", R"({"a":7})");
+  EXPECT_FALSE(Item("/s").valid);
+}
+
+TEST_F(ItemRegistry, InvalidItemIsNotAskedForAgainByItem) {
+  sensor->SetResource("/r", R"({"a":5})");
+  Item("/r#/b");
+  recorder.Clear();
+  sensor->ClearCalls();
+  EXPECT_FALSE(Item("/r#/b").valid);
+  EXPECT_EQ(recorder.Size(), 0u);
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/r#/b"));
+}
+
+TEST_F(ItemRegistry, NullPayloadIsNotCached) {
+  EXPECT_FALSE(Item("/unknown#/a").valid);
+  EXPECT_FALSE(Cache().Exists("/unknown"));
+  EXPECT_THAT(recorder.LogLines(),
+              ElementsAre("2 ZoIO::ItemManager::Item: /unknown#/a does not exist. Creating.",
+                          "2 ZoIO::ItemManager::Item: /unknown#/a created.",
+                          "2 ZoIO::ItemManager::Item: Retrieving /unknown#/a value.",
+                          "4 ZoIO::ItemManager::Item: /unknown#/a does not exists."));
+}
+
+TEST_F(ItemRegistry, EmptyResponseLeavesTheItemInvalid) {
+  sensor->SetScript("Read", [](const auto&) { return ZoJson(); });
+  EXPECT_FALSE(Item("/r#/a").valid);
+  EXPECT_FALSE(Cache().Exists("/r"));
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ItemManager::Item: /r#/a does not exist. Creating.",
+                                               "2 ZoIO::ItemManager::Item: /r#/a created.",
+                                               "2 ZoIO::ItemManager::Item: Retrieving /r#/a value.",
+                                               "4 ZoIO::ItemManager::Item: /r#/a does not exists."));
+}
+
+TEST_F(ItemRegistry, ExceptionDuringValidationLeavesTheItemInvalid) {
+  sensor->SetScript("Read", [](const auto&) -> ZoJson { throw std::runtime_error("broken"); });
+  EXPECT_FALSE(Item("/r#/a").valid);
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/r#/a"));
+  EXPECT_EQ(recorder.CountMessages("broken"), 0u);
+  EXPECT_EQ(recorder.CountMessages("/r#/a does not exists."), 1u);
+}
+
+TEST_F(ItemRegistry, WithoutConnectionNothingIsReadAndTheCacheDecides) {
+  sensor->SetConnected(false);
+  Cached("/r", R"({"a":5})");
+  EXPECT_TRUE(Item("/r#/a").valid);
+  EXPECT_FALSE(Item("/s#/a").valid);
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+  EXPECT_EQ(recorder.CountMessages("Retrieving /s#/a value."), 0u);
+  EXPECT_EQ(recorder.CountMessages("/s#/a does not exists."), 1u);
+}
+
+TEST_F(ItemRegistry, SecondItemOfAResourceFindsItCached) {
+  sensor->SetResource("/r", R"({"a":5,"b":6})");
+  Item("/r#/a");
+  Item("/r#/b");
+  EXPECT_EQ(sensor->CallCount("Read"), 1u);
+}
+
+TEST_F(ItemRegistry, ItemsHoldsEveryRecordUnderItsName) {
+  Cached("/r", R"({"a":5})");
+  Item("/r#/a");
+  Item("/r#/b");
+  ASSERT_EQ(Registry().Items().size(), 2u);
+  EXPECT_EQ(Registry().Items().at("/r#/a").name, "/r#/a");
+  EXPECT_EQ(&Registry().Items().at("/r#/a"), &Item("/r#/a"));
+  const ZoIO::ItemManager& constant = Registry();
+  EXPECT_EQ(&constant.Items(), &Registry().Items());
+  EXPECT_EQ(constant.Snapshot().size(), 2u);
+}
+
+TEST_F(ItemRegistry, NamesThatAreInvalidAreListedOldestFirst) {
+  Item("/c#/a");
+  Item("/a#/a");
+  Item("/b#/a");
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/c#/a", "/a#/a", "/b#/a"));
+}
+
+TEST_F(ItemRegistry, ThreadsThatAskForOneNameGetOneRecord) {
+  sensor->SetResource("/r", R"({"a":5})");
+  std::vector<std::thread> threads;
+  std::vector<ItemInfo*> records(4);
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    threads.emplace_back([&, i] { records[i] = &Item("/r#/a"); });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (ItemInfo* record : records) {
+    EXPECT_EQ(record, records[0]);
+  }
+  EXPECT_EQ(recorder.CountMessages("/r#/a created."), 1u);
+  EXPECT_EQ(sensor->CallCount("Read"), 1u);
+}
+
+TEST_F(SimulatedRegistry, AcceptsEveryNameWithTwoLinesAndAsksNobody) {
+  for (const char* name : {"/r#/a", "", "#", "no such thing"}) {
+    recorder.Clear();
+    EXPECT_TRUE(Item(name).valid);
+    EXPECT_EQ(recorder.LogLines(),
+              (std::vector<std::string>{
+                  "2 ZoIO::ItemManager::Item: " + std::string(name) + " does not exist. Creating.",
+                  "2 ZoIO::ItemManager::Item: " + std::string(name) + " created."}));
+  }
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+  EXPECT_EQ(Cache().Size(), 0u);
+  EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+}
+
+TEST(ItemRegistryEnd, TellsItsBeginningAndItsEnd) {
+  Recorder recorder;
+  {
+    FakeSensorManager sensor(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
+    EXPECT_EQ(recorder.Size(), 0u);
+  }
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("3 ZoIO::ItemManager::~ItemManager: Destroying item manager.",
+                                               "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed."));
+}
+
+TEST(ItemRegistryEnd, ShutdownIsDoneOnce) {
+  Recorder recorder;
+  {
+    FakeSensorManager sensor(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
+    sensor.PLC()->Shutdown();
+    sensor.PLC()->Shutdown();
+  }
+  EXPECT_EQ(recorder.Size(), 2u);
+}
+
+}  // namespace
+}  // namespace ZoTest

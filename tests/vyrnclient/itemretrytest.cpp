@@ -1,0 +1,219 @@
+// The registry's retry pass, one at a time.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/vyrnclient/feedtest.h"
+
+namespace ZoTest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class ItemRetry : public FeedTest {
+ protected:
+  // Items that are not found, with nothing cached and the record of all that emptied.
+  void MakeInvalid(const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+      EXPECT_FALSE(Item(name).valid);
+    }
+    recorder.Clear();
+    sensor->ClearCalls();
+  }
+};
+
+TEST_F(ItemRetry, PassWithoutInvalidItemsReadsNothing) {
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(ItemRetry, ItemBecomesValidWhenItsResourceAppears) {
+  MakeInvalid({"/r#/a"});
+  Registry().RetryInvalidItems();
+  EXPECT_FALSE(Item("/r#/a").valid);
+  sensor->SetResource("/r", R"({"a":5})");
+  Registry().RetryInvalidItems();
+  EXPECT_TRUE(Item("/r#/a").valid);
+  EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+  EXPECT_EQ(Cache().Get("/r", 0), ZoJson(R"({"a":5})"));
+}
+
+TEST_F(ItemRetry, ReadsWithoutTheOfflineWarningAndLogsNothing) {
+  MakeInvalid({"/r#/a"});
+  sensor->SetResource("/r", R"({"a":5})");
+  Registry().RetryInvalidItems();
+  ASSERT_EQ(sensor->CallTexts(), std::vector<std::string>{"Read /r"});
+  EXPECT_FALSE(sensor->Calls()[0].logFailure);
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+TEST_F(ItemRetry, ItemThatBecameValidIsNotAskedForAgain) {
+  MakeInvalid({"/r#/a"});
+  sensor->SetResource("/r", R"({"a":5})");
+  Registry().RetryInvalidItems();
+  sensor->ClearCalls();
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(ItemRetry, CachedResourceIsNotRead) {
+  MakeInvalid({"/r#/a"});
+  Cached("/r", R"({"a":5})");
+  Registry().RetryInvalidItems();
+  EXPECT_TRUE(Item("/r#/a").valid);
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(ItemRetry, CachedResourceWithoutTheElementKeepsTheItemWaiting) {
+  MakeInvalid({"/r#/a"});
+  Cached("/r", R"({"b":5})");
+  Registry().RetryInvalidItems();
+  EXPECT_FALSE(Item("/r#/a").valid);
+  Cached("/r", R"({"a":null})");
+  Registry().RetryInvalidItems();
+  EXPECT_FALSE(Item("/r#/a").valid);
+  Cached("/r", R"({"a":0})");
+  Registry().RetryInvalidItems();
+  EXPECT_TRUE(Item("/r#/a").valid);
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(ItemRetry, PayloadWithoutTheElementIsNotCached) {
+  MakeInvalid({"/r#/a"});
+  sensor->SetResource("/r", R"({"b":5})");
+  Registry().RetryInvalidItems();
+  EXPECT_FALSE(Item("/r#/a").valid);
+  EXPECT_FALSE(Cache().Exists("/r"));
+  Registry().RetryInvalidItems();
+  EXPECT_EQ(sensor->CallCount("Read"), 2u);
+}
+
+TEST_F(ItemRetry, NullPayloadEndsTheTurnOfTheItemNotThePass) {
+  MakeInvalid({"/a#/x", "/b#/x"});
+  sensor->SetResource("/b", R"({"x":1})");
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /a", "Read /b"));
+  EXPECT_FALSE(Cache().Exists("/a"));
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/a#/x"));
+}
+
+TEST_F(ItemRetry, ItemsAreTriedInTheOrderOfTheList) {
+  MakeInvalid({"/c#/x", "/a#/x", "/b#/x"});
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /c", "Read /a", "Read /b"));
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/c#/x", "/a#/x", "/b#/x"));
+}
+
+TEST_F(ItemRetry, SeveralBecomeValidInOnePass) {
+  MakeInvalid({"/a#/x", "/b#/x", "/c#/x"});
+  for (const char* uri : {"/a", "/b", "/c"}) {
+    sensor->SetResource(uri, R"({"x":1})");
+  }
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /a", "Read /b", "Read /c"));
+  EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+  for (const char* name : {"/a#/x", "/b#/x", "/c#/x"}) {
+    EXPECT_TRUE(Item(name).valid) << name;
+  }
+}
+
+TEST_F(ItemRetry, ThoseThatStayKeepTheirOrderAroundThoseThatLeave) {
+  MakeInvalid({"/a#/x", "/b#/x", "/c#/x", "/d#/x", "/e#/x"});
+  sensor->SetResource("/b", R"({"x":1})");
+  sensor->SetResource("/d", R"({"x":1})");
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/a#/x", "/c#/x", "/e#/x"));
+  sensor->ClearCalls();
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /a", "Read /c", "Read /e"));
+}
+
+TEST_F(ItemRetry, ItemsOfOneResourceNeedOneRead) {
+  MakeInvalid({"/r#/a", "/r#/b", "/r#/c"});
+  sensor->SetResource("/r", R"({"a":1,"b":2,"c":3})");
+  Registry().RetryInvalidItems();
+  EXPECT_EQ(sensor->CallCount("Read"), 1u);
+  EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+}
+
+TEST_F(ItemRetry, ResponseWithoutPayloadIsAskedForAgainAtOnce) {
+  MakeInvalid({"/r#/a"});
+  int reads = 0;
+  sensor->SetScript("Read", [&](const auto&) {
+    ++reads;
+    return reads < 50 ? ZoJson() : ZoJson(R"({"status":1,"payload":{"a":1}})");
+  });
+  Registry().RetryInvalidItems();
+  EXPECT_EQ(reads, 50);
+  EXPECT_TRUE(Item("/r#/a").valid);
+}
+
+TEST_F(ItemRetry, BareAcknowledgementIsAskedForAgainAtOnce) {
+  MakeInvalid({"/r#/a"});
+  int reads = 0;
+  sensor->SetScript("Read", [&](const auto&) {
+    return ++reads < 3 ? ZoJson(R"({"status":1})") : ZoJson(R"({"status":-404,"payload":null})");
+  });
+  Registry().RetryInvalidItems();
+  EXPECT_EQ(reads, 3);
+  EXPECT_FALSE(Item("/r#/a").valid);
+}
+
+TEST_F(ItemRetry, ExceptionEndsThePassAndLeavesTheListWhole) {
+  MakeInvalid({"/a#/x", "/b#/x", "/c#/x"});
+  sensor->SetResource("/a", R"({"x":1})");
+  sensor->SetResource("/c", R"({"x":1})");
+  sensor->SetScript("Read", [](const FakeSensorManager::Request& request) -> ZoJson {
+    if (request.uri == "/b") {
+      throw std::runtime_error("broken");
+    }
+    return ZoJson(R"({"status":1,"payload":{"x":1}})");
+  });
+  EXPECT_THROW(Registry().RetryInvalidItems(), std::runtime_error);
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /a", "Read /b"));
+  EXPECT_TRUE(Item("/a#/x").valid);
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/b#/x", "/c#/x"));
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+TEST_F(ItemRetry, AfterAFailedPassTheNextOneReachesTheOthers) {
+  MakeInvalid({"/a#/x", "/b#/x"});
+  bool broken = true;
+  sensor->SetScript("Read", [&](const FakeSensorManager::Request& request) -> ZoJson {
+    if (broken && request.uri == "/a") {
+      throw std::runtime_error("broken");
+    }
+    return ZoJson(R"({"status":1,"payload":{"x":1}})");
+  });
+  EXPECT_THROW(Registry().RetryInvalidItems(), std::runtime_error);
+  broken = false;
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+}
+
+TEST_F(ItemRetry, MissingElementDoesNotKeepLaterItemsFromTheirTurn) {
+  MakeInvalid({"/a#/missing", "/b#/x"});
+  Cached("/a", R"({"x":1})");
+  sensor->SetResource("/b", R"({"x":1})");
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/a#/missing"));
+}
+
+TEST_F(ItemRetry, PlaceBelowAScalarIsAMissingElement) {
+  MakeInvalid({"/a#/x/y", "/b#/x"});
+  Cached("/a", R"({"x":1})");
+  Cached("/b", R"({"x":1})");
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/a#/x/y"));
+}
+
+TEST_F(ItemRetry, GivenUpRegistryDoesNotReadAnyMore) {
+  MakeInvalid({"/r#/a"});
+  sensor->SetScript("Read", [](const auto&) { return ZoJson(); });
+  Registry().Shutdown();
+  EXPECT_THROW(Registry().RetryInvalidItems(), std::runtime_error);
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace ZoTest

@@ -1,0 +1,145 @@
+// The buffer and the stream behind one log line.
+#include "zoiohandler/vyrnclient/logbuf.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/recorder.h"
+#include "zoiohandler/vyrnclient/logstream.h"
+
+namespace ZoTest {
+namespace {
+
+using Traits = std::char_traits<char>;
+
+// Opens the operations that streams use, and counts the characters that come through overflow.
+class OpenBuffer : public ZoIO::LogBuf<char> {
+ public:
+  using ZoIO::LogBuf<char>::LogBuf;
+  using ZoIO::LogBuf<char>::pptr;
+  using ZoIO::LogBuf<char>::sync;
+
+  int_type overflow(int_type character) override {
+    ++overflows;
+    return ZoIO::LogBuf<char>::overflow(character);
+  }
+
+  int overflows = 0;
+};
+
+class LogBuf : public ::testing::Test {
+ protected:
+  Recorder recorder;
+  OpenBuffer buffer{&recorder, &Recorder::HandleLog, 3, nullptr};
+};
+
+using LogStream = LogBuf;
+
+TEST_F(LogBuf, HasNoPutArea) {
+  EXPECT_EQ(buffer.pptr(), nullptr);
+  buffer.sputc('x');
+  EXPECT_EQ(buffer.pptr(), nullptr);
+}
+
+TEST_F(LogBuf, EveryCharacterReachesOverflow) {
+  buffer.sputc('a');
+  EXPECT_EQ(buffer.overflows, 1);
+  buffer.sputn("bcdef", 5);
+  EXPECT_EQ(buffer.overflows, 6);
+}
+
+TEST_F(LogBuf, OverflowReturnsTheCharacterItTook) {
+  EXPECT_EQ(buffer.overflow(Traits::to_int_type('x')), Traits::to_int_type('x'));
+  EXPECT_EQ(buffer.overflow(Traits::to_int_type('\xff')), Traits::to_int_type('\xff'));
+}
+
+TEST_F(LogBuf, OverflowOfEndOfFileReturnsItAndAddsNothing) {
+  EXPECT_EQ(buffer.overflow(Traits::eof()), Traits::eof());
+  EXPECT_EQ(buffer.sync(), 0);
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+TEST_F(LogBuf, NothingIsDeliveredBeforeSync) {
+  buffer.sputn("text\n", 5);
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+TEST_F(LogBuf, SyncDeliversContextLevelAndText) {
+  buffer.sputn("text", 4);
+  EXPECT_EQ(buffer.sync(), 0);
+  const Recorder::Entries entries = recorder.All();
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].text, "text");
+  EXPECT_EQ(entries[0].level, 3);
+}
+
+TEST_F(LogBuf, SyncOfAnEmptyBufferGivesNoCallback) {
+  EXPECT_EQ(buffer.sync(), 0);
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+TEST_F(LogBuf, SyncEmptiesTheBuffer) {
+  buffer.sputn("first", 5);
+  buffer.sync();
+  EXPECT_EQ(buffer.sync(), 0);
+  EXPECT_EQ(recorder.Size(), 1u);
+  buffer.sputn("2nd", 3);
+  buffer.sync();
+  ASSERT_EQ(recorder.Size(), 2u);
+  EXPECT_EQ(recorder.All()[1].text, "2nd");
+}
+
+TEST_F(LogBuf, SyncWithoutCallbackSucceeds) {
+  OpenBuffer silent{&recorder, nullptr, 3, nullptr};
+  silent.sputn("text", 4);
+  EXPECT_EQ(silent.sync(), 0);
+}
+
+TEST_F(LogBuf, DestructionDoesNotDeliver) {
+  {
+    OpenBuffer other{&recorder, &Recorder::HandleLog, 3, nullptr};
+    other.sputn("lost", 4);
+  }
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+TEST_F(LogBuf, ClosedGateKeepsTheTextFromTheHost) {
+  ZoIO::CallbackGate gate;
+  OpenBuffer gated{&recorder, &Recorder::HandleLog, 3, &gate};
+  gated.sputn("before", 6);
+  gated.sync();
+  gate.Close();
+  gated.sputn("after", 5);
+  EXPECT_EQ(gated.sync(), 0);
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].text, "before");
+}
+
+TEST_F(LogStream, EndlDeliversOnce) {
+  {
+    ZoIO::LogStream<char> stream(&recorder, &Recorder::HandleLog, 5, nullptr);
+    stream << "one " << 2 << std::endl;
+    EXPECT_EQ(recorder.Size(), 1u);
+  }
+  // The stream's end flushes again, which finds nothing.
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].text, "one 2\n");
+  EXPECT_EQ(recorder.All()[0].level, 5);
+}
+
+TEST_F(LogStream, DestructionDeliversWhatIsLeft) {
+  {
+    ZoIO::LogStream<char> stream(&recorder, &Recorder::HandleLog, 5, nullptr);
+    stream << "rest";
+    EXPECT_EQ(recorder.Size(), 0u);
+  }
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].text, "rest");
+}
+
+TEST_F(LogStream, ItsBufferIsItsOwn) {
+  ZoIO::LogStream<char> stream(&recorder, &Recorder::HandleLog, 5, nullptr);
+  EXPECT_NE(dynamic_cast<ZoIO::LogBuf<char>*>(stream.rdbuf()), nullptr);
+}
+
+}  // namespace
+}  // namespace ZoTest

@@ -1,0 +1,165 @@
+// One log line, letter by letter.
+#include "zoiohandler/vyrnclient/logger.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <iostream>
+#include <locale>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "qapi/thread.h"
+#include "tests/support/recorder.h"
+
+namespace ZoTest {
+namespace {
+
+using ZoIO::WriteLog;
+
+class Logger : public ::testing::Test {
+ protected:
+  Recorder recorder;
+  ZoIO::Logger logger{&recorder, &Recorder::HandleLog};
+};
+
+std::string OwnThread() {
+  return std::to_string(qThread_CurrentId());
+}
+
+TEST_F(Logger, LineIsFunctionThreadMessageAndNewlineWithoutBlanks) {
+  WriteLog(logger, "Some message.", 2, "ZoIO::Some::Function");
+  const Recorder::Entries entries = recorder.All();
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].text, "[ZoIO::Some::Function](" + OwnThread() + ")Some message.\n");
+}
+
+TEST_F(Logger, CallbackRunsOnTheWritingThreadBeforeTheWriteReturns) {
+  WriteLog(logger, "x", 2, "f");
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].thread, qThread_CurrentId());
+}
+
+TEST_F(Logger, EmptyMessageStillGivesALine) {
+  WriteLog(logger, "", 4, "f");
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].text, "[f](" + OwnThread() + ")\n");
+}
+
+TEST_F(Logger, MessageWithNewlinesArrivesInOneCallback) {
+  WriteLog(logger, "a\nb\n\nc\n", 2, "f");
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].text, "[f](" + OwnThread() + ")a\nb\n\nc\n\n");
+}
+
+TEST_F(Logger, LongMessageArrivesWhole) {
+  const std::string message(1 << 20, 'x');
+  WriteLog(logger, message, 2, "f");
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].message, message);
+}
+
+TEST_F(Logger, LevelIsHandedOnUnchanged) {
+  const int levels[] = {2, 3, 4, 5, 6, 0, -1, INT_MAX, INT_MIN};
+  for (const int level : levels) {
+    recorder.Clear();
+    WriteLog(logger, "x", level, "f");
+    ASSERT_EQ(recorder.Size(), 1u);
+    EXPECT_EQ(recorder.All()[0].level, level);
+  }
+}
+
+TEST_F(Logger, LevelsBearTheirNumbers) {
+  EXPECT_EQ(ZoIO::LogLevel_Info, 2);
+  EXPECT_EQ(ZoIO::LogLevel_Notice, 3);
+  EXPECT_EQ(ZoIO::LogLevel_Warning, 4);
+  EXPECT_EQ(ZoIO::LogLevel_Error, 5);
+  EXPECT_EQ(ZoIO::LogLevel_Critical, 6);
+}
+
+TEST_F(Logger, WithoutCallbackTheBareMessageGoesToStandardOutput) {
+  const ZoIO::Logger silent(&recorder, nullptr);
+  ::testing::internal::CaptureStdout();
+  WriteLog(silent, "Some message.", 5, "ZoIO::Some::Function");
+  WriteLog(silent, "", 2, "f");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Some message.\n\n");
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+// Digits in groups of one, as no real locale has them.
+class Grouping : public std::numpunct<char> {
+ protected:
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\1"; }
+};
+
+class GlobalLocale {
+ public:
+  explicit GlobalLocale(const std::locale& locale) : before(std::locale::global(locale)) {}
+  GlobalLocale(const GlobalLocale&) = delete;
+  GlobalLocale& operator=(const GlobalLocale&) = delete;
+  ~GlobalLocale() { std::locale::global(before); }
+
+ private:
+  std::locale before;
+};
+
+TEST_F(Logger, LocaleThatGroupsDigitsDoesNotChangeTheThreadNumber) {
+  const GlobalLocale grouping(std::locale(std::locale::classic(), new Grouping));
+  std::ostringstream check;
+  check << 1234;
+  ASSERT_EQ(check.str(), "1.2.3.4");
+  WriteLog(logger, "x", 2, "f");
+  ASSERT_EQ(recorder.Size(), 1u);
+  EXPECT_EQ(recorder.All()[0].text, "[f](" + OwnThread() + ")x\n");
+}
+
+TEST_F(Logger, ThreadsThatLogAtOnceGiveWholeLines) {
+  constexpr int threads = 4;
+  constexpr int lines = 300;
+  std::vector<std::thread> writers;
+  for (int i = 0; i < threads; ++i) {
+    writers.emplace_back([&, i] {
+      for (int line = 0; line < lines; ++line) {
+        WriteLog(logger, std::string(50, static_cast<char>('a' + i)) + std::to_string(line), 2, "f");
+      }
+    });
+  }
+  for (std::thread& writer : writers) {
+    writer.join();
+  }
+  const Recorder::Entries entries = recorder.All();
+  ASSERT_EQ(entries.size(), static_cast<std::size_t>(threads * lines));
+  std::map<std::uint64_t, int> seen;
+  for (const Entry& entry : entries) {
+    const char letter = entry.message.empty() ? '?' : entry.message[0];
+    EXPECT_EQ(entry.text, "[f](" + std::to_string(entry.thread) + ")" + std::string(50, letter) +
+                              std::to_string(seen[entry.thread]++) + "\n");
+  }
+  EXPECT_EQ(seen.size(), static_cast<std::size_t>(threads));
+}
+
+TEST_F(Logger, CallbackThatRaisesGetsItsLineOnceAndHarmsNobody) {
+  int calls = 0;
+  recorder.OnLog([&calls](const Entry&) {
+    ++calls;
+    throw std::runtime_error("a host's fault");
+  });
+  WriteLog(logger, "x", 2, "f");
+  EXPECT_EQ(calls, 1);
+  recorder.OnLog({});
+}
+
+TEST_F(Logger, AfterItsGateClosedNothingArrives) {
+  const auto gate = std::make_shared<ZoIO::CallbackGate>();
+  const ZoIO::Logger gated(&recorder, &Recorder::HandleLog, gate);
+  WriteLog(gated, "before", 2, "f");
+  gate->Close();
+  WriteLog(gated, "after", 2, "f");
+  EXPECT_EQ(recorder.LogLines(), std::vector<std::string>{"2 f: before"});
+}
+
+}  // namespace
+}  // namespace ZoTest

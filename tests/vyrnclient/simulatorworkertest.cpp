@@ -1,0 +1,179 @@
+// The simulator's own thread, and how it ends.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "qapi/testing.h"
+#include "tests/support/recorder.h"
+#include "tests/vyrnclient/eventually.h"
+#include "zoiohandler/vyrnclient/cachemanager.h"
+#include "zoiohandler/vyrnclient/itemmanager.h"
+#include "zoiohandler/vyrnclient/logger.h"
+#include "zoiohandler/vyrnclient/sensormanagersimulator.h"
+
+namespace ZoTest {
+namespace {
+
+using ::testing::ElementsAre;
+using ZoIO::SensorManagerSimulator;
+
+constexpr const char* workerName = "ZoIO::SensorManagerSimulator::Simulate";
+constexpr const char* destructorName = "ZoIO::SensorManagerSimulator::~SensorManagerSimulator";
+
+class SimulatorWorker : public ::testing::Test {
+ protected:
+  bool WaitForLine(const char* function, std::size_t count = 1) {
+    return recorder.WaitForEntry([=](const Entry& entry) { return entry.function == function; }, count);
+  }
+
+  // Makes every pass fail.
+  void BreakPasses() {
+    simulator->Update("/list", ZoJson("[1,2]"), true);
+    simulator->PLC()->Item("/list#/x");
+  }
+
+  Recorder recorder;
+  std::shared_ptr<ZoIO::Logger> logger = std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog);
+  std::shared_ptr<SensorManagerSimulator> simulator = std::make_shared<SensorManagerSimulator>(logger);
+};
+
+TEST_F(SimulatorWorker, ChangesValuesAboutOnceASecond) {
+  simulator->PLC()->Item("/bool#/v");
+  const auto cache = simulator->Cache();
+  ASSERT_TRUE(Eventually([&] { return cache->SizeAt("/bool") >= 1; }));
+  const Stopwatch watch;
+  ASSERT_TRUE(Eventually([&] { return cache->SizeAt("/bool") >= 3; }));
+  EXPECT_GE(watch.Milliseconds().count(), 1500);
+}
+
+TEST_F(SimulatorWorker, WarnsOfAPassThatFailsAndGoesOn) {
+  BreakPasses();
+  ASSERT_TRUE(WaitForLine(workerName, 2));
+  for (const Entry& entry : recorder.Logs()) {
+    if (entry.function == workerName) {
+      EXPECT_EQ(entry.level, 4);
+      EXPECT_FALSE(entry.message.empty());
+    }
+  }
+}
+
+TEST_F(SimulatorWorker, RecoversFromAPassThatFailed) {
+  BreakPasses();
+  ASSERT_TRUE(WaitForLine(workerName));
+  simulator->Update("/list", ZoJson("{}"), true);
+  EXPECT_TRUE(Eventually([&] { return simulator->Cache()->Exists("/list"); }));
+}
+
+TEST_F(SimulatorWorker, EndsAfterOneLastPass) {
+  simulator->PLC()->Item("/int#/v");
+  const auto cache = simulator->Cache();
+  ASSERT_TRUE(Eventually([&] { return cache->SizeAt("/int") == 1; }));
+  // A value of the same millisecond would be dropped.
+  const long long before = ZoIO::CacheManager::TimeInMills();
+  while (ZoIO::CacheManager::TimeInMills() == before) {
+  }
+  const Stopwatch watch;
+  simulator.reset();
+  // Woken instead of waited for, and a pass came after the wake-up.
+  EXPECT_LT(watch.Milliseconds().count(), 900);
+  EXPECT_EQ(cache->SizeAt("/int"), 2u);
+}
+
+TEST_F(SimulatorWorker, EndTellsOnlyOfTheRegistry) {
+  simulator.reset();
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("3 ZoIO::ItemManager::~ItemManager: Destroying item manager.",
+                                               "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed."));
+}
+
+TEST_F(SimulatorWorker, ManyComeAndGo) {
+  const std::uint64_t objects = qTest_LiveObjects();
+  const Stopwatch watch;
+  for (int i = 0; i < 20; ++i) {
+    SensorManagerSimulator other(logger);
+    other.PLC()->Item("/int#/v");
+  }
+  EXPECT_LT(watch.Milliseconds().count(), 10'000);
+  EXPECT_EQ(qTest_LiveObjects(), objects);
+}
+
+TEST_F(SimulatorWorker, BlockedPassDelaysItsEndByAboutASecondOnly) {
+  const std::uint64_t objects = qTest_LiveObjects();
+  Gate gate;
+  recorder.OnLog([&](const Entry& entry) {
+    if (entry.function == workerName) {
+      gate.Wait();
+    }
+  });
+  BreakPasses();
+  ASSERT_TRUE(gate.WaitForArrivals());
+  recorder.Clear();
+  const std::weak_ptr<ZoIO::CacheManager> cache = simulator->Cache();
+  const Stopwatch watch;
+  simulator.reset();
+  EXPECT_GE(watch.Milliseconds().count(), 990);
+  EXPECT_LT(watch.Milliseconds().count(), 10'000);
+  const Recorder::Entries lines = recorder.Logs();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines[0].level, 5);
+  EXPECT_EQ(lines[0].function, destructorName);
+  // What the pass still uses is there, and goes when it ends.
+  EXPECT_FALSE(cache.expired());
+  gate.Open();
+  EXPECT_TRUE(Eventually([&] { return cache.expired(); }));
+  // Its own objects are those of the simulator that is gone by now.
+  EXPECT_TRUE(Eventually([&] { return qTest_LiveObjects() < objects; }));
+}
+
+TEST_F(SimulatorWorker, UpdateDoesNotWaitForAPass) {
+  Gate gate;
+  recorder.OnLog([&](const Entry& entry) {
+    if (entry.function == workerName) {
+      gate.Wait();
+    }
+  });
+  BreakPasses();
+  ASSERT_TRUE(gate.WaitForArrivals());
+  // The pass holds its mutex at the gate: Update comes back all the same, while Read has to wait.
+  simulator->Update("/other", ZoJson::Of(1), true);
+  std::atomic<bool> read = false;
+  std::thread reader([&] {
+    simulator->Read("/other", true);
+    read = true;
+  });
+  simulator->Update("/other", ZoJson::Of(2), true);
+  EXPECT_FALSE(read);
+  recorder.OnLog({});
+  gate.Open();
+  reader.join();
+  EXPECT_TRUE(read);
+}
+
+TEST_F(SimulatorWorker, ThreadsMayUseItDuringPasses) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 3; ++t) {
+    threads.emplace_back([this, t] {
+      const std::string uri = "/int" + std::to_string(t);
+      for (int i = 0; i < 200; ++i) {
+        simulator->PLC()->Item(uri + "#/v" + std::to_string(i % 10));
+        simulator->Update(uri, ZoJson(R"({"v0":1})"), true);
+        simulator->Read(uri, true);
+        simulator->Create(uri, {}, true);
+        simulator->Delete(uri, true);
+      }
+    });
+  }
+  for (int i = 0; i < 100; ++i) {
+    simulator->Pass();
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  simulator->Pass();
+  EXPECT_EQ(simulator->PLC()->Snapshot().size(), 30u);
+  EXPECT_EQ(simulator->Cache()->Size(), 3u);
+}
+
+}  // namespace
+}  // namespace ZoTest

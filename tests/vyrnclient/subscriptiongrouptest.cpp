@@ -1,0 +1,278 @@
+// A subscription group, tick by tick.
+#include "zoiohandler/vyrnclient/subscriptiongroup.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "tests/vyrnclient/feedtest.h"
+
+namespace ZoTest {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+using std::chrono::system_clock;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class SubscriptionGroup : public FeedTest {
+ protected:
+  // "name type:value" of every value since the last call, in order.
+  std::vector<std::string> Pushed() {
+    std::vector<std::string> texts;
+    for (const Entry& entry : recorder.All()) {
+      if (entry.kind == Entry::Kind::Value) {
+        texts.push_back(entry.item + " " + Describe(entry));
+      }
+    }
+    recorder.Clear();
+    return texts;
+  }
+
+  // What the host gets from one tick.
+  std::vector<std::string> Tick() {
+    recorder.Clear();
+    group.Tick();
+    return Pushed();
+  }
+
+  ZoIO::SubscriptionGroup group{feed, 1000ms};
+};
+
+TEST_F(SubscriptionGroup, NewOneIsEmptyAndDueAtOnce) {
+  const auto before = system_clock::now();
+  const ZoIO::SubscriptionGroup other(feed, 1h);
+  EXPECT_TRUE(other.IsEmpty());
+  EXPECT_LE(before, other.NextTick());
+  EXPECT_LE(other.NextTick(), system_clock::now());
+}
+
+TEST_F(SubscriptionGroup, TickOfAnEmptyOnePushesNothing) {
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, FirstTickPushesEveryItemInTheOrderOfNames) {
+  Cached("/r", R"({"a":1,"b":2,"B":3})");
+  for (const char* name : {"/r#/b", "/r#/a", "/r#/missing", "/r#/B"}) {
+    group.AddItem(name);
+  }
+  EXPECT_THAT(Tick(), ElementsAre("/r#/B 2:3", "/r#/a 2:1", "/r#/b 2:2", "/r#/missing 5:INVALID"));
+}
+
+TEST_F(SubscriptionGroup, ValidItemIsPushedOnEveryTick) {
+  Cached("/r", R"({"a":1})");
+  group.AddItem("/r#/a");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  }
+}
+
+TEST_F(SubscriptionGroup, StatusOfPushedValuesIs0) {
+  Cached("/r", R"({"a":1})");
+  group.AddItem("/r#/a");
+  group.Tick();
+  ASSERT_EQ(recorder.Values("/r#/a").size(), 1u);
+  EXPECT_EQ(recorder.Values("/r#/a")[0].value.status, 0);
+}
+
+TEST_F(SubscriptionGroup, ValuesComeFromTheCacheNotFromTheSensor) {
+  Cached("/r", R"({"a":1})");
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  Cached("/r", R"({"a":2})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:2"));
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, ItemThatIsNotValidIsPushedOnceAndThenHeldBack) {
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
+  EXPECT_THAT(Tick(), IsEmpty());
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, ForcedItemIsPushedOnceMore) {
+  group.AddItem("/r#/a");
+  Tick();
+  group.ForceUpdate("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, ForcingAnUnknownItemDoesNothing) {
+  group.ForceUpdate("/r#/a");
+  EXPECT_TRUE(group.IsEmpty());
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, ItemThatIsNotValidIsPushedWhenItsValueChanges) {
+  Cached("/r", R"({"a":1})");
+  Item("/r#/a").valid = false;
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  EXPECT_THAT(Tick(), IsEmpty());
+  Cached("/r", R"({"a":2})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:2"));
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, ChangeIsJudgedByTheVariantNotByTheType) {
+  Cached("/r", R"({"a":1})");
+  Item("/r#/a").valid = false;
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  // The same payload as another type: an equal variant, which is no change.
+  Cached("/r", R"({"a":null})");
+  EXPECT_THAT(Tick(), IsEmpty());
+  Cached("/r", R"({"a":true})");
+  EXPECT_THAT(Tick(), IsEmpty());
+  Cached("/r", R"({"a":"1"})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 0:1"));
+}
+
+TEST_F(SubscriptionGroup, ItemIsPushedOnEveryTickFromWhenItsValueAppears) {
+  group.AddItem("/r#/a");
+  Tick();
+  EXPECT_THAT(Tick(), IsEmpty());
+  Cached("/r", R"({"a":5})");
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:5"));
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:5"));
+}
+
+TEST_F(SubscriptionGroup, ValidItemWithAnEmptyCacheIsPushedAsInvalid) {
+  Item("/r#/a").valid = true;
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
+  Cached("/r", R"({"a":5})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:5"));
+}
+
+TEST_F(SubscriptionGroup, AddingAnItemAgainKeepsItsState) {
+  group.AddItem("/r#/a");
+  Tick();
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, RemovedItemIsNotPushedAndStartsAnew) {
+  group.AddItem("/r#/a");
+  Tick();
+  group.RemoveItem("/r#/a");
+  EXPECT_TRUE(group.IsEmpty());
+  EXPECT_THAT(Tick(), IsEmpty());
+  group.AddItem("/r#/a");
+  EXPECT_FALSE(group.IsEmpty());
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
+}
+
+TEST_F(SubscriptionGroup, RemovingAnUnknownItemDoesNothing) {
+  group.AddItem("/r#/a");
+  group.RemoveItem("/r#/b");
+  EXPECT_FALSE(group.IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, TickTellsNothing) {
+  Cached("/r", R"({"a":1})");
+  Item("/r#/a");
+  recorder.Clear();
+  group.AddItem("/r#/a");
+  group.Tick();
+  EXPECT_THAT(recorder.LogLines(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, ExceptionOfOneItemIsDroppedAndTheOthersGoOn) {
+  Cached("/r", R"({"a":1,"b":2,"c":3})");
+  for (const char* name : {"/r#/a", "/r#/b", "/r#/c"}) {
+    Item(name);
+    group.AddItem(name);
+  }
+  recorder.Clear();
+  // The host's callback stands for anything that may raise within one item.
+  bool broken = true;
+  recorder.OnValue([&](const Entry& entry) {
+    if (broken && entry.item == "/r#/b") {
+      throw std::runtime_error("broken");
+    }
+  });
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1", "/r#/b 2:2", "/r#/c 2:3"));
+  EXPECT_THAT(recorder.LogLines(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, ItemThatRaisedIsStillForcedOnTheNextTick) {
+  Cached("/r", R"({"a":1})");
+  Item("/r#/a").valid = false;
+  group.AddItem("/r#/a");
+  bool broken = true;
+  recorder.OnValue([&](const Entry&) {
+    if (broken) {
+      throw std::runtime_error("broken");
+    }
+  });
+  group.Tick();
+  broken = false;
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
+TEST_F(SubscriptionGroup, FailingTickAdvancesTheScheduleToo) {
+  group.AddItem("/r#/a");
+  recorder.OnValue([](const Entry&) { throw std::runtime_error("broken"); });
+  const auto due = group.NextTick();
+  group.Tick();
+  EXPECT_EQ(group.NextTick(), due + 1000ms);
+}
+
+TEST_F(SubscriptionGroup, ScheduleGoesFromDueTimeToDueTime) {
+  const auto first = group.NextTick();
+  for (int i = 1; i <= 5; ++i) {
+    group.Tick();
+    EXPECT_EQ(group.NextTick(), first + i * 1000ms);
+  }
+}
+
+TEST_F(SubscriptionGroup, IntervalThatNoClockHoldsIsNeverDueAgain) {
+  for (const milliseconds interval : {milliseconds::max(), milliseconds(9'223'372'036'855),
+                                      milliseconds(std::numeric_limits<std::int64_t>::max() / 2)}) {
+    ZoIO::SubscriptionGroup endless(feed, interval);
+    for (int i = 0; i < 3; ++i) {
+      endless.Tick();
+      EXPECT_EQ(endless.NextTick(), system_clock::time_point::max());
+    }
+  }
+}
+
+TEST_F(SubscriptionGroup, IntervalThatReachesTheEndOfTheClockStaysThere) {
+  ZoIO::SubscriptionGroup lengthy(feed, std::chrono::hours(24) * 365 * 200);
+  for (int i = 0; i < 5; ++i) {
+    const auto due = lengthy.NextTick();
+    lengthy.Tick();
+    EXPECT_GE(lengthy.NextTick(), due);
+  }
+  EXPECT_EQ(lengthy.NextTick(), system_clock::time_point::max());
+}
+
+TEST_F(SubscriptionGroup, NegativeIntervalStaysDue) {
+  for (const milliseconds interval : {milliseconds(-1), milliseconds(-10'000'000'000'000),
+                                      milliseconds(-9'223'372'036'855), milliseconds::min()}) {
+    ZoIO::SubscriptionGroup eager(feed, interval);
+    const auto first = eager.NextTick();
+    for (int i = 0; i < 3; ++i) {
+      eager.Tick();
+      EXPECT_LT(eager.NextTick(), first);
+    }
+  }
+}
+
+TEST_F(SubscriptionGroup, IntervalOf0KeepsTheDueTime) {
+  ZoIO::SubscriptionGroup always(feed, 0ms);
+  const auto first = always.NextTick();
+  always.Tick();
+  EXPECT_EQ(always.NextTick(), first);
+}
+
+}  // namespace
+}  // namespace ZoTest

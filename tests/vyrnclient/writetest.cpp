@@ -1,0 +1,234 @@
+// Writing an item.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "tests/vyrnclient/instancetest.h"
+
+namespace ZoTest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class Write : public FakeInstanceTest {
+ protected:
+  Write() {
+    sensor->SetResource("/r", R"({"a":1,"list":[1,2],"r":1})");
+    Item("/r#/a");
+    recorder.Clear();
+    sensor->ClearCalls();
+  }
+
+  int WriteItem(const ioDataValue& value, const std::string& name = "/r#/a") {
+    return client->Write(name, 0, value);
+  }
+
+  // The bodies that were sent.
+  std::vector<std::string> Sent() const {
+    std::vector<std::string> bodies;
+    for (const FakeSensorManager::Request& request : sensor->Calls()) {
+      if (request.verb == "Update") {
+        bodies.push_back(request.payload.ToString());
+      }
+    }
+    return bodies;
+  }
+
+  void AnswerUpdates(const std::string& json) {
+    sensor->SetScript("Update", [json](const auto&) { return json.empty() ? ZoJson() : ZoJson(json); });
+  }
+};
+
+TEST_F(Write, SendsTheTemplateWithTheValueToTheResource) {
+  EXPECT_EQ(WriteItem(IntegerValue(42)), 0);
+  ASSERT_EQ(sensor->CallTexts(), std::vector<std::string>{"Update /r"});
+  EXPECT_TRUE(sensor->Calls()[0].logFailure);
+  EXPECT_THAT(Sent(), ElementsAre(R"({"a":42})"));
+}
+
+TEST_F(Write, TellsOneLine) {
+  WriteItem(IntegerValue(42));
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Write: Writing to item /r#/a"));
+  EXPECT_EQ(recorder.CountValues("/r#/a"), 0u);
+}
+
+TEST_F(Write, EveryTypeIsSentAsItsJsonKind) {
+  WriteItem(TextValue("text \"quoted\""));
+  WriteItem(BooleanValue(1));
+  WriteItem(BooleanValue(0));
+  WriteItem(IntegerValue(std::numeric_limits<std::int64_t>::min()));
+  WriteItem(FloatValue(0.1));
+  WriteItem(FloatValue(2));
+  WriteItem(UnsignedValue(std::numeric_limits<std::uint64_t>::max()));
+  EXPECT_THAT(Sent(), ElementsAre(R"({"a":"text \"quoted\""})", R"({"a":true})", R"({"a":false})",
+                                  R"({"a":-9223372036854775808})", R"({"a":0.1})", R"({"a":2.0})",
+                                  R"({"a":18446744073709551615})"));
+}
+
+TEST_F(Write, ItemTakesAVariantOfTheWrittenKind) {
+  WriteItem(TextValue("text"));
+  EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value("text"));
+  WriteItem(BooleanValue(1));
+  EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(true));
+  WriteItem(IntegerValue(-3));
+  EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(-3LL));
+  WriteItem(FloatValue(0.1));
+  EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(0.1));
+  WriteItem(UnsignedValue(3));
+  EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(3ULL));
+}
+
+TEST_F(Write, TypeOfTheItemStays) {
+  Item("/r#/a").type = enumtype_double;
+  WriteItem(IntegerValue(3));
+  EXPECT_EQ(Item("/r#/a").type, enumtype_double);
+}
+
+TEST_F(Write, BooleanIsTrueWhenAnyByteIsSet) {
+  WriteItem(BooleanValue(0x0100));
+  WriteItem(BooleanValue(0x8000000000000000U));
+  EXPECT_THAT(Sent(), ElementsAre(R"({"a":true})", R"({"a":true})"));
+}
+
+TEST_F(Write, UnsupportedTypeIsRefusedAndNothingChanges) {
+  WriteItem(IntegerValue(7));
+  recorder.Clear();
+  sensor->ClearCalls();
+  for (const std::uint32_t type : {5u, 6u, 1000u, 0xFFFFFFFFu}) {
+    ioDataValue value = IntegerValue(1);
+    value.type = type;
+    EXPECT_EQ(WriteItem(value), 1);
+    EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(7LL));
+  }
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+  // Each attempt says only that it writes.
+  EXPECT_EQ(recorder.Size(), 4u);
+  EXPECT_EQ(recorder.CountMessages("Writing to item /r#/a"), 4u);
+}
+
+TEST_F(Write, NullTextIsRefused) {
+  EXPECT_EQ(WriteItem(TextValue(nullptr)), 1);
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(Write, NegativeStatusRestoresTheValueAndReturns0WithoutALine) {
+  WriteItem(IntegerValue(7));
+  recorder.Clear();
+  AnswerUpdates(R"({"status":-1})");
+  EXPECT_EQ(WriteItem(TextValue("new")), 0);
+  EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(7LL));
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Write: Writing to item /r#/a"));
+}
+
+TEST_F(Write, EmptyResponseRestoresTheValueAndReturns0WithoutALine) {
+  WriteItem(IntegerValue(7));
+  recorder.Clear();
+  AnswerUpdates("");
+  EXPECT_EQ(WriteItem(IntegerValue(8)), 0);
+  EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(7LL));
+  EXPECT_EQ(recorder.Size(), 1u);
+}
+
+TEST_F(Write, StatusThatIsNotNegativeIsSuccess) {
+  for (const char* status : {"0", "1", "2147483647"}) {
+    AnswerUpdates(std::string(R"({"status":)") + status + "}");
+    EXPECT_EQ(WriteItem(TextValue(status)), 0);
+    EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(status));
+  }
+}
+
+TEST_F(Write, MissingStatusIsLoggedAndReturns1) {
+  AnswerUpdates(R"({"payload":1})");
+  EXPECT_EQ(WriteItem(IntegerValue(8)), 1);
+  const Recorder::Entries lines = recorder.Logs();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[1].level, 5);
+  EXPECT_EQ(lines[1].function, "ZoIO::ZoVyrnClient::Write");
+  EXPECT_NE(lines[1].message.find("status"), std::string::npos);
+}
+
+TEST_F(Write, StatusThatIsNoNumberIsLoggedAndReturns1) {
+  AnswerUpdates(R"({"status":"good"})");
+  EXPECT_EQ(WriteItem(IntegerValue(8)), 1);
+  EXPECT_EQ(recorder.Logs().size(), 2u);
+}
+
+TEST_F(Write, ExceptionIsLoggedWithItsTextAndReturns1) {
+  sensor->SetScript("Update", [](const auto&) -> ZoJson { throw std::runtime_error("broken"); });
+  EXPECT_EQ(WriteItem(IntegerValue(8)), 1);
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Write: Writing to item /r#/a",
+                                               "5 ZoIO::ZoVyrnClient::Write: broken"));
+}
+
+TEST_F(Write, ItemThatIsNotValidIsRefusedSilently) {
+  Item("/unknown#/a");
+  recorder.Clear();
+  EXPECT_EQ(WriteItem(IntegerValue(8), "/unknown#/a"), 1);
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Write: Writing to item /unknown#/a"));
+  EXPECT_EQ(sensor->CallCount("Update"), 0u);
+}
+
+TEST_F(Write, SensorThatIsNotConnectedIsRefusedWithoutALine) {
+  sensor->SetConnected(false);
+  EXPECT_EQ(WriteItem(IntegerValue(8)), 1);
+  EXPECT_EQ(recorder.Size(), 0u);
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+}
+
+TEST_F(Write, TemplateKeepsTheNewValueAlsoWhenTheSensorRefused) {
+  WriteItem(IntegerValue(7));
+  EXPECT_EQ(Item("/r#/a").endpoint.ToString(), R"({"a":7})");
+  AnswerUpdates(R"({"status":-1})");
+  WriteItem(TextValue("new"));
+  EXPECT_EQ(Item("/r#/a").endpoint.ToString(), R"({"a":"new"})");
+}
+
+TEST_F(Write, LaterValueReplacesTheEarlierOneInTheTemplate) {
+  WriteItem(TextValue("/not/a/path"));
+  WriteItem(IntegerValue(2));
+  EXPECT_THAT(Sent(), ElementsAre(R"({"a":"/not/a/path"})", R"({"a":2})"));
+}
+
+TEST_F(Write, ItemWithoutHashSendsTheBareValue) {
+  Item("/r");
+  EXPECT_EQ(WriteItem(IntegerValue(5), "/r"), 0);
+  EXPECT_EQ(WriteItem(TextValue("text"), "/r"), 0);
+  EXPECT_THAT(Sent(), ElementsAre("5", R"("text")"));
+}
+
+TEST_F(Write, ItemWithAnEmptyPlaceSendsTheBareValue) {
+  EXPECT_EQ(WriteItem(IntegerValue(5), "/r#"), 0);
+  EXPECT_EQ(WriteItem(IntegerValue(6), "/r#"), 0);
+  EXPECT_THAT(Sent(), ElementsAre("5", "6"));
+}
+
+TEST_F(Write, ElementOfAnArrayIsSentAsAMemberOfAnObject) {
+  EXPECT_EQ(WriteItem(IntegerValue(5), "/r#/list/0"), 0);
+  EXPECT_EQ(WriteItem(IntegerValue(6), "/r#/list/0"), 0);
+  EXPECT_THAT(Sent(), ElementsAre(R"({"list":{"0":5}})", R"({"list":{"0":6}})"));
+}
+
+TEST_F(Write, PathIsSentAsNestedObjects) {
+  sensor->SetResource("/d", R"({"x y":{"z":{"a/b":1}}})");
+  EXPECT_EQ(WriteItem(IntegerValue(5), "/d#/x%20y/z/a~1b"), 0);
+  EXPECT_THAT(Sent(), ElementsAre(R"({"x y":{"z":{"a/b":5}}})"));
+}
+
+TEST_F(Write, OtherArgumentIsIgnored) {
+  for (const int ignored : {-1, 0, 1, std::numeric_limits<int>::max()}) {
+    EXPECT_EQ(client->Write("/r#/a", ignored, IntegerValue(1)), 0);
+  }
+}
+
+TEST_F(Write, TextIsCopied) {
+  char text[] = "first";
+  WriteItem(TextValue(text));
+  text[0] = 'X';
+  EXPECT_EQ(Item("/r#/a").value.text(), "first");
+  EXPECT_THAT(Sent(), ElementsAre(R"({"a":"first"})"));
+}
+
+}  // namespace
+}  // namespace ZoTest

@@ -1,0 +1,146 @@
+#include "zoiohandler/vyrnclient/cachemanager.h"
+
+#include <atomic>
+#include <chrono>
+#include <iterator>
+
+#include "zoapi/exception.h"
+#include "zoapi/threads/lockranks.h"
+#include "zoiohandler/vyrnclient/worker.h"
+
+namespace ZoIO {
+
+namespace {
+
+constexpr const char* source = "hmi/zoiohandler/zoiohandler/vyrnclient/cachemanager";
+constexpr const char* constructorName = "ZoIO::CacheManager::CacheManager";
+constexpr const char* destructorName = "ZoIO::CacheManager::~CacheManager";
+constexpr const char* workerName = "ZoIO::CacheManager::ManageCache";
+
+constexpr std::uint64_t trimPeriod = 1'000'000;   // µs
+constexpr std::uint64_t joinTimeout = 1'000'000;  // µs
+
+}  // namespace
+
+struct CacheManager::State {
+  State(int maxAge, long long startTime) : maxAge(maxAge), startTime(startTime) {}
+
+  void Trim(long long now) {
+    Zo::Locker held(lock);
+    const long long threshold = (now - maxAge) - startTime;
+    for (auto& [key, history] : cache) {
+      while (history.size() >= 2 && history.begin()->first < threshold) {
+        history.erase(history.begin());
+      }
+    }
+  }
+
+  const ZoJson& Value(const std::string& key, int age, long long now) const Q_REQUIRES(lock) {
+    const auto found = cache.find(key);
+    if (found == cache.end() || found->second.empty()) {
+      throw CacheError("Cache is empty.");
+    }
+    return GetNearest(found->second, (now - startTime) - age);
+  }
+
+  // Set once.
+  Zo::Lock lock;
+  const int maxAge;
+  const long long startTime;
+
+  std::map<std::string, History> cache Q_GUARDED_BY(lock);
+  std::atomic<bool> running = false;
+};
+
+CacheManager::CacheManager(int maxAge) : state(std::make_shared<State>(maxAge, TimeInMills())) {
+  state->running = true;
+  Zo::Check(qLock_Construct(state->lock.Out(), "CacheManager", Zo::LockRank_Cache), __LINE__, source,
+            constructorName);
+  Zo::Check(qThread_Construct(thread.Out()), __LINE__, source, constructorName);
+  Zo::Check(qThread_SetName(thread.Get(), "CacheManager::ManageCache::Thread"), __LINE__, source,
+            constructorName);
+  Zo::Check(StartWorker(thread.Get(), &ManageCache, state), __LINE__, source, constructorName);
+}
+
+CacheManager::~CacheManager() {
+  Shutdown();
+}
+
+void CacheManager::Shutdown() noexcept {
+  if (thread.Get() == nullptr) {
+    return;
+  }
+  try {
+    state->running = false;
+    Zo::Check(qThread_Join(thread.Get(), joinTimeout, nullptr), __LINE__, source, destructorName);
+  } catch (const std::exception&) {
+    // The worker owns what it still touches, and the cache has no log of its own.
+  }
+  thread.Reset();
+}
+
+void CacheManager::Add(const std::string& key, const ZoJson& value) {
+  Zo::Locker held(state->lock);
+  state->cache[key].try_emplace(TimeInMills() - state->startTime, value);
+}
+
+void CacheManager::AddAt(const std::string& key, const ZoJson& value, long long now) {
+  Zo::Locker held(state->lock);
+  state->cache[key].try_emplace(now - state->startTime, value);
+}
+
+bool CacheManager::Exists(const std::string& key) const {
+  Zo::Locker held(state->lock);
+  return state->cache.contains(key);
+}
+
+ZoJson CacheManager::Get(const std::string& key, int age) const {
+  Zo::Locker held(state->lock);
+  return state->Value(key, age, TimeInMills());
+}
+
+ZoJson CacheManager::GetAt(const std::string& key, int age, long long now) const {
+  Zo::Locker held(state->lock);
+  return state->Value(key, age, now);
+}
+
+const ZoJson& CacheManager::GetNearest(const History& history, long long target) {
+  // Of the values at or after the target the first is the nearest, as stamps only rise.
+  const auto atOrAfter = history.lower_bound(target);
+  return atOrAfter != history.end() ? atOrAfter->second : std::prev(history.end())->second;
+}
+
+std::size_t CacheManager::Size() const {
+  Zo::Locker held(state->lock);
+  return state->cache.size();
+}
+
+std::size_t CacheManager::SizeAt(const std::string& key) const {
+  Zo::Locker held(state->lock);
+  const auto found = state->cache.find(key);
+  return found == state->cache.end() ? 0 : found->second.size();
+}
+
+long long CacheManager::TimeInMills() {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+void CacheManager::TrimAt(long long now) {
+  state->Trim(now);
+}
+
+int CacheManager::ManageCache(void* self) {
+  const std::shared_ptr<State> state = WorkerState<State>(self);
+  while (state->running) {
+    try {
+      Zo::Check(qThread_Sleep(trimPeriod), __LINE__, source, workerName);
+      state->Trim(TimeInMills());
+    } catch (const std::exception&) {
+      // The next pass trims what this one could not.
+    }
+  }
+  return qStatus_Success;
+}
+
+}  // namespace ZoIO

@@ -1,0 +1,65 @@
+// The time-stamped value cache: for each key (a resource URI) a short history of JSON values.
+//
+// Threads: any, at once. A thread of its own, "CacheManager::ManageCache::Thread", trims the histories once a
+// second. Owner: a sensor manager; shared with the instance and the registry. The worker co-owns the data, so
+// that a join that runs out of time leaves nothing dangling. Lock: rank Cache, innermost but for logging;
+// held for each operation, never during a callback. Invariants: 1. a key is never removed; 2. the newest
+// value of a key is never removed.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "zoapi/threads/locker.h"
+#include "zoiohandler/vyrnclient/cacheerror.h"
+#include "zovyrnsdk/json/zojson.h"
+
+namespace ZoIO {
+
+class CacheManager {
+ public:
+  // maxAge in milliseconds. Raises Zo::Exception when a lock or thread cannot be had.
+  explicit CacheManager(int maxAge);
+  CacheManager(const CacheManager&) = delete;
+  CacheManager& operator=(const CacheManager&) = delete;
+  ~CacheManager();
+
+  // Ends the worker, at most a second later. Values stay readable. Done by the destructor at the latest.
+  void Shutdown() noexcept;
+
+  // Stores value under key at the current time. Of two values within one millisecond the first is kept.
+  void Add(const std::string& key, const ZoJson& value);
+
+  bool Exists(const std::string& key) const;
+
+  // The first value of key at or after age milliseconds ago, else the newest; age 0 gives the newest. Raises CacheError for a key
+  // that has none. The copy is a reference count.
+  ZoJson Get(const std::string& key, int age) const;
+
+  // The number of keys, and of values held for a key (0 for an unknown one).
+  std::size_t Size() const;
+  std::size_t SizeAt(const std::string& key) const;
+
+  // Wall-clock time in milliseconds since the Unix epoch.
+  static long long TimeInMills();
+
+  // The steps behind Add, Get and the worker, at a time (as TimeInMills gives it) that the caller chooses.
+  void AddAt(const std::string& key, const ZoJson& value, long long now);
+  ZoJson GetAt(const std::string& key, int age, long long now) const;
+  void TrimAt(long long now);
+
+ private:
+  using History = std::map<long long, ZoJson>;  // by time stamp, relative to startTime
+
+  struct State;
+
+  static const ZoJson& GetNearest(const History& history, long long target);
+  static int ManageCache(void* self);
+
+  std::shared_ptr<State> state;
+  Zo::Thread thread;
+};
+
+}  // namespace ZoIO

@@ -1,0 +1,114 @@
+#include "zoiohandler/vyrnclient/itemfeed.h"
+
+#include <utility>
+
+#include "zoiohandler/vyrnclient/cachemanager.h"
+
+namespace ZoIO {
+
+namespace {
+
+// Takes a primitive into the item. The order of the tests decides: an integer that fits signed 64 bits is
+// signed, though it may count as unsigned too.
+void TakeValue(ItemManager::ItemInfo& item, const ZoJson& element) {
+  if (element.IsInteger()) {
+    item.type = enumtype_int64;
+    item.value.store_int64(element.Get<long long>());
+  } else if (element.IsUnsigned()) {
+    item.type = enumtype_uint64;
+    item.value.store_uint64(element.Get<unsigned long long>());
+  } else if (element.IsFloat()) {
+    item.type = enumtype_double;
+    // What hosts are promised is the precision of a float.
+    item.value.store_float64(static_cast<double>(element.Get<float>()));
+  } else if (element.IsBoolean()) {
+    item.type = enumtype_bool;
+    item.value.store_boolean(element.Get<int>() != 0);
+  } else if (element.IsString()) {
+    item.value = xhmi::variant_value(element.Get<std::string>());  // may raise, and then type stays too
+    item.type = enumtype_string;
+  } else {
+    item.type = enumtype_invalid;
+  }
+}
+
+}  // namespace
+
+ItemFeed::ItemFeed(std::shared_ptr<const ioHandlerParam> parameters, std::shared_ptr<CallbackGate> gate,
+                   std::shared_ptr<Logger> logger)
+    : parameters(std::move(parameters)), gate(std::move(gate)), logger(std::move(logger)) {}
+
+void ItemFeed::SetSensor(std::shared_ptr<ISensorManager> sensorManager) {
+  sensor = std::move(sensorManager);
+  cache = sensor->Cache();
+}
+
+bool ItemFeed::IsSensorManagerReady() const {
+  return sensor != nullptr && sensor->IsConnected() && sensor->PLC() != nullptr && sensor->Cache() != nullptr;
+}
+
+void ItemFeed::UpdateResource(const std::string& resource) {
+  try {
+    const ZoJson payload = sensor->Read(resource, true).At("/payload");
+    cache->Add(resource, payload);
+  } catch (const std::exception& e) {
+    WriteLog(*logger, e.what(), LogLevel_Error, "ZoIO::ZoVyrnClient::UpdateResource");
+  }
+}
+
+xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
+  try {
+    const ZoJson element = cache->Get(item.uri, 0).At(item.pointer);
+    if (element.IsPrimitive()) {
+      TakeValue(item, element);
+    }
+  } catch (const ZoJsonError&) {
+    item.type = enumtype_invalid;
+  } catch (const CacheError&) {
+    item.type = enumtype_invalid;
+  } catch (const std::exception&) {
+    // The item keeps what it has: a passing fault, such as memory that ran out, says nothing about the value.
+  }
+  return item.value;
+}
+
+void ItemFeed::UpdateItem(const std::string& itemName, const xhmi::variant_value& value, enumtype type,
+                          int status) const {
+  ioDataValue data{};
+  data.type = static_cast<std::uint32_t>(type);
+  data.status = status;
+  switch (type) {
+    case enumtype_string:
+      data.value.text = value.text().c_str();
+      break;
+    case enumtype_bool:
+      data.value.boolean = value.boolean() ? 1 : 0;
+      break;
+    case enumtype_int64:
+      data.value.int64 = value.int64();
+      break;
+    case enumtype_double:
+      data.value.float64 = value.float64();
+      break;
+    case enumtype_uint64:
+      data.value.uint64 = value.uint64();
+      break;
+    default:
+      data.type = enumtype_invalid;
+      data.value.text = "INVALID";
+      break;
+  }
+  UpdateItem(itemName, data);
+}
+
+void ItemFeed::UpdateItem(const std::string& itemName, const ioDataValue& value) const {
+  if (parameters->itemValue == nullptr) {
+    return;
+  }
+  const CallbackGate::Entry entry(gate.get());
+  if (entry) {
+    parameters->itemValue(itemName.c_str(), &value, parameters->context);
+  }
+}
+
+}  // namespace ZoIO

@@ -1,0 +1,61 @@
+// The way of values from the sensor to the host: into the cache, out of it, and through the item-value
+// callback.
+//
+// The part of an instance that its monitor thread works with. It is a class of its own because the thread may
+// outlive the instance for a while: the thread co-owns the feed, and the host's callbacks lie behind a gate
+// that closes with the instance.
+//
+// Threads: one at a time, under the instance lock; Sensor and IsRunning from any. Owner: shared by the
+// instance and its monitor thread. Everything in it is set once, before the monitor thread starts.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "xhmi/iohandler.h"
+#include "xhmi/variant_value.h"
+#include "zoiohandler/vyrnclient/callbackgate.h"
+#include "zoiohandler/vyrnclient/isensormanager.h"
+#include "zoiohandler/vyrnclient/itemmanager.h"
+#include "zoiohandler/vyrnclient/logger.h"
+
+namespace ZoIO {
+
+class ItemFeed {
+ public:
+  ItemFeed(std::shared_ptr<const ioHandlerParam> parameters, std::shared_ptr<CallbackGate> gate,
+           std::shared_ptr<Logger> logger);
+
+  // Once, as soon as the sensor manager exists.
+  void SetSensor(std::shared_ptr<ISensorManager> sensorManager);
+
+  // May be null.
+  std::shared_ptr<ISensorManager> Sensor() const { return sensor; }
+
+  // Whether there is a connected sensor manager with a registry and a cache.
+  bool IsSensorManagerReady() const;
+
+  // Reads a resource once from the sensor and puts its payload into the cache, a null one too. Failures are
+  // logged.
+  void UpdateResource(const std::string& resource);
+
+  // Refreshes the item's value and type from the cache and returns a copy of the value. What is missing or
+  // malformed makes the type invalid; an object or array leaves both as they were. Never raises for such
+  // data.
+  xhmi::variant_value UpdateItemFromCache(ItemManager::ItemInfo& item);
+
+  // Delivers a value to the host, read by type (not by the variant's kind); any type beyond 0 to 4 arrives as
+  // "INVALID". Nothing happens without a callback.
+  void UpdateItem(const std::string& itemName, const xhmi::variant_value& value, enumtype type,
+                  int status) const;
+  void UpdateItem(const std::string& itemName, const ioDataValue& value) const;
+
+ private:
+  const std::shared_ptr<const ioHandlerParam> parameters;
+  const std::shared_ptr<CallbackGate> gate;
+  const std::shared_ptr<Logger> logger;
+  std::shared_ptr<ISensorManager> sensor;
+  std::shared_ptr<CacheManager> cache;
+};
+
+}  // namespace ZoIO

@@ -1,0 +1,61 @@
+// The buffer behind one log line: gathers characters and hands them to the host's log callback in one piece.
+//
+// It has no put area, so every character goes through overflow and is safe there; only sync delivers. Lives
+// for one log write. Threads: any; in practice the one that writes the line. Lock: mutex, rank LogBuffer,
+// held during the callback.
+#pragma once
+
+#include <cstdint>
+#include <sstream>
+#include <streambuf>
+#include <string>
+
+#include "xhmi/iohandler.h"
+#include "zoapi/threads/lockranks.h"
+#include "zoiohandler/vyrnclient/callbackgate.h"
+
+namespace ZoIO {
+
+template <typename Char, typename Traits = std::char_traits<Char>>
+class LogBuf : public std::basic_streambuf<Char, Traits> {
+ public:
+  using int_type = typename Traits::int_type;
+
+  // gate may be null. What is passed must outlive the buffer.
+  LogBuf(void* context, ioLogCallback callback, std::int32_t level, CallbackGate* gate)
+      : context(context), callback(callback), level(level), gate(gate) {}
+  // Does not deliver what is left: that is the stream's business.
+  ~LogBuf() override = default;
+
+ protected:
+  int_type overflow(int_type character) override {
+    Zo::MutexLock held(mutex);
+    if (Traits::eq_int_type(character, Traits::eof())) {
+      return Traits::eof();
+    }
+    return text.sputc(Traits::to_char_type(character));
+  }
+
+  int sync() override {
+    Zo::MutexLock held(mutex);
+    const std::basic_string<Char, Traits> line = text.str();
+    if (!line.empty()) {
+      text.str({});  // before the callback: one that raises must not get the line a second time
+      const CallbackGate::Entry entry(gate);
+      if (callback != nullptr && entry) {
+        callback(context, level, line.c_str());
+      }
+    }
+    return 0;
+  }
+
+ private:
+  Zo::Mutex mutex{"LogBuf", Zo::LockRank_LogBuffer};
+  void* const context;
+  const ioLogCallback callback;
+  const std::int32_t level;
+  CallbackGate* const gate;
+  std::basic_stringbuf<Char, Traits> text Q_GUARDED_BY(mutex);
+};
+
+}  // namespace ZoIO

@@ -1,0 +1,381 @@
+#include "zoiohandler/vyrnclient/sensormanager.h"
+
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "zoapi/threads/lockranks.h"
+#include "zoiohandler/vyrnclient/cachemanager.h"
+#include "zoiohandler/vyrnclient/itemmanager.h"
+#include "zoiohandler/vyrnclient/logger.h"
+#include "zoiohandler/vyrnclient/zovyrnclient.h"
+#include "zovyrnsdk/zorequesterror.h"
+
+namespace ZoIO {
+
+namespace {
+
+constexpr int cacheAge = 5000;                        // ms
+constexpr std::uint64_t responseTimeout = 3'000'000;  // µs
+
+constexpr const char* destructorName = "ZoIO::SensorManager::~SensorManager";
+constexpr const char* responseName = "ZoIO::SensorManager::ResponseToZoJson";
+constexpr const char* streamName = "ZoIO::SensorManager::StreamHandler";
+constexpr const char* notificationName = "ZoIO::SensorManager::NotificationHandler";
+
+}  // namespace
+
+// What must stay usable while a push handler or the registry's worker is on its way, even when the manager is
+// gone.
+struct SensorManager::Shared {
+  Shared(std::shared_ptr<Logger> logger, std::shared_ptr<CacheManager> cache)
+      : logger(std::move(logger)), cache(std::move(cache)) {}
+
+  bool IsOnline() const {
+    const SensorState::Status current = status;
+    return current == SensorState::Online || current == SensorState::Reconnected;
+  }
+
+  // The sensor's response document: its answer, granted or refused; empty when there is none.
+  ZoJson ResponseToZoJson(ZoTransaction& transaction) {
+    try {
+      return Answer(transaction);
+    } catch (const std::exception& e) {
+      return LogFailure(transaction, e);
+    }
+  }
+
+  // The worker's read. The worker asks again at once, with the registry's lock held, where a response has no payload;
+  // an HMI must not wait for that. So no answer, or one without a payload, counts as a null payload, which leaves the
+  // item to the next pass and gives the others their turn; and a link that is down ends the pass. Once the manager has
+  // ended the read raises, without a word.
+  ZoJson RetryRead(const std::string& uri) {
+    RaiseIfClosed();
+    if (!IsOnline()) {
+      return {};
+    }
+    if (!system.IsConnected()) {
+      throw std::runtime_error("The link to the sensor is down.");
+    }
+    ZoTransaction transaction = system.Client().Read(uri, ZoJson(), ZoJson());
+    Await(transaction);
+    ZoJson answer;
+    try {
+      answer = Answer(transaction);
+    } catch (const std::exception& e) {
+      EndWait();
+      LogFailure(transaction, e);
+    }
+    EndWait();
+    if (!answer.HasKey("/payload")) {
+      answer = ZoJson();
+      answer.Set("payload", ZoJson());
+    }
+    return answer;
+  }
+
+  void Push(const ZoResponse* response, const char* function) {
+    if (response == nullptr) {
+      return;
+    }
+    try {
+      const ZoJson payload = response->Payload();
+      const std::string path = response->Path();
+      Zo::MutexLock held(gate);
+      if (!closed) {
+        cache->Add(path, payload);
+      }
+    } catch (const std::exception& e) {
+      WriteLog(*logger, e.what(), LogLevel_Error, function);
+    }
+  }
+
+  void CloseGate() {
+    std::optional<ZoTransaction> last;
+    {
+      Zo::MutexLock held(gate);
+      closed = true;
+      last.swap(waiting);
+    }
+    if (last) {
+      Cancel(*last);
+    }
+  }
+
+  const std::shared_ptr<Logger> logger;
+  const std::shared_ptr<CacheManager> cache;
+  std::atomic<SensorState::Status> status = SensorState::Unknown;
+  ZoSystem system;  // set once, before the registry has an item
+
+ private:
+  static ZoJson Answer(ZoTransaction& transaction) {
+    try {
+      return transaction.GetResponse(responseTimeout).Raw();
+    } catch (const ZoRequestError& e) {
+      return e.GetResponse().Raw();
+    }
+  }
+
+  ZoJson LogFailure(const ZoTransaction& transaction, const std::exception& e) const {
+    const ZoRequest& request = transaction.GetRequest();
+    WriteLog(
+        *logger,
+        request.Uri() + "[" + std::to_string(static_cast<std::int32_t>(request.Method())) + "]: " + e.what(),
+        LogLevel_Error, responseName);
+    return {};
+  }
+
+  // Cancelling enters the link, whose locks come before the gate: never with the gate held.
+  static void Cancel(ZoTransaction& transaction) noexcept {
+    try {
+      transaction.Cancel();
+    } catch (const std::exception&) {
+      // Without the memory to cancel it, the request ends by its own time-out.
+    }
+  }
+
+  void Await(ZoTransaction& transaction) {
+    bool late = false;
+    {
+      Zo::MutexLock held(gate);
+      late = closed;
+      if (!late) {
+        waiting = transaction;
+      }
+    }
+    if (late) {
+      Cancel(transaction);
+    }
+  }
+
+  void EndWait() {
+    std::optional<ZoTransaction> last;
+    {
+      Zo::MutexLock held(gate);
+      last.swap(waiting);
+    }
+    RaiseIfClosed();
+  }
+
+  void RaiseIfClosed() {
+    Zo::MutexLock held(gate);
+    if (closed) {
+      throw std::runtime_error("The sensor manager was given up.");
+    }
+  }
+
+  Zo::Mutex gate{"SensorManager::gate", Zo::LockRank_HandlerGate};
+  bool closed Q_GUARDED_BY(gate) = false;
+  std::optional<ZoTransaction> waiting Q_GUARDED_BY(gate);
+};
+
+SensorManager::SensorManager(ZoVyrnClient& client, const std::string& ipAddress, unsigned short controlPort,
+                             std::shared_ptr<Logger> logger)
+    : controlPort(controlPort), logger(std::move(logger)), client(client) {
+  qIpAddress_Parse(ipAddress.c_str(), &address);  // without an address, connecting says so
+  cacheManager = std::make_shared<CacheManager>(cacheAge);
+  shared = std::make_shared<Shared>(this->logger, cacheManager);
+  itemManager = std::make_shared<ItemManager>(
+      *this, false, [share = shared](const std::string& uri) { return share->RetryRead(uri); });
+  InitializeSystem();
+}
+
+SensorManager::~SensorManager() {
+  Shutdown();
+}
+
+void SensorManager::GiveUp() noexcept {
+  shared->CloseGate();
+}
+
+void SensorManager::Shutdown() noexcept {
+  if (std::exchange(ended, true)) {
+    return;
+  }
+  GiveUp();
+  Disconnect();
+  cacheManager->Shutdown();
+  shared->system.Disconnect();  // a link that is down just now would otherwise go on restoring itself
+  itemManager->Shutdown();
+}
+
+void SensorManager::Disconnect() {
+  try {
+    if (shared->system.IsConnected()) {
+      WriteLog(*logger, "Disconnecting system...", LogLevel_Info, destructorName);
+      shared->system.Disconnect();
+      WriteLog(*logger, "System disconnected.", LogLevel_Info, destructorName);
+    }
+  } catch (const std::exception& e) {
+    WriteLog(*logger, e.what(), LogLevel_Error, destructorName);
+  }
+}
+
+void SensorManager::InitializeSystem() {
+  try {
+    shared->system = ZoSystem(address, controlPort);
+    // The system lives in the shared state, so its handlers must not keep that state alive.
+    const std::weak_ptr<Shared> weak = shared;
+    shared->system.Client().SetStreamHandler([weak](const std::shared_ptr<ZoStreamResponse>& response) {
+      if (const std::shared_ptr<Shared> share = weak.lock()) {
+        share->Push(response.get(), streamName);
+      }
+    });
+    shared->system.Client().SetSubHandler([weak](const std::shared_ptr<ZoNotificationResponse>& response) {
+      if (const std::shared_ptr<Shared> share = weak.lock()) {
+        share->Push(response.get(), notificationName);
+      }
+    });
+    UpdateSensorState();
+  } catch (const std::exception& e) {
+    WriteLog(*logger, e.what(), LogLevel_Error, "ZoIO::SensorManager::InitializeSystem");
+  }
+}
+
+void SensorManager::UpdateSensorState() {
+  constexpr const char* function = "ZoIO::SensorManager::UpdateSensorState";
+  try {
+    if (!IsConnected()) {
+      WriteLog(*logger, "System is not connected. Connecting...", LogLevel_Info, function);
+      shared->system.Connect();
+      WriteLog(*logger, "System connected successfully.", LogLevel_Info, function);
+    }
+    WriteLog(*logger, "Updating sensor status.", LogLevel_Info, function);
+    SetStatus(SensorState::Online);
+    WriteLog(*logger, "Sensor status updated successfully", LogLevel_Info, function);
+    WriteLog(*logger, "Recreating subscriptions.", LogLevel_Info, function);
+    RecreateSubscriptions();
+    WriteLog(*logger, "Subscriptions recreated.", LogLevel_Info, function);
+  } catch (const std::exception& e) {
+    WriteLog(*logger, e.what(), LogLevel_Error, function);
+  }
+  if (shared->status == SensorState::Online && previousStatus == SensorState::Offline) {
+    previousStatus = SensorState::Online;
+    shared->status = SensorState::Reconnected;
+  }
+}
+
+void SensorManager::SetStatus(SensorState::Status newStatus) {
+  previousStatus = shared->status;
+  shared->status = newStatus;
+}
+
+bool SensorManager::IsOnline() const {
+  return shared->IsOnline();
+}
+
+void SensorManager::RecreateSubscriptions() {
+  client.ClearSubscriptionsList();
+  for (auto& [name, item] : itemManager->Items()) {
+    if (!client.IsRunning()) {
+      WriteLog(*logger, "Client is not running.", LogLevel_Notice,
+               "ZoIO::SensorManager::RecreateSubscriptions");
+      return;
+    }
+    if (item.subscribed) {
+      client.Subscribe(item);
+    }
+    client.UpdateResource(item.uri);
+    client.UpdateItemFromCache(item);
+    client.UpdateItem(item.name, item.value, item.type, 0);
+  }
+}
+
+std::shared_ptr<ItemManager> SensorManager::PLC() {
+  return itemManager;
+}
+
+std::shared_ptr<CacheManager> SensorManager::Cache() {
+  return cacheManager;
+}
+
+std::shared_ptr<Logger> SensorManager::GetLogger() {
+  return logger;
+}
+
+bool SensorManager::IsConnected() {
+  return shared->system.IsConnected();
+}
+
+bool SensorManager::IsRunning() {
+  if (!IsOnline()) {
+    return false;
+  }
+  try {
+    return shared->system.RunningState() == ZoSystem::Running;
+  } catch (const std::exception& e) {
+    WriteLog(*logger, e.what(), LogLevel_Error, "ZoIO::SensorManager::IsRunning");
+    return false;
+  }
+}
+
+void SensorManager::Start() {
+  Command(&ZoSystem::Start, "ZoIO::SensorManager::Start");
+}
+
+void SensorManager::Stop() {
+  Command(&ZoSystem::Stop, "ZoIO::SensorManager::Stop");
+}
+
+void SensorManager::Command(void (ZoSystem::*command)(), const char* function) {
+  if (!IsOnline()) {
+    WriteLog(*logger, "Sensor is offline.", LogLevel_Warning, function);
+    return;
+  }
+  try {
+    (shared->system.*command)();
+  } catch (const std::exception& e) {
+    WriteLog(*logger, e.what(), LogLevel_Error, function);
+  }
+}
+
+ZoJson SensorManager::Request(Operation operation, const char* verb, const std::string& uri,
+                              const ZoJson& payload, bool logFailure) {
+  if (!IsOnline()) {
+    if (logFailure) {
+      WriteLog(*logger, std::string("`") + verb + "` failed.Sensor is offline.", LogLevel_Warning,
+               (std::string("ZoIO::SensorManager::") + verb).c_str());
+    }
+    return {};
+  }
+  ZoTransaction transaction = (shared->system.Client().*operation)(uri, payload, ZoJson());
+  return shared->ResponseToZoJson(transaction);
+}
+
+ZoJson SensorManager::Read(const std::string& uri, bool logFailure) {
+  return Request(&ZoRestClient::Read, "Read", uri, ZoJson(), logFailure);
+}
+
+ZoJson SensorManager::Create(const std::string& uri, ZoJson payload, bool logFailure) {
+  return Request(&ZoRestClient::Create, "Create", uri, payload, logFailure);
+}
+
+ZoJson SensorManager::Update(const std::string& uri, ZoJson payload, bool logFailure) {
+  return Request(&ZoRestClient::Update, "Update", uri, payload, logFailure);
+}
+
+ZoJson SensorManager::Call(const std::string& uri, ZoJson payload, bool logFailure) {
+  return Request(&ZoRestClient::Call, "Call", uri, payload, logFailure);
+}
+
+ZoJson SensorManager::Delete(const std::string& uri, bool logFailure) {
+  return Request(&ZoRestClient::Delete, "Delete", uri, ZoJson(), logFailure);
+}
+
+ZoJson SensorManager::Subscribe(const std::string& uri, bool logFailure) {
+  return Request(&ZoRestClient::Sub, "Subscribe", uri, ZoJson(), logFailure);
+}
+
+ZoJson SensorManager::Unsubscribe(const std::string& uri, bool logFailure) {
+  return Request(&ZoRestClient::UnSub, "Unsubscribe", uri, ZoJson(), logFailure);
+}
+
+ZoJson SensorManager::Stream(const std::string& uri, bool logFailure) {
+  return Request(&ZoRestClient::StartStream, "Stream", uri, ZoJson(), logFailure);
+}
+
+ZoJson SensorManager::StopStream(const std::string& uri, bool logFailure) {
+  return Request(&ZoRestClient::StopStream, "StopStream", uri, ZoJson(), logFailure);
+}
+
+}  // namespace ZoIO

@@ -1,0 +1,55 @@
+// The items that a host subscribed with one update interval.
+//
+// Threads and lock: none of its own; every call is made under the instance lock. Owner: the instance's groups
+// by interval. The feed outlives it. Invariant: the schedule advances by the interval from one due time to
+// the next, whatever the actual times were, so a group that fell behind catches up and never skips a tick.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <string>
+
+#include "xhmi/variant_value.h"
+#include "zoiohandler/vyrnclient/itemmanager.h"
+
+namespace ZoIO {
+
+class ItemFeed;
+
+class SubscriptionGroup {
+ public:
+  using TimePoint = std::chrono::system_clock::time_point;
+
+  // Due at once.
+  SubscriptionGroup(ItemFeed& client, const std::chrono::milliseconds& interval);
+
+  // Adds an item, to be pushed on the next tick; one that is there already stays as it is.
+  void AddItem(const std::string& name);
+  void RemoveItem(const std::string& name);
+  // Pushes the item on the next tick even if it has not changed. Unknown names are ignored.
+  void ForceUpdate(const std::string& name);
+  bool IsEmpty() const { return items.empty(); }
+
+  const TimePoint& NextTick() const { return nextTick; }
+
+  // Refreshes every item from the cache, in the order of names, and pushes to the host: valid and forced ones
+  // every time, the others when their value changed. An item that raises is left for the next tick; the
+  // others go on.
+  void Tick();
+
+ private:
+  struct Entry {
+    xhmi::variant_value lastValue;
+    bool forceUpdate = true;
+  };
+
+  ItemManager::ItemInfo GetCurrentItem(const std::string& name);
+  void TickItem(const std::string& name, Entry& entry);
+
+  ItemFeed& client;
+  const std::chrono::milliseconds interval;
+  TimePoint nextTick;
+  std::map<std::string, Entry> items;
+};
+
+}  // namespace ZoIO
