@@ -1,0 +1,2 @@
+// Boost.JSON, compiled here once.
+#include <boost/json/src.hpp>

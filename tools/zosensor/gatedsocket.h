@@ -1,0 +1,127 @@
+// A TCP socket that can play dead: while its gate is closed, bytes that arrive are held back and nothing is
+// written, but the connection stays open. That is what a hung device looks like to its clients.
+//
+// Threads: the I/O thread alone. Owner: the gate belongs to the server, the socket to its connection.
+#pragma once
+
+#include <cstddef>
+#include <utility>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/compose.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include "tools/zosensor/clock.h"
+
+namespace ZoSensor {
+
+class StallGate {
+ public:
+  explicit StallGate(boost::asio::io_context& io) : timer(io, Clock::now()) {}
+
+  bool Closed() const { return timer.expiry() > Clock::now(); }
+  // A stall within a longer one does not shorten it.
+  void Close(Duration length) {
+    if (const Time end = Clock::now() + length; end > timer.expiry()) {
+      timer.expires_at(end);
+    }
+  }
+  void Open() { timer.expires_after(Duration::zero()); }
+  // Lets those who wait look again, because a socket was closed.
+  void Kick() { timer.cancel(); }
+
+ private:
+  friend class GatedSocket;
+  boost::asio::steady_timer timer;
+};
+
+class GatedSocket {
+ public:
+  using Socket = boost::asio::ip::tcp::socket;
+  using executor_type = Socket::executor_type;
+  using ErrorCode = boost::system::error_code;
+
+  GatedSocket(Socket tcpSocket, StallGate& stallGate) : socket(std::move(tcpSocket)), gate(&stallGate) {}
+
+  executor_type get_executor() { return socket.get_executor(); }
+  Socket& Tcp() { return socket; }
+
+  void Close() {
+    ErrorCode ignored;  // closing a socket that is closed already is no fault
+    socket.close(ignored);
+    gate->Kick();
+  }
+
+  template <typename Buffers, typename Token>
+  auto async_read_some(const Buffers& buffers, Token&& token) {
+    return boost::asio::async_compose<Token, void(ErrorCode, std::size_t)>(
+        ReadOperation<Buffers>{*this, buffers}, token, socket);
+  }
+
+  template <typename Buffers, typename Token>
+  auto async_write_some(const Buffers& buffers, Token&& token) {
+    return boost::asio::async_compose<Token, void(ErrorCode, std::size_t)>(
+        WriteOperation<Buffers>{*this, buffers}, token, socket);
+  }
+
+ private:
+  bool MustWait() const { return gate->Closed() && socket.is_open(); }
+
+  // Reads, and keeps what it read to itself until the gate is open.
+  template <typename Buffers>
+  struct ReadOperation {
+    GatedSocket& owner;
+    Buffers buffers;
+    bool started = false;
+    bool read = false;
+    ErrorCode result{};
+    std::size_t count = 0;
+
+    template <typename Self>
+    void operator()(Self& self, ErrorCode error = {}, std::size_t transferred = 0) {
+      GatedSocket& gated = owner;
+      if (!std::exchange(started, true)) {
+        const Buffers target = buffers;
+        gated.socket.async_read_some(target, std::move(self));
+        return;
+      }
+      if (!std::exchange(read, true)) {
+        result = error;
+        count = transferred;
+      }
+      if (!result && gated.MustWait()) {
+        gated.gate->timer.async_wait(std::move(self));
+        return;
+      }
+      self.complete(result, count);
+    }
+  };
+
+  template <typename Buffers>
+  struct WriteOperation {
+    GatedSocket& owner;
+    Buffers buffers;
+    bool writing = false;
+
+    template <typename Self>
+    void operator()(Self& self, ErrorCode error = {}, std::size_t transferred = 0) {
+      GatedSocket& gated = owner;
+      if (writing) {
+        self.complete(error, transferred);
+      } else if (gated.MustWait()) {
+        gated.gate->timer.async_wait(std::move(self));
+      } else {
+        writing = true;
+        const Buffers source = buffers;
+        gated.socket.async_write_some(source, std::move(self));
+      }
+    }
+  };
+
+  Socket socket;
+  StallGate* gate;
+};
+
+}  // namespace ZoSensor

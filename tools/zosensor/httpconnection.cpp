@@ -1,0 +1,355 @@
+#include "tools/zosensor/httpconnection.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/rfc7230.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <boost/beast/http/write.hpp>
+#include <boost/beast/websocket/rfc6455.hpp>
+
+#include "tools/zosensor/origin.h"
+#include "tools/zosensor/restdoor.h"
+#include "tools/zosensor/websession.h"
+
+namespace ZoSensor {
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+using ErrorCode = boost::system::error_code;
+
+// From one request's end to the next one's.
+constexpr auto IdleTime = std::chrono::seconds(60);
+constexpr std::size_t LargestHeader = 16384;
+
+std::string_view View(beast::string_view text) {
+  return {text.data(), text.size()};
+}
+
+class HttpConnection final : public Connection, public std::enable_shared_from_this<HttpConnection> {
+ public:
+  HttpConnection(Site& connectionSite, GatedSocket::Socket tcpSocket, std::string peerName)
+      : site(connectionSite),
+        peer(std::move(peerName)),
+        socket(std::in_place, std::move(tcpSocket), site.gate),
+        idleTimer(site.io),
+        delayTimer(site.io),
+        door(site.sensor, site.faults, site.limits, site.log) {}
+
+  void Start() {
+    site.connections.insert(shared_from_this());
+    ReadHeader();
+  }
+
+  void Shutdown() override { Cut("the sensor ends"); }
+  void Cut(std::string_view reason) override {
+    site.log.Debug("{} is cut: {}", peer, reason);
+    CloseSocket();
+  }
+
+ private:
+  void ReadHeader() {
+    // What a refusal of the next request says must not depend on the one before it.
+    version = 11;
+    head = false;
+    origin.clear();
+    parser.emplace();
+    parser->header_limit(LargestHeader);
+    parser->body_limit(site.limits.maxMessage);
+    AwaitIdleness();
+    http::async_read_header(
+        *socket, buffer, *parser,
+        [self = shared_from_this()](ErrorCode error, std::size_t) { self->TakeHeader(error); });
+  }
+
+  void TakeHeader(ErrorCode error) {
+    if (error) {
+      RefuseUnreadable(error);
+      return;
+    }
+    const auto& header = parser->get();
+    if (!OriginAllowed()) {
+      site.log.Warning("{} comes from a page of {}, which is refused", peer,
+                       View(header[http::field::origin]));
+      Finish(RestDoor::Refuse(403, "", "this origin is not allowed; see --allow-origin"), false);
+      return;
+    }
+    if (beast::websocket::is_upgrade(header)) {
+      Upgrade();
+      return;
+    }
+    if (beast::iequals(header[http::field::expect], "100-continue")) {
+      static constexpr std::string_view Continue = "HTTP/1.1 100 Continue\r\n\r\n";
+      asio::async_write(*socket, asio::buffer(Continue),
+                        [self = shared_from_this()](ErrorCode written, std::size_t) {
+                          written ? self->End() : self->ReadBody();
+                        });
+      return;
+    }
+    ReadBody();
+  }
+
+  void ReadBody() {
+    http::async_read(*socket, buffer, *parser, [self = shared_from_this()](ErrorCode error, std::size_t) {
+      error ? self->RefuseUnreadable(error) : self->Serve();
+    });
+  }
+
+  void RefuseUnreadable(ErrorCode error) {
+    if (error == http::error::body_limit || error == http::error::buffer_overflow) {
+      Finish(RestDoor::Refuse(413, "", fmt::format("a body holds at most {} bytes", site.limits.maxMessage)),
+             false);
+    } else if (error == http::error::header_limit) {
+      Finish(RestDoor::Refuse(431, "", "the header is too large"), false);
+    } else if (error.category() == make_error_code(http::error::bad_method).category() &&
+               error != http::error::end_of_stream && error != http::error::partial_message) {
+      Finish(RestDoor::Refuse(400, "", fmt::format("this is no HTTP: {}", error.message())), false);
+    } else {
+      End();
+    }
+  }
+
+  bool OriginAllowed() {
+    ErrorCode error;
+    const auto local = socket->Tcp().local_endpoint(error);
+    return !error && IsOriginAllowed(View(parser->get()[http::field::origin]), local.address().to_string(),
+                                     local.port(), site.limits.allowedOrigins);
+  }
+
+  void Upgrade() {
+    const auto& header = parser->get();
+    const std::string_view target = View(header.target());
+    if (target.substr(0, target.find('?')) != SessionTarget) {
+      Finish(RestDoor::Refuse(404, "", fmt::format("sessions are opened at {}", SessionTarget)), false);
+      return;
+    }
+    // A client may spread its offer over several lines.
+    const auto [firstLine, lastLine] = header.equal_range(http::field::sec_websocket_protocol);
+    const bool offers = firstLine != lastLine;
+    bool known = false;
+    for (auto line = firstLine; line != lastLine; ++line) {
+      for (const auto& protocol : http::token_list(line->value())) {
+        known = known || View(protocol) == SessionProtocol;
+      }
+    }
+    if (offers && !known) {
+      Finish(RestDoor::Refuse(400, "", fmt::format("the subprotocol here is {}", SessionProtocol)), false);
+      return;
+    }
+    if (site.sessions >= site.limits.maxClients) {
+      site.log.Warning("{} is refused: {} sessions are open already", peer, site.sessions);
+      Finish(RestDoor::Refuse(503, "", fmt::format("at most {} sessions at once", site.limits.maxClients)),
+             false);
+      return;
+    }
+    if (site.closing) {
+      End();
+      return;
+    }
+    idleTimer.cancel();
+    UpgradeRequest request;
+    request.base() = parser->release().base();
+    StartWebSession(site, std::move(*socket), std::move(request), known, peer);
+    socket.reset();
+    End();
+  }
+
+  void Serve() {
+    const auto request = parser->release();
+    version = request.version();
+    head = request.method() == http::verb::head;
+    origin = View(request[http::field::origin]);
+    if (request.method() == http::verb::options) {
+      RestAnswer answer;
+      answer.status = 204;
+      answer.allow = RestDoor::Methods;
+      Finish(std::move(answer), request.keep_alive());
+      return;
+    }
+    if (View(request.target()) == SessionTarget) {
+      Finish(RestDoor::Refuse(426, "", "sessions speak WebSocket"), request.keep_alive());
+      return;
+    }
+    RestAnswer answer = door.Handle(
+        {std::string(View(request.method_string())), std::string(View(request.target())), request.body()},
+        peer, Clock::now());
+    site.attend();
+    Disturb(std::move(answer), request.keep_alive());
+  }
+
+  // Lets happen to an answer what was rolled for it.
+  void Disturb(RestAnswer answer, bool keepAlive) {
+    if (answer.disturbance == Disturbance::Cut || answer.plan.lose) {
+      Cut("on purpose");
+      End();
+      return;
+    }
+    if (answer.disturbance == Disturbance::Stall) {
+      site.faults.stallAll(Duration::zero(), site.faults.StallTime());
+    }
+    if (answer.plan.latency <= Duration::zero()) {
+      Finish(std::move(answer), keepAlive);
+      return;
+    }
+    delayTimer.expires_after(answer.plan.latency);
+    delayTimer.async_wait(
+        [self = shared_from_this(), answer = std::move(answer), keepAlive](ErrorCode error) mutable {
+          error ? self->End() : self->Finish(std::move(answer), keepAlive);
+        });
+  }
+
+  void Finish(RestAnswer answer, bool keepAlive) {
+    response = {};
+    response.version(version);
+    response.result(answer.status);
+    response.set(http::field::server, "zosensor");
+    if (answer.status != 204) {
+      response.set(http::field::content_type, "application/json");
+    }
+    if (!answer.allow.empty()) {
+      response.set(http::field::allow, answer.allow);
+    }
+    if (answer.status == 426) {
+      response.set(http::field::upgrade, "websocket");
+    }
+    AddCrossOriginHeaders(answer.status == 204);
+    const bool ends = !keepAlive || site.closing;
+    response.keep_alive(!ends);
+    const std::size_t size = answer.body.size();
+    if (!head) {
+      response.body() = std::move(answer.body);
+    }
+    if (answer.status != 204) {
+      response.content_length(size);
+    }
+    if (answer.plan.garbage || answer.plan.truncate) {
+      WriteBroken(answer.plan);
+      return;
+    }
+    http::async_write(*socket, response, [self = shared_from_this(), ends](ErrorCode error, std::size_t) {
+      ends || error ? self->EndGently(error) : self->ReadHeader();
+    });
+  }
+
+  void AddCrossOriginHeaders(bool preflight) {
+    if (origin.empty()) {
+      return;
+    }
+    response.set(http::field::access_control_allow_origin, origin);
+    response.set(http::field::vary, "Origin");
+    if (preflight) {
+      response.set(http::field::access_control_allow_methods, RestDoor::Methods);
+      response.set(http::field::access_control_allow_headers, "Content-Type");
+    }
+  }
+
+  void WriteBroken(const FaultPlan& plan) {
+    if (plan.garbage) {
+      broken = "HTTP/9.9 \x01\xff what?\r\n\r\n]}{";
+    } else {
+      broken = fmt::format("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: {}\r\n\r\n",
+                           response.body().size());
+      broken += response.body().substr(0, response.body().size() / 2);
+    }
+    asio::async_write(*socket, asio::buffer(broken),
+                      [self = shared_from_this()](ErrorCode, std::size_t) { self->End(); });
+  }
+
+  // A client may still be sending what was refused; closing under its hands would reset the connection and
+  // lose the answer. So the sending side ends first, and what comes is thrown away for a moment.
+  void EndGently(ErrorCode error) {
+    if (!error) {
+      ErrorCode ignored;
+      socket->Tcp().shutdown(GatedSocket::Socket::shutdown_send, ignored);
+      drained = 0;
+      idleTimer.expires_after(std::chrono::seconds(2));
+      AwaitExpiry();
+      Drain();
+      return;
+    }
+    End();
+  }
+
+  void Drain() {
+    buffer.clear();
+    socket->async_read_some(buffer.prepare(65536),
+                            [self = shared_from_this()](ErrorCode error, std::size_t count) {
+                              self->drained += count;
+                              constexpr std::size_t Patience = std::size_t{64} << 20;
+                              error || self->drained > Patience ? self->End() : self->Drain();
+                            });
+  }
+
+  void AwaitIdleness() {
+    idleTimer.expires_after(IdleTime);
+    AwaitExpiry();
+  }
+
+  void AwaitExpiry() {
+    idleTimer.async_wait([self = shared_from_this()](ErrorCode error) {
+      if (error) {
+        return;
+      }
+      if (self->site.gate.Closed()) {
+        self->AwaitIdleness();  // a stall is no reason to close
+      } else {
+        self->CloseSocket();
+      }
+    });
+  }
+
+  void CloseSocket() {
+    idleTimer.cancel();
+    delayTimer.cancel();
+    if (socket) {
+      socket->Close();
+    }
+  }
+
+  void End() {
+    CloseSocket();
+    if (site.connections.erase(shared_from_this()) != 0) {
+      site.connectionEnded();
+    }
+  }
+
+  Site& site;
+  const std::string peer;
+  std::optional<GatedSocket> socket;  // gone once a session has it
+  asio::steady_timer idleTimer, delayTimer;
+  RestDoor door;
+  beast::flat_buffer buffer;
+  std::optional<http::request_parser<http::string_body>> parser;
+  http::response<http::string_body> response;
+  std::string broken;
+  std::string origin;
+  std::size_t drained = 0;
+  unsigned version = 11;
+  bool head = false;
+};
+
+}  // namespace
+
+void StartHttpConnection(Site& site, GatedSocket::Socket socket) {
+  ErrorCode error;
+  socket.set_option(asio::ip::tcp::no_delay(true), error);
+  const auto remote = socket.remote_endpoint(error);
+  std::string peer = error ? "somebody" : fmt::format("{}:{}", remote.address().to_string(), remote.port());
+  site.log.Debug("{} connects", peer);
+  std::make_shared<HttpConnection>(site, std::move(socket), std::move(peer))->Start();
+}
+
+}  // namespace ZoSensor

@@ -1,0 +1,22 @@
+// How much a client may ask of the emulator. Plain values, set once from the command line.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace ZoSensor {
+
+struct Limits {
+  std::size_t maxMessage = std::size_t{64} << 20;  // bytes of one request; as much as the SDK sends
+  std::size_t maxDepth = 256;                      // nesting of one request; the parser allows no more
+  std::size_t maxClients = 64;                     // sessions at once
+  // Bytes that wait for one slow client. A quarter of it holds a largest message: one that is answered with
+  // its payload, and notified, must neither end the session nor keep the next request waiting.
+  std::size_t maxQueue = std::size_t{256} << 20;
+  std::size_t maxResources = 100000;
+  std::size_t maxWatches = 100000;          // streams and subscriptions of one session
+  std::vector<std::string> allowedOrigins;  // beside the server's own; "*" names all
+};
+
+}  // namespace ZoSensor

@@ -1,0 +1,264 @@
+#include "tools/zosensor/resourcefile.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "tools/zosensor/jsonlocator.h"
+#include "tools/zosensor/memberreader.h"
+#include "zovyrnsdk/json/zojsoniterator.h"
+
+namespace ZoSensor {
+namespace {
+
+constexpr double HighestRate = 1000;
+constexpr double LowestRate = 0.001;
+constexpr double LongestTime = 1e6;  // seconds
+constexpr std::uint64_t MostCopies = 100000;
+
+// "/r{001..300}" is three hundred paths; anything else is one.
+struct PathRange {
+  std::string head, tail;
+  std::uint64_t first = 0, last = 0;
+  std::size_t width = 0;
+  bool many = false;
+
+  std::string Path(std::uint64_t number) const {
+    return many ? fmt::format("{}{:0{}}{}", head, number, width, tail) : head;
+  }
+};
+
+std::optional<std::uint64_t> WholeNumber(std::string_view text) {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+PathRange ParsePathRange(std::string_view text, const ZoJsonPointer& where) {
+  const auto open = text.find('{');
+  const auto dots = text.find("..", open == std::string_view::npos ? text.size() : open);
+  const auto close = text.find('}', dots == std::string_view::npos ? text.size() : dots);
+  PathRange range;
+  if (close == std::string_view::npos) {
+    range.head = Uri::Parse(text).path;
+    return range;
+  }
+  const std::string_view firstText = text.substr(open + 1, dots - open - 1);
+  const std::string_view lastText = text.substr(dots + 2, close - dots - 2);
+  const auto first = WholeNumber(firstText);
+  const auto last = WholeNumber(lastText);
+  if (!first || !last || *last < *first || *last - *first >= MostCopies) {
+    throw DescriptionError(where, fmt::format("a range is {{first..last}}, at most {} numbers", MostCopies));
+  }
+  range = {Uri::Parse(text.substr(0, open)).path,
+           std::string(text.substr(close + 1)),
+           *first,
+           *last,
+           firstText.size(),
+           true};
+  return range;
+}
+
+void ReadWritable(MemberReader& reader, Resource& resource) {
+  const ZoJson writable = reader.Any("writable");
+  if (writable.IsBoolean()) {
+    resource.rules.everything = writable.Get<bool>();
+  } else {
+    resource.rules.writable = reader.Pointers("writable", resource.Content());
+  }
+}
+
+void ReadWaves(MemberReader& reader, Resource& resource) {
+  const ZoJson waves = reader.Any("waves");
+  if (!waves.IsNull() && !waves.IsObject()) {
+    reader.Fail("waves", "\"waves\" must be an object of pointers and their waveforms");
+  }
+  for (ZoJsonIterator it(waves); it.Valid(); it.Next()) {
+    const ZoJsonPointer place =
+        ZoJsonPointer::Combine(reader.Place("waves"), ZoJsonPointer::Member(it.Key()));
+    ZoJsonPointer member{it.Key()};
+    if (!resource.Content().HasKey(member)) {
+      throw DescriptionError(place, fmt::format("the content has nothing at \"{}\"", member.ToString()));
+    }
+    resource.AddDrive(std::move(member), MakeWaveform(it.Value(), place));
+  }
+}
+
+// A wave may not make the member of another one vanish.
+void RefuseNestedWaves(MemberReader& reader, const Resource& resource) {
+  std::set<std::string> members;
+  for (const Drive& drive : resource.Drives()) {
+    members.insert(drive.member.ToString() + "/");
+  }
+  const std::string* previous = nullptr;
+  for (const std::string& member : members) {
+    if (previous != nullptr && member.starts_with(*previous)) {
+      reader.Fail("waves", fmt::format("a waveform drives \"{}\", another one what lies in it",
+                                       previous->substr(0, previous->size() - 1)));
+    }
+    previous = &member;
+  }
+}
+
+CallBehaviour ReadCall(const ZoJson& description, const ZoJsonPointer& where) {
+  MemberReader reader(description, where, "\"call\"");
+  CallBehaviour call;
+  call.result = reader.Any("result");
+  call.echo = reader.Flag("echo", false);
+  call.delay = SecondsToDuration(reader.Number("delay_ms", 0, 0, LongestTime) / 1000);
+  if (const std::string target = reader.Text("merge_into", ""); !target.empty()) {
+    call.mergeInto = Uri::Parse(target).path;
+  }
+  const ZoJson set = reader.Any("set");
+  if (!set.IsNull() && !set.IsObject()) {
+    reader.Fail("set", "\"set\" must be an object of URIs and what updates them");
+  }
+  for (ZoJsonIterator it(set); it.Valid(); it.Next()) {
+    call.set.emplace_back(Uri::Parse(it.Key()).path, it.Value());
+  }
+  reader.Finish();
+  return call;
+}
+
+class DescriptionReader {
+ public:
+  SensorDescription Read(const ZoJson& document) {
+    MemberReader reader(document, ZoJsonPointer(), "a resource file");
+    SensorDescription description;
+    reader.Any("comment");
+    description.name = reader.Text("name", description.name);
+    description.running = reader.Flag("running", true);
+    defaultRate = reader.Number("rate_hz", 10, LowestRate, HighestRate);
+    const ZoJson resources = reader.Any("resources");
+    if (!resources.IsObject()) {
+      if (resources.IsNull()) {
+        throw DescriptionError(ZoJsonPointer(), "\"resources\" is missing");
+      }
+      reader.Fail("resources", "\"resources\" must be an object of URIs and their resources");
+    }
+    reader.Finish();
+    for (ZoJsonIterator it(resources); it.Valid(); it.Next()) {
+      ReadRange(it.Key(), it.Value(),
+                ZoJsonPointer::Combine(reader.Place("resources"), ZoJsonPointer::Member(it.Key())));
+    }
+    description.resources = std::move(planned);
+    return description;
+  }
+
+ private:
+  void ReadRange(std::string_view key, const ZoJson& value, const ZoJsonPointer& where) {
+    const PathRange range = ParsePathRange(key, where);
+    for (std::uint64_t number = range.first; number <= range.last; ++number) {
+      const std::string path = range.Path(number);
+      if (!IsPlainPath(path)) {
+        throw DescriptionError(where, "the URI of a resource holds no *");
+      }
+      if (path == "/" || Pattern{"/system", true, true}.Matches(path) ||
+          Pattern{"/faults", true, true}.Matches(path)) {
+        throw DescriptionError(where, fmt::format("{} belongs to every sensor", path));
+      }
+      if (!paths.insert(path).second) {
+        throw DescriptionError(where, fmt::format("{} is there already", path));
+      }
+      planned.push_back(ReadOne(path, value, where));
+    }
+  }
+
+  PlannedResource ReadOne(const std::string& path, const ZoJson& value, const ZoJsonPointer& where) const {
+    MemberReader reader(value, where, "a resource");
+    PlannedResource plan;
+    plan.resource = std::make_shared<Resource>(path, reader.Any("content"));
+    Resource& resource = *plan.resource;
+    reader.Any("comment");
+    resource.hasContent = reader.Has("content");
+    resource.streamable = reader.Flag("stream", resource.hasContent);
+    resource.period = SecondsToDuration(1 / reader.Number("rate_hz", defaultRate, LowestRate, HighestRate));
+    ReadWritable(reader, resource);
+    resource.rules.integers = reader.Pointers("integers", resource.Content());
+    ReadWaves(reader, resource);
+    RefuseNestedWaves(reader, resource);
+    resource.measurement = reader.Flag("measurement", !resource.Drives().empty());
+    if (reader.Has("call")) {
+      resource.call = ReadCall(reader.Any("call"), reader.Place("call"));
+    }
+    plan.appears = SecondsToDuration(reader.Number("appears_after_s", 0, 0, LongestTime));
+    if (reader.Has("vanishes_after_s")) {
+      plan.vanishes = SecondsToDuration(reader.Number("vanishes_after_s", 0, 0, LongestTime));
+    }
+    reader.Finish();
+    if (plan.vanishes && *plan.vanishes <= plan.appears) {
+      reader.Fail("vanishes_after_s", "a resource cannot vanish before it appears");
+    }
+    if (!resource.hasContent && !resource.call) {
+      throw DescriptionError(where, "a resource needs a \"content\" or a \"call\"");
+    }
+    return plan;
+  }
+
+  double defaultRate = 10;
+  std::set<std::string> paths;
+  std::vector<PlannedResource> planned;
+};
+
+std::optional<std::uint64_t> NumberAfter(std::string_view text, std::string_view word) {
+  const auto at = text.find(word);
+  if (at == std::string_view::npos) {
+    return std::nullopt;
+  }
+  text.remove_prefix(at + word.size());
+  return WholeNumber(text.substr(0, text.find_first_not_of("0123456789")));
+}
+
+// The parser says "... (line 3, column 7): reason"; users click on "file:3:7: reason".
+std::string SyntaxFault(const std::string& fileName, std::string_view fault) {
+  const auto line = NumberAfter(fault, "line ");
+  const auto column = NumberAfter(fault, "column ");
+  const auto reason = fault.find("): ");
+  if (!line || !column || reason == std::string_view::npos) {
+    return fmt::format("{}: {}", fileName, fault);
+  }
+  return fmt::format("{}:{}:{}: {}", fileName, *line, *column, fault.substr(reason + 3));
+}
+
+}  // namespace
+
+SensorDescription ParseResources(std::string_view text, const std::string& fileName) {
+  ZoJson document;
+  try {
+    document = ZoJson::ParseString(text);
+  } catch (const ZoJsonError& error) {
+    throw ResourceFileError(SyntaxFault(fileName, error.what()));
+  }
+  try {
+    return DescriptionReader().Read(document);
+  } catch (const DescriptionError& error) {
+    const TextPosition position = LocateValue(text, error.Where());
+    throw ResourceFileError(
+        fmt::format("{}:{}:{}: {}", fileName, position.line, position.column, error.what()));
+  }
+}
+
+SensorDescription LoadResources(const std::string& fileName) {
+  errno = 0;
+  std::ifstream file(fileName, std::ios::binary);
+  if (!file) {
+    throw ResourceFileError(fmt::format("{}: {}", fileName, std::strerror(errno)));
+  }
+  std::string text;
+  try {
+    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  } catch (const std::ios_base::failure&) {  // a directory opens, and fails here
+    throw ResourceFileError(fmt::format("{}: it cannot be read", fileName));
+  }
+  return ParseResources(text, fileName);
+}
+
+}  // namespace ZoSensor

@@ -1,0 +1,119 @@
+#include "tools/zosensor/wire.h"
+
+#include <algorithm>
+#include <array>
+
+#include <fmt/format.h>
+
+namespace ZoSensor {
+namespace {
+
+constexpr std::array<std::string_view, 9> MethodNames = {"read", "create", "update",      "delete",    "call",
+                                                         "sub",  "unsub",  "startStream", "stopStream"};
+
+ZoJson Member(const ZoJson& object, std::string_view name) {
+  const ZoJsonPointer member = ZoJsonPointer::Member(name);
+  return object.HasKey(member) ? object.At(member) : ZoJson();
+}
+
+}  // namespace
+
+std::optional<Method> MethodByName(std::string_view name) {
+  const auto found = std::find(MethodNames.begin(), MethodNames.end(), name);
+  if (found == MethodNames.end()) {
+    return std::nullopt;
+  }
+  return static_cast<Method>(found - MethodNames.begin() + 1);
+}
+
+std::string_view MethodName(Method method) {
+  return MethodNames[static_cast<std::size_t>(method) - 1];
+}
+
+std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDepth) {
+  if (NestingDepth(message) > maxDepth) {
+    return std::nullopt;
+  }
+  ZoJson document;
+  try {
+    document = ZoJson::ParseString(message);
+  } catch (const ZoJsonError&) {
+    return std::nullopt;
+  }
+  if (!document.IsObject()) {
+    return std::nullopt;
+  }
+  Request request;
+  const ZoJson id = Member(document, "id");
+  request.idText = id.ToString();
+  const ZoJson uri = Member(document, "uri");
+  if (uri.IsString()) {
+    request.uri = uri.Get<std::string>();
+  }
+  const ZoJson method = Member(document, "method");
+  if (method.IsString()) {
+    request.method = MethodByName(method.Get<std::string>());
+  }
+  if (document.HasKey("payload")) {
+    request.payload = document.At("payload");
+  }
+  if (!id.IsUnsigned()) {
+    request.fault = "\"id\" must be an unsigned integer";
+  } else if (!request.method) {
+    request.fault = method.IsString() ? fmt::format("there is no method {}", method.ToString())
+                                      : "\"method\" must be a text";
+  } else if (!uri.IsString()) {
+    request.fault = "\"uri\" must be a text";
+  }
+  return request;
+}
+
+std::string Quote(std::string_view text) {
+  return ZoJson::Of(text).ToString();
+}
+
+std::size_t NestingDepth(std::string_view text) {
+  std::size_t depth = 0;
+  std::size_t deepest = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '{' || c == '[') {
+      deepest = std::max(deepest, ++depth);
+    } else if ((c == '}' || c == ']') && depth > 0) {
+      --depth;
+    }
+  }
+  return deepest;
+}
+
+std::string ResponseText(std::string_view idText, std::string_view uri, const Answer& answer) {
+  std::string text = idText.empty() ? "{" : fmt::format("{{\"id\":{}", idText);
+  if (answer.bare) {
+    return text + "}";
+  }
+  text += fmt::format("{}\"status\":{},\"uri\":{}", idText.empty() ? "" : ",", answer.status, Quote(uri));
+  if (!answer.Succeeded()) {
+    text += fmt::format(",\"payload\":null,\"error\":{}", Quote(answer.error));
+  } else if (answer.payload != nullptr) {
+    text += ",\"payload\":";
+    text += *answer.payload;
+  }
+  return text + "}";
+}
+
+std::string PushText(std::string_view event, std::string_view uri, std::string_view payload) {
+  std::string text = fmt::format("{{\"event\":\"{}\",\"uri\":{},\"payload\":", event, Quote(uri));
+  text += payload;
+  return text += "}";
+}
+
+}  // namespace ZoSensor
