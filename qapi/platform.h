@@ -28,4 +28,7 @@ std::string TextV6(const std::uint8_t* bytes);
 // The index of the network interface of this name, 0 for none.
 std::uint32_t InterfaceIndex(const char* name);
 
+// The descriptor of a new TCP socket that other programs do not inherit, or -1 with errno set.
+int OpenTcpSocket(bool v6);
+
 }  // namespace qApi::Platform

@@ -77,6 +77,10 @@ std::uint32_t InterfaceIndex(const char* name) {
   return if_nametoindex(name);
 }
 
+int OpenTcpSocket(bool v6) {
+  return socket(v6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
+}
+
 }  // namespace qApi::Platform
 
 qSignalShield::qSignalShield() {

@@ -18,6 +18,7 @@ enum class qOperation : std::uint8_t {
   ThreadSleep,  // returns at once
   ThreadJoin,   // returns at once, without waiting and without waking the thread
   AddressParse,
+  SocketOpen,
   Any  // counts operations of every kind
 };
 

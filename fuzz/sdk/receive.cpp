@@ -66,8 +66,13 @@ class Play {
     }
     const bool push = message.kind == Incoming::Kind::Stream || message.kind == Incoming::Kind::Notification;
     const std::string uri = message.uri;
+    const std::size_t waiting = state.Pushes().Waiting();
     state.Receive(std::move(message), now);
-    Require(!push || state.Pushes().Waiting() > 0, "a push is never lost on arrival");
+    if (push && state.Interests().Covers(uri)) {
+      Require(state.Pushes().Waiting() > 0, "a push is never lost on arrival");
+    } else if (push) {
+      Require(state.Pushes().Waiting() == waiting, "what nobody asked for is not kept");
+    }
   }
 
   void Act(std::string_view act) {

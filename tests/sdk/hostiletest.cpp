@@ -294,7 +294,7 @@ TEST_F(Hostile, PushesOfEndlesslyManyResourcesCostBoundedMemoryWhileAHandlerBloc
     }
   });
   system.Connect();
-  EXPECT_EQ(FailureOf(Read("/res")), "");
+  EXPECT_EQ(FailureOf(Sub("*")), "");
   const std::size_t before = MemoryNow();
   std::atomic<bool> sent{false};
   std::thread flood([&] {
@@ -312,6 +312,20 @@ TEST_F(Hostile, PushesOfEndlesslyManyResourcesCostBoundedMemoryWhileAHandlerBloc
   flood.join();
   EXPECT_TRUE(sent);
   EXPECT_TRUE(pushes.WaitForCount(2000)) << "reading goes on once the handler does";
+}
+
+TEST_F(Hostile, PushesThatNobodyAskedForReachNoHandler) {
+  system.Connect();
+  EXPECT_EQ(FailureOf(StartStream("/asked")), "");
+  for (int i = 0; i < 1000; ++i) {
+    sensor.Push(PushText("stream", "/unasked" + std::to_string(i), "1"));
+    sensor.Push(PushText("notification", "/asked/below", "1"));
+  }
+  sensor.Push(PushText("stream", "/asked", "2"));
+  ASSERT_TRUE(pushes.WaitForCount(1));
+  EXPECT_EQ(pushes.All()[0].uri, "/asked");
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  EXPECT_EQ(pushes.Count(), 1U);
 }
 
 TEST_F(Hostile, PeerThatSendsPushesButReadsNothingIsLost) {
@@ -369,16 +383,17 @@ TEST_P(HostilePoison, StreamThatEndedTwoSessionsIsNotRestoredAtOnce) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, HostilePoison,
-    testing::Values(Poison{"too_deep", FakePeer::Text,
-                           "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":" + std::string(300, '[') +
-                               std::string(300, ']') + "}"},
-                    Poison{"uri_behind_the_payload", FakePeer::Text,
-                           "{\"event\":\"stream\",\"payload\":" + std::string(9000, '[') +
-                               std::string(9000, ']') + ",\"uri\":\"/poison\"}"},
-                    Poison{"binary", FakePeer::Binary,
-                           "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":1}"},
-                    Poison{"no_utf8_in_a_later_piece", FakePeer::Text,
-                           "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":\"", "\xFF\"}"}),
+    testing::Values(
+        Poison{"too_deep", FakePeer::Text,
+               "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":" + std::string(300, '[') +
+                   std::string(300, ']') + "}"},
+        Poison{"uri_behind_the_payload", FakePeer::Text,
+               "{\"event\":\"stream\",\"payload\":" + std::string(9000, '[') + std::string(9000, ']') +
+                   ",\"uri\":\"/poison\"}"},
+        Poison{"binary", FakePeer::Binary, "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":1}"},
+        Poison{"no_utf8", FakePeer::Text, "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":\"\xFF\"}"},
+        Poison{"no_utf8_in_a_later_piece", FakePeer::Text,
+               "{\"event\":\"stream\",\"uri\":\"/poison\",\"payload\":\"", "\xFF\"}"}),
     [](const auto& each) { return std::string(each.param.name); });
 
 }  // namespace

@@ -153,6 +153,28 @@ TEST_F(Restore, StoppingWhileTheLinkIsDownSucceeds) {
   EXPECT_EQ(sensor.CountRequests("startStream", "/s"), 1U);
 }
 
+TEST_F(Restore, CallsThatFindTheLinkDownForLongFailAtOnceAndHurryItsReturn) {
+  system.Connect();
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  sensor.StopListening();
+  sensor.DropAll();
+  ASSERT_TRUE(WaitConnected(false));
+  EXPECT_THAT(FailureOf(Read("/res"), 3 * second), HasSubstr("was down for 3 s"));
+  const Stopwatch row;
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_THAT(FailureOf(StartStream("/s"), 3 * second), HasSubstr("is down"));
+  }
+  EXPECT_LT(row.Milliseconds().count(), 1000);
+  // The back-off alone would wait for some two seconds more from here.
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  sensor.Listen();
+  const Stopwatch back;
+  while (FailureOf(Read("/res"), 3 * second) != "" && back.Milliseconds().count() < 20000) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_LT(back.Milliseconds().count(), 1500);
+}
+
 TEST_F(Restore, SilentPeerIsNoticedWithinThreeSeconds) {
   system.Connect();
   EXPECT_EQ(FailureOf(Read("/res")), "");
@@ -171,7 +193,7 @@ TEST_F(Restore, HandlerThatBlocksForLongDoesNotCostTheSession) {
     done.set_value();
   });
   system.Connect();
-  EXPECT_EQ(FailureOf(Read("/res")), "");
+  EXPECT_EQ(FailureOf(StartStream("/s")), "");
   sensor.Push(PushText("stream", "/s", "1"));
   done.get_future().wait();
   EXPECT_EQ(FailureOf(Read("/res")), "");
@@ -215,11 +237,12 @@ TEST_F(Restore, ReadOfAMuteResourceIsBrakedUntilTheResourceSpeaks) {
   std::atomic<bool> mute{true};
   const EndFirst endFirst(*this);
   sensor.SetResponder([&](FakePeer& peer, const FakeRequest& request) {
-    if (!mute) {
+    if (!mute || request.method == "sub") {
       FakeSensor::Grant(peer, request);
     }
   });
   system.Connect();
+  EXPECT_EQ(FailureOf(Sub("/mute")), "");
   EXPECT_THAT(FailureOf(Read("/mute"), 20000), HasSubstr("did not answer"));
   const Stopwatch watch;
   for (int i = 0; i < 1000; ++i) {

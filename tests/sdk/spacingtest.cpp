@@ -22,6 +22,8 @@ TEST_F(Spacing, NotificationBehindAnAnswerInOneSegmentComesTwoMillisecondsLater)
   std::mutex mutex;
   std::vector<Clock::time_point> sent;
   const EndFirst endFirst(*this);
+  system.Connect();
+  EXPECT_EQ(FailureOf(Sub("/res")), "");
   sensor.SetResponder([&](FakePeer& peer, const FakeRequest& request) {
     const int value = request.document.At("id").Get<int>() * 2;
     {
@@ -32,7 +34,6 @@ TEST_F(Spacing, NotificationBehindAnAnswerInOneSegmentComesTwoMillisecondsLater)
                    FakePeer::FrameBytes(FakePeer::Text,
                                         PushText("notification", request.uri, std::to_string(value + 1))));
   });
-  system.Connect();
   for (std::size_t i = 0; i < 200; ++i) {
     const int answered = Read("/res").GetResponse(patience).Payload().Get<int>();
     ASSERT_TRUE(pushes.WaitForCount(i + 1));
@@ -45,7 +46,7 @@ TEST_F(Spacing, NotificationBehindAnAnswerInOneSegmentComesTwoMillisecondsLater)
 
 TEST_F(Spacing, BurstIsThinnedAndItsNewestValueArrives) {
   system.Connect();
-  EXPECT_EQ(FailureOf(Read("/warm")), "");
+  EXPECT_EQ(FailureOf(StartStream("/s")), "");
   std::string burst;
   const EndFirst endFirst(*this);
   for (int i = 0; i <= 500; ++i) {

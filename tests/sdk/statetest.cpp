@@ -340,11 +340,14 @@ TEST(Incoming, SuspectIsNamedAtEitherEndOfTheMessage) {
 
 TEST(Driver, FaultOfTheLoopLeavesItFitToBeDriven) {
   EventLoop loop;
-  Driver driver(loop, [] {});
+  int faults = 0;
+  Driver driver(
+      loop, [] {}, [&] { ++faults; });
   std::atomic<bool> done{false};
   const auto fail = [] { throw std::bad_alloc(); };
   loop.Post(fail);
   EXPECT_THROW(driver.Await(done, Clock::now() + seconds(60)), std::bad_alloc);
+  EXPECT_EQ(faults, 1);
   loop.Post([&] { done = true; });
   driver.Notify();
   driver.Await(done, Clock::now() + seconds(60));
@@ -353,9 +356,12 @@ TEST(Driver, FaultOfTheLoopLeavesItFitToBeDriven) {
 
 TEST(Driver, FaultInTheOwnThreadsTurnLeavesItFitToBeDriven) {
   EventLoop loop;
-  Driver driver(loop, [] {});
+  int faults = 0;
+  Driver driver(
+      loop, [] {}, [&] { ++faults; });
   loop.Post([] { throw std::bad_alloc(); });
   EXPECT_THROW(driver.Serve(Clock::now() + seconds(60)), std::bad_alloc);
+  EXPECT_EQ(faults, 1);
   std::atomic<bool> done{false};
   loop.Post([&] { done = true; });
   driver.Await(done, Clock::now() + seconds(60));
@@ -365,11 +371,15 @@ TEST(Driver, FaultInTheOwnThreadsTurnLeavesItFitToBeDriven) {
 TEST(Driver, FaultAtTakeOverLeavesItFitToBeDriven) {
   EventLoop loop;
   bool fail = true;
-  Driver driver(loop, [&] {
-    if (std::exchange(fail, false)) {
-      throw std::bad_alloc();
-    }
-  });
+  int faults = 0;
+  Driver driver(
+      loop,
+      [&] {
+        if (std::exchange(fail, false)) {
+          throw std::bad_alloc();
+        }
+      },
+      [&] { ++faults; });
   std::atomic<bool> done{false};
   loop.Post([&] { done = true; });
   EXPECT_THROW(driver.Await(done, Clock::now() + seconds(60)), std::bad_alloc);
@@ -438,9 +448,11 @@ TEST_F(State, UnsentRequestsOutliveTheSessionAndSentOnesDoNot) {
 }
 
 TEST_F(State, OutageCostsNoMemory) {
+  state.SessionOpened(now);
+  state.SessionLost("cut", now);
   for (int i = 0; i < 10000; ++i) {
     const Pending pending = Ask(ZoRequestMethod_Update, "/r" + std::to_string(i));
-    now += milliseconds(1);
+    now += std::chrono::microseconds(250);
     state.TimeOut(pending, 1000, now);
     EXPECT_THAT(Outcome(pending), HasSubstr("was down for 0.001 s"));
   }
@@ -452,6 +464,136 @@ TEST_F(State, OutageCostsNoMemory) {
   now += seconds(4);
   state.Step(now);
   EXPECT_EQ(state.Requests().Size(), 0U);
+}
+
+// A host that makes a long row of calls would freeze for a whole time-out with each.
+TEST_F(State, OnceSomebodyHasWaitedForTheLinkInVainOthersFailAtOnceUntilItIsBack) {
+  state.SessionOpened(now);
+  state.SessionLost("cut", now);
+  const Pending first = Ask(ZoRequestMethod_StartStream, "/a");
+  const Pending second = Ask(ZoRequestMethod_StartStream, "/b");
+  now += seconds(3);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/c")), "pending");
+  state.TimeOut(first, 3000000, now);
+  EXPECT_EQ(Outcome(first), "The link to the sensor was down for 3 s.");
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/d")), "The link to the sensor is down.");
+  EXPECT_EQ(Outcome(second), "pending") << "who waits already has its own time";
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/e")), "The link to the sensor is down.");
+  EXPECT_THAT(Outcome(Ask(ZoRequestMethod_Read, "/e")), HasSubstr("-599"));
+  state.SessionOpened(now);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/d")), "pending");
+  state.SessionLost("cut", now);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/d")), "pending") << "a new outage";
+}
+
+TEST_F(State, ShortPatienceInAShortOutageLeavesOthersTheirTime) {
+  state.SessionOpened(now);
+  state.SessionLost("cut", now);
+  const Pending hasty = Ask(ZoRequestMethod_Update, "/a");
+  now += seconds(2);
+  state.TimeOut(hasty, 2000000, now);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/b")), "pending");
+}
+
+TEST_F(State, PushThatNobodyAskedForIsDroppedAndLiftsTheBrake) {
+  state.SessionOpened(now);
+  const Pending mute = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  state.TimeOut(mute, 1, now);
+  ASSERT_EQ(state.Brake().BrakedCount(), 1U);
+  Receive("{\"event\":\"notification\",\"uri\":\"/a\",\"payload\":1}");
+  EXPECT_EQ(state.Pushes().Waiting(), 0U);
+  EXPECT_EQ(state.Brake().BrakedCount(), 0U);
+}
+
+TEST_F(State, PushesCountFromTheRequestOnUntilItsEndIsAskedFor) {
+  const std::string push = "{\"event\":\"stream\",\"uri\":\"/a\",\"payload\":1}";
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/a");
+  Sent();
+  Receive(push);
+  EXPECT_EQ(state.Pushes().TakeDue(now + seconds(1), 9).size(), 1U);
+  Ask(ZoRequestMethod_StopStream, "/a");
+  Receive(push);
+  EXPECT_EQ(state.Pushes().Waiting(), 0U);
+  Ask(ZoRequestMethod_StartStream, "/a");
+  Sent();
+  Receive("{\"id\":2,\"status\":1}");
+  Receive(push);
+  EXPECT_EQ(state.Pushes().Waiting(), 1U) << "the answer to the stop is older than the new start";
+}
+
+TEST_F(State, PushesOfARefusedStreamAreDropped) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/a");
+  Sent();
+  Receive("{\"id\":1,\"status\":-405,\"payload\":null}");
+  EXPECT_EQ(state.Interests().Size(), 0U);
+  Receive("{\"event\":\"stream\",\"uri\":\"/a\",\"payload\":1}");
+  EXPECT_EQ(state.Pushes().Waiting(), 0U);
+}
+
+TEST(Interest, KnowsPatternsAndBothSpellings) {
+  using Kind = Restorer::Kind;
+  struct Row {
+    Kind kind;
+    const char* asked;
+    std::vector<const char*> covered;
+    std::vector<const char*> others;
+  };
+  const std::vector<Row> rows = {
+      {Kind::Stream, "/res", {"/res", "res"}, {"/", "", "/res/sub", "/re", "/rest"}},
+      {Kind::Stream, "res", {"/res", "res"}, {"/res/sub"}},
+      {Kind::Stream, "/res/*", {"/res/*", "res/*"}, {"/res", "/res/sub"}},
+      {Kind::Stream, "*", {"*", "/*"}, {"/res"}},
+      {Kind::Subscription, "/res", {"/res", "res"}, {"/res/sub"}},
+      {Kind::Subscription,
+       "/res/*",
+       {"/res", "res", "/res/sub", "res/sub/er", "/res/"},
+       {"/rest", "/re", "/", ""}},
+      {Kind::Subscription, "a/b/*", {"/a/b", "a/b/c"}, {"/a", "/a/bc", "/b"}},
+      {Kind::Subscription, "*", {"/", "", "/res", "res/sub"}, {}},
+      {Kind::Subscription, "/*", {"/", "", "/res", "res/sub"}, {}}};
+  for (const Row& row : rows) {
+    Interest interest;
+    interest.Asked({row.kind, row.asked}, 1);
+    for (const char* uri : row.covered) {
+      EXPECT_TRUE(interest.Covers(uri)) << row.asked << " " << uri;
+    }
+    for (const char* uri : row.others) {
+      EXPECT_FALSE(interest.Covers(uri)) << row.asked << " " << uri;
+    }
+    interest.Ended({row.kind, row.asked});
+    EXPECT_EQ(interest.Size(), 0U) << row.asked;
+    for (const char* uri : row.covered) {
+      EXPECT_FALSE(interest.Covers(uri)) << row.asked << " " << uri;
+    }
+  }
+}
+
+TEST(Interest, EachKindAndSpellingEndsForItself) {
+  using Kind = Restorer::Kind;
+  const std::vector<Restorer::Key> keys = {
+      {Kind::Stream, "/r"}, {Kind::Stream, "r"}, {Kind::Subscription, "/r"}, {Kind::Subscription, "r"}};
+  Interest interest;
+  for (const Restorer::Key& key : keys) {
+    interest.Asked(key, 1);
+  }
+  for (const Restorer::Key& key : keys) {
+    EXPECT_TRUE(interest.Covers("/r"));
+    interest.Ended(key);
+    interest.Ended(key);
+  }
+  EXPECT_FALSE(interest.Covers("/r"));
+}
+
+TEST(Interest, RefusalOfAnOlderRequestChangesNothing) {
+  Interest interest;
+  interest.Asked({Restorer::Kind::Stream, "/r"}, 5);
+  interest.Refused({Restorer::Kind::Stream, "/r"}, 4);
+  EXPECT_TRUE(interest.Covers("/r"));
+  interest.Refused({Restorer::Kind::Stream, "/r"}, 5);
+  EXPECT_FALSE(interest.Covers("/r"));
 }
 
 TEST_F(State, SensorThatLeavesRequestsUnansweredIsAskedAfter) {

@@ -21,7 +21,9 @@ namespace {
 constexpr std::chrono::milliseconds goodbyeLimit{10};  // for the closing handshake, of which nothing depends
 constexpr std::chrono::milliseconds joinLimit{1000};   // then the own thread goes on alone
 constexpr std::chrono::milliseconds firstAttemptSlack{
-    50};  // so that its cause is known before Connect gives up
+    50};                                                // so that its cause is known before Connect gives up
+constexpr std::chrono::milliseconds attemptAgain{100};  // after one that could not begin
+constexpr std::chrono::milliseconds faultPause{10};  // so that a lasting want of memory does not make it spin
 constexpr std::size_t deliverAtOnce = 64;
 constexpr std::chrono::milliseconds lateAlarm{250};
 constexpr const char* disconnected = "The system was disconnected.";
@@ -48,7 +50,8 @@ class WaiterCount {
 Connection::Connection(const Endpoint& endpoint, std::shared_ptr<const Handlers> handlers)
     : endpoint(endpoint),
       backoff(std::random_device()()),
-      driver(loop, [this] { Pump(); }),
+      driver(
+          loop, [this] { TakeOver(); }, [this] { broken = true; }),
       gate(std::move(handlers)) {}
 
 Connection::~Connection() = default;
@@ -92,15 +95,20 @@ bool Connection::IsClosed() const {
 void Connection::Request(ZoRequestMethod method, const std::string& uri, const ZoJson* payload,
                          const std::shared_ptr<ZoPendingRequest>& pending) {
   OutgoingText text = ComposeRequest(method, uri, payload);
+  bool toSend = false;
   {
     Zo::MutexLock lock(mutex);
     if (closed) {
       pending->Fail(disconnected);
       return;
     }
-    state.Request(method, uri, std::move(text), pending, Clock::now());
+    toSend = state.Request(method, uri, std::move(text), pending, Clock::now());
   }
-  KickPump();
+  if (toSend) {
+    KickPump();
+  } else if (!hurried.exchange(true)) {
+    loop.Post([this] { HurryAttempt(); });
+  }
 }
 
 void Connection::Await(const std::shared_ptr<ZoPendingRequest>& pending, const ZoRequest& request,
@@ -142,8 +150,8 @@ void Connection::Close() noexcept {
   {
     Zo::MutexLock lock(mutex);
     first = !std::exchange(closed, true);
-    state.Close();
     online = false;
+    state.Close();
   }
   gate.Shut();
   driver.Close();
@@ -187,8 +195,15 @@ void Connection::SayGoodbye() noexcept {
 }
 
 void Connection::LetOwnThreadEnd() noexcept {
-  const bool ended = !gate.InHandler() && gate.WaitEnded(Clock::now() + joinLimit);
+  const bool inside = gate.InHandler();
+  Time limit = Clock::now() + joinLimit;
+  {
+    Zo::MutexLock lock(threadMutex);
+    limit = waitedInVain ? Time{} : limit;
+  }
+  const bool ended = !inside && gate.WaitEnded(limit);
   Zo::MutexLock lock(threadMutex);
+  waitedInVain = waitedInVain || !(inside || ended);
   if (!thread.joinable()) {
     return;
   }
@@ -208,6 +223,7 @@ void Connection::Run() noexcept {
     } catch (const std::exception& error) {
       // Out of memory; the thread must go on, and must not let an exception out.
       Zo::Logging::Zo_Debug_Log(__LINE__, __FILE__, 0, "ZoSdk::Connection::Run", error.what());
+      std::this_thread::sleep_for(faultPause);
     }
   }
   gate.Ended();
@@ -251,10 +267,23 @@ void Connection::Attempt() {
   if (stopped) {
     return;
   }
-  attemptDue = never;
-  attemptLimit = Clock::now() + (firstSettled ? connectLimit : connectLimit - firstAttemptSlack);
+  const Time now = Clock::now();
+  attemptedAt = now;
+  // Due again, should this one not even begin for want of memory.
+  attemptDue = now + attemptAgain;
   session = std::make_unique<Session>(loop, endpoint, *this);
+  attemptDue = never;
+  attemptLimit = now + (firstSettled ? connectLimit : connectLimit - firstAttemptSlack);
   SetAlarm();
+}
+
+// Somebody wants the link, and has not got the patience of the back-off.
+void Connection::HurryAttempt() {
+  hurried = false;
+  if (attemptDue != never) {
+    attemptDue = std::min(attemptDue, std::max(Clock::now(), attemptedAt + hurriedPause));
+    SetAlarm();
+  }
 }
 
 void Connection::OnOpen() {
@@ -386,6 +415,20 @@ void Connection::Pump() {
   SetAlarm();
 }
 
+void Connection::TakeOver() {
+  if (broken && !stopped) {
+    // Only a want of memory raises. What was under way may never go on, so a new session takes its place.
+    if (session || attemptDue == never) {
+      if (session) {
+        session->Abort();
+      }
+      Lost("there was no memory to go on");
+    }
+    broken = false;
+  }
+  Pump();
+}
+
 // One look at the clock.
 void Connection::Step() {
   const Time expected = std::exchange(alarmAt, never);
@@ -437,8 +480,8 @@ void Connection::SetAlarm() {
     due = std::min(due, state.NextDue(session && session->IsOpen() && !writing));
   }
   if (due < alarmAt) {
-    alarmAt = due;
     loop.SetAlarm(due, [this] { Step(); });
+    alarmAt = due;
   }
 }
 

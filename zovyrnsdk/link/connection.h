@@ -64,9 +64,11 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   Time DeliverDue();
   void ResumeReading();
   void Attempt();
+  void HurryAttempt();
   void Pump();
   void KickPump();
   void Step();
+  void TakeOver();
   void SetAlarm();
   void Lost(const std::string& cause);
   void FirstOutcome(std::string cause);
@@ -82,8 +84,10 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   Backoff backoff;
   bool writing = false;
   bool stopped = false;       // Close has taken the session down
+  bool broken = false;        // what drove raised: nobody knows how far it came
   bool wasOpen = false;       // the session that is there
   Time openedAt{};            // likewise
+  Time attemptedAt{};         // when the last attempt began
   Time attemptDue = never;    // when the next attempt begins
   Time attemptLimit = never;  // when the running attempt has failed
   Time alarmAt = never;
@@ -92,7 +96,8 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   Driver driver;
   HandlerGate gate;
   std::atomic<bool> firstSettled{false};
-  std::atomic<bool> paused{false};  // reading, because too many pushes wait
+  std::atomic<bool> paused{false};   // reading, because too many pushes wait
+  std::atomic<bool> hurried{false};  // the next attempt, because somebody asks
 
   mutable Zo::Mutex mutex{"ZoLink", Zo::LockRank_Link};
   LinkState state Q_GUARDED_BY(mutex);
@@ -101,6 +106,7 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
 
   Zo::Mutex threadMutex{"ZoLink thread", Zo::LockRank_Link - 1};
   std::thread thread Q_GUARDED_BY(threadMutex);
+  bool waitedInVain Q_GUARDED_BY(threadMutex) = false;  // for its end, once; nobody need do so again
 };
 
 }  // namespace ZoSdk

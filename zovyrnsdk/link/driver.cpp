@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace ZoSdk {
@@ -15,8 +16,8 @@ constexpr std::chrono::milliseconds longWait{500};   // insurance alone: everyth
 
 }  // namespace
 
-Driver::Driver(EventLoop& loop, std::function<void()> atTakeOver)
-    : loop(loop), atTakeOver(std::move(atTakeOver)) {}
+Driver::Driver(EventLoop& loop, std::function<void()> atTakeOver, std::function<void()> atFault)
+    : loop(loop), atTakeOver(std::move(atTakeOver)), atFault(std::move(atFault)) {}
 
 void Driver::Await(const std::atomic<bool>& done, Time deadline) {
   AwaitUntil(done, deadline, false);
@@ -41,6 +42,7 @@ void Driver::AwaitUntil(const std::atomic<bool>& done, Time deadline, bool closi
         Drive(done, deadline, closing);
       } catch (...) {  // raised again below
         fault = std::current_exception();
+        atFault();
       }
       mutex.lock();
       driving = false;
@@ -131,6 +133,7 @@ void Driver::Serve(Time until) {
     loop.RunOne(until);
   } catch (...) {  // raised again below
     fault = std::current_exception();
+    atFault();
   }
   mutex.lock();
   own = Own::Away;
@@ -149,7 +152,7 @@ void Driver::PushArrived() {
   }
 }
 
-void Driver::Close() {
+void Driver::Close() noexcept {
   {
     Zo::MutexLock lock(mutex);
     closed = true;
@@ -158,7 +161,11 @@ void Driver::Close() {
     }
     ownWake.notify_one();
   }
-  loop.Poke();
+  try {
+    loop.Poke();
+  } catch (const std::bad_alloc&) {
+    loop.Stop();  // needs no memory; what the loop still had to do goes with it
+  }
 }
 
 }  // namespace ZoSdk

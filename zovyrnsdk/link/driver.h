@@ -24,8 +24,9 @@ namespace ZoSdk {
 
 class Driver {
  public:
-  // atTakeOver is called, without a lock, by each thread that begins to drive.
-  Driver(EventLoop& loop, std::function<void()> atTakeOver);
+  // atTakeOver is called, without a lock, by each thread that begins to drive; atFault, which must not raise, by one
+  // that stops because the loop or atTakeOver raised.
+  Driver(EventLoop& loop, std::function<void()> atTakeOver, std::function<void()> atFault);
   Driver(const Driver&) = delete;
   Driver& operator=(const Driver&) = delete;
 
@@ -48,7 +49,7 @@ class Driver {
   void PushArrived();
 
   // All who wait return. Any thread.
-  void Close();
+  void Close() noexcept;
   bool Closed() const { return closed; }
 
  private:
@@ -64,6 +65,7 @@ class Driver {
 
   EventLoop& loop;
   const std::function<void()> atTakeOver;
+  const std::function<void()> atFault;
   std::atomic<bool> closed{false};
 
   Zo::Mutex mutex{"ZoLink driver", Zo::LockRank_Link + 1};

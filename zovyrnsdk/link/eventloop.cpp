@@ -27,6 +27,10 @@ void EventLoop::Poke() {
   boost::asio::post(impl->context, [] {});
 }
 
+void EventLoop::Stop() noexcept {
+  impl->context.stop();
+}
+
 void EventLoop::SetAlarm(Time when, std::function<void()> handler) {
   if (when == never) {
     impl->alarm.cancel();

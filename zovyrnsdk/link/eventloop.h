@@ -27,6 +27,8 @@ class EventLoop {
   void Post(std::function<void()> work);
   // Makes a RunOne that waits return.
   void Poke();
+  // Makes every RunOne return at once, from now on. Any thread.
+  void Stop() noexcept;
 
   // The one alarm: calls handler once at that time, in place of what was set before. Driver only.
   void SetAlarm(Time when, std::function<void()> handler);

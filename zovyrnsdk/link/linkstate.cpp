@@ -71,16 +71,17 @@ std::string InSeconds(std::uint64_t microseconds) {
 
 }  // namespace
 
-void LinkState::Request(ZoRequestMethod method, const std::string& uri, OutgoingText text,
+bool LinkState::Request(ZoRequestMethod method, const std::string& uri, OutgoingText text,
                         const std::shared_ptr<ZoPendingRequest>& pending, Time now) {
   if (text.status != 1) {
     pending->Answer(ZoRequestResponse(LocalAnswer(text.status, uri, text.error)));
-    return;
+    return true;
   }
   if (const auto wish = WishEndedBy(method, uri)) {
+    interest.Ended(*wish);
     if (restorer.Cancel(*wish) == Restorer::Cancelled::Waiting) {
       pending->Answer(ZoRequestResponse(LocalAnswer(1, uri, std::string())));
-      return;
+      return true;
     }
   }
   if (method == ZoRequestMethod_Read) {
@@ -91,10 +92,21 @@ void LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
       if (ruling == ReadBrake::Ruling::AnswerAndProbe) {
         Enqueue(RequestRole::Probe, method, uri, std::move(text.tail), nullptr, now);
       }
-      return;
+      return true;
     }
   }
-  Enqueue(RequestRole::Caller, method, uri, std::move(text.tail), pending, now);
+  if (!open && waitedInVain) {
+    if (method == ZoRequestMethod_Read) {
+      brake.ReadUnanswered(uri, now);
+    }
+    pending->Fail("The link to the sensor is down.");
+    return false;
+  }
+  const std::uint64_t id = Enqueue(RequestRole::Caller, method, uri, std::move(text.tail), pending, now);
+  if (const auto wish = WishStartedBy(method, uri)) {
+    interest.Asked(*wish, id);
+  }
+  return true;
 }
 
 void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t limit, Time now) {
@@ -110,6 +122,7 @@ void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::u
   if (!entry) {
     return;
   }
+  waitedInVain = waitedInVain || (!open && now >= lostAt + requestPatience);
   if (entry->method == ZoRequestMethod_Read && !stuck) {
     brake.ReadUnanswered(entry->uri, now);
   }
@@ -131,11 +144,13 @@ void LinkState::Taken(const ZoPendingRequest& pending, const ZoRequest& request,
 
 void LinkState::SessionOpened(Time now) {
   open = true;
+  waitedInVain = false;
   watchdog.SessionOpened(now);
   brake.SessionOpened();
 }
 
 void LinkState::SessionLost(const std::string& reason, Time now) {
+  lostAt = open ? now : lostAt;
   open = false;
   for (const Entry& entry : table.TakeSessionBound()) {
     if (const auto pending = entry.pending.lock()) {
@@ -155,14 +170,15 @@ void LinkState::MessageUnusable(std::string_view text) {
   }
 }
 
-void LinkState::Close() {
+void LinkState::Close() noexcept {
   open = false;
-  for (const Entry& entry : table.TakeAll()) {
+  table.Clear([](const Entry& entry) {
     if (const auto pending = entry.pending.lock()) {
       pending->Fail("The system was disconnected.");
     }
-  }
+  });
   restorer.CancelAll();
+  interest.Clear();
   pushes.Clear();
 }
 
@@ -214,6 +230,10 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
 }
 
 void LinkState::ReceivePush(Incoming message, Time now) {
+  if (!interest.Covers(message.uri)) {
+    brake.Spoken(message.uri);
+    return;
+  }
   if (HasContent(message.document)) {
     brake.Pushed(message.uri);
   } else {
@@ -260,6 +280,7 @@ void LinkState::NoteOutcome(const Entry& entry, bool granted, const Incoming& me
     return;
   }
   if (!granted) {
+    interest.Refused(*wish, message.id);
     restorer.Forget(*wish, message.id);
     return;
   }
@@ -356,8 +377,9 @@ void LinkState::NoteUnanswered(Time now) {
   }
 }
 
-void LinkState::Enqueue(RequestRole role, ZoRequestMethod method, const std::string& uri, std::string tail,
-                        const std::shared_ptr<ZoPendingRequest>& pending, Time now) {
+std::uint64_t LinkState::Enqueue(RequestRole role, ZoRequestMethod method, const std::string& uri,
+                                 std::string tail, const std::shared_ptr<ZoPendingRequest>& pending,
+                                 Time now) {
   Entry entry;
   entry.method = method;
   entry.role = role;
@@ -372,6 +394,7 @@ void LinkState::Enqueue(RequestRole role, ZoRequestMethod method, const std::str
   if (nextSweep == never) {
     nextSweep = now + sweepInterval;
   }
+  return id;
 }
 
 void LinkState::EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri, Time now) {

@@ -15,6 +15,7 @@
 
 #include "zovyrnsdk/link/clock.h"
 #include "zovyrnsdk/link/incoming.h"
+#include "zovyrnsdk/link/interest.h"
 #include "zovyrnsdk/link/outgoing.h"
 #include "zovyrnsdk/link/pendingrequest.h"
 #include "zovyrnsdk/link/pushqueue.h"
@@ -27,8 +28,9 @@ namespace ZoSdk {
 
 class LinkState {
  public:
-  // A caller's request, settled at once where no message is needed.
-  void Request(ZoRequestMethod method, const std::string& uri, OutgoingText text,
+  // A caller's request, settled at once where no message is needed, or where waiting for the link has been in vain
+  // already: one call in an outage may wait for its end, not each of a long row. False in that last case.
+  bool Request(ZoRequestMethod method, const std::string& uri, OutgoingText text,
                const std::shared_ptr<ZoPendingRequest>& pending, Time now);
   // A GetResponse whose time is up: settles it. The limit is for the sentence alone.
   void TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t limit, Time now);
@@ -42,7 +44,7 @@ class LinkState {
   // The session is about to end because of this message.
   void MessageUnusable(std::string_view text);
   // The system was disconnected: everything ends.
-  void Close();
+  void Close() noexcept;
 
   // One readable message of the sensor.
   void Receive(Incoming message, Time now);
@@ -61,14 +63,16 @@ class LinkState {
 
   PushQueue& Pushes() { return pushes; }
   const Restorer& Wishes() const { return restorer; }
+  const Interest& Interests() const { return interest; }
   const RequestTable& Requests() const { return table; }
   const ReadBrake& Brake() const { return brake; }
 
  private:
   using Entry = RequestTable::Entry;
 
-  void Enqueue(RequestRole role, ZoRequestMethod method, const std::string& uri, std::string tail,
-               const std::shared_ptr<ZoPendingRequest>& pending, Time now);
+  // Returns the id.
+  std::uint64_t Enqueue(RequestRole role, ZoRequestMethod method, const std::string& uri, std::string tail,
+                        const std::shared_ptr<ZoPendingRequest>& pending, Time now);
   void EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri, Time now);
   void ReceiveAnswer(Incoming message, Time now);
   void ReceivePush(Incoming message, Time now);
@@ -81,10 +85,13 @@ class LinkState {
 
   RequestTable table;
   Restorer restorer;
+  Interest interest;
   ReadBrake brake;
   PushQueue pushes;
   Watchdog watchdog;
   bool open = false;
+  Time lostAt{};              // when open became false
+  bool waitedInVain = false;  // somebody, for a whole time-out, since then
   Time nextSweep = never;
 };
 

@@ -25,9 +25,19 @@ bool ZoPendingRequest::Fail(std::string cause) {
   return true;
 }
 
+bool ZoPendingRequest::Fail(const char* cause) noexcept {
+  Zo::MutexLock lock(mutex);
+  if (Settled()) {
+    return false;
+  }
+  lastingFailure = cause;
+  settled.store(true, std::memory_order_release);
+  return true;
+}
+
 ZoRequestResponse ZoPendingRequest::Take() const {
   if (!response) {
-    throw std::runtime_error(failure);
+    throw std::runtime_error(lastingFailure != nullptr ? lastingFailure : failure.c_str());
   }
   const ZoJson& raw = response->Raw();
   if (raw.HasKey("/status") && raw.At("/status").IsInteger() && raw.At("/status").Get<long long>() < 0) {

@@ -32,6 +32,8 @@ struct ZoPendingRequest {
   // part.
   bool Answer(ZoRequestResponse answer);
   bool Fail(std::string cause);
+  // The same with a sentence that is there for good, and so also without memory.
+  bool Fail(const char* cause) noexcept;
 
   bool Settled() const noexcept { return settled.load(std::memory_order_acquire); }
 
@@ -48,4 +50,5 @@ struct ZoPendingRequest {
   // Written once, under the mutex and before settled; read without it after settled.
   std::optional<ZoRequestResponse> response;
   std::string failure;
+  const char* lastingFailure = nullptr;
 };

@@ -11,16 +11,16 @@ void PushQueue::Offer(const std::string& uri, Push push, Time now) {
   Prune(now);
   auto& entry = *slots.try_emplace(uri).first;
   Slot& slot = entry.second;
-  bytes += push.bytes;
   if (slot.waiting) {
     // The place in the order stays: a URI that is pushed without a pause is still handed on in time.
     bytes -= slot.push.bytes;
-    slot.push = std::move(push);
-    return;
+  } else {
+    slot.place = order.emplace(DueOf(slot, now), &entry);
+    slot.waiting = true;
+    slot.arrived = now;
   }
+  bytes += push.bytes;
   slot.push = std::move(push);
-  slot.arrived = now;
-  Enqueue(entry, DueOf(slot, now));
 }
 
 void PushQueue::AnswerArrived(const std::string& uri, bool taking, Time now) {
@@ -32,12 +32,12 @@ void PushQueue::AnswerArrived(const std::string& uri, bool taking, Time now) {
 
 void PushQueue::AnswerTaken(const std::string& uri, Time now) {
   Prune(now);
-  auto& entry = *slots.try_emplace(uri).first;
-  Slot& slot = entry.second;
+  Slot& slot = slots.try_emplace(uri).first->second;
   slot.last = now;
   if (slot.waiting) {
-    order.erase(slot.place);
-    Enqueue(entry, std::min(DueOf(slot, now), slot.arrived + pushPatience));
+    auto place = order.extract(slot.place);
+    place.key() = std::min(DueOf(slot, now), slot.arrived + pushPatience);
+    slot.place = order.insert(std::move(place));
   }
 }
 
@@ -80,11 +80,6 @@ bool PushQueue::Full() const {
 
 Time PushQueue::DueOf(const Slot& slot, Time now) {
   return slot.last == Time::min() ? now : std::max(now, slot.last + pushSpacing);
-}
-
-void PushQueue::Enqueue(Slots::value_type& entry, Time due) {
-  entry.second.waiting = true;
-  entry.second.place = order.emplace(due, &entry);
 }
 
 void PushQueue::Drop(Slot& slot) {

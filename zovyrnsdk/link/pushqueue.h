@@ -65,7 +65,6 @@ class PushQueue {
   };
 
   static Time DueOf(const Slot& slot, Time now);
-  void Enqueue(Slots::value_type& entry, Time due);
   void Drop(Slot& slot);
   void Prune(Time now);
 

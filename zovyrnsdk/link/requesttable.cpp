@@ -80,10 +80,6 @@ std::vector<RequestTable::Entry> RequestTable::TakeSessionBound() {
   return TakeIf([](const Entry& entry) { return entry.sent || entry.role != RequestRole::Caller; });
 }
 
-std::vector<RequestTable::Entry> RequestTable::TakeAll() {
-  return TakeIf([](const Entry&) { return true; });
-}
-
 std::vector<RequestTable::Entry> RequestTable::TakeStale(Time now) {
   return TakeIf([&](const Entry& entry) { return IsStale(entry, now); });
 }
@@ -114,6 +110,9 @@ bool RequestTable::Has(ZoRequestMethod method, const std::string& uri) const {
 template <typename Predicate>
 std::vector<RequestTable::Entry> RequestTable::TakeIf(Predicate predicate) {
   std::vector<Entry> taken;
+  // First, so that nothing is lost halfway for want of memory.
+  taken.reserve(static_cast<std::size_t>(std::count_if(
+      entries.begin(), entries.end(), [&](const auto& entry) { return predicate(entry.second); })));
   for (auto it = entries.begin(); it != entries.end();) {
     if (predicate(it->second)) {
       taken.push_back(std::move(it->second));

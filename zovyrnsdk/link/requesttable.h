@@ -57,7 +57,17 @@ class RequestTable {
   // Takes out what the broken session leaves without an answer: all that was sent, and all unsent ones of the
   // link's own.
   std::vector<Entry> TakeSessionBound();
-  std::vector<Entry> TakeAll();
+  // Shows each entry to the visitor, and forgets them all. Allocates nothing.
+  template <typename Visitor>
+  void Clear(Visitor visit) {
+    for (const auto& [id, entry] : entries) {
+      visit(entry);
+    }
+    entries.clear();
+    queue.clear();
+    unsent = 0;
+    restoring = 0;
+  }
   // Takes out what has waited too long for an answer, or to be sent with nobody waiting.
   std::vector<Entry> TakeStale(Time now);
 

@@ -13,10 +13,13 @@
 #include <boost/beast/websocket/rfc6455.hpp>
 #include <boost/beast/websocket/stream.hpp>
 #include <boost/beast/websocket/stream_base.hpp>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <optional>
 #include <utility>
 
+#include "qapi/socket.h"
 #include "zovyrnsdk/link/eventloopimpl.h"
 #include "zovyrnsdk/link/limits.h"
 
@@ -34,6 +37,7 @@ constexpr const char* target = "/vyrn/v1";
 constexpr const char* subprotocol = "vyrn.v1.json";
 constexpr std::size_t readStep = 256 * 1024;     // a length that a peer only claims costs no more than this
 constexpr std::size_t writeStep = 64 * 1024;     // one frame: pings and pongs go out between two of them
+constexpr std::size_t glimpse = 512;             // of a refused message, enough to see what it is about
 constexpr std::size_t keptBuffer = 1024 * 1024;  // a larger one is given back after the message
 constexpr std::chrono::milliseconds lingerLimit{200};
 
@@ -89,6 +93,7 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   void Write();
   void Written(const error_code& error);
   void End(const std::string& cause, std::string_view partial);
+  std::string_view RefusedText();
   bool TooLarge();
   void SayGoodbye(CloseCode code);
   void LimitLinger();
@@ -114,13 +119,15 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
 };
 
 void Session::Impl::Start() {
-  error_code error;
   const Tcp::endpoint peer = ToEndpoint(endpoint);
-  Socket().open(peer.protocol(), error);
-  if (error) {
+  // Opened by the base library: one that the host's child programs inherited would outlive the session.
+  int descriptor = -1;
+  if (qSocket_OpenTcp(endpoint.address.family, &descriptor) != qStatus_Success) {
+    const error_code error(errno, boost::system::system_category());
     asio::post(stream.get_executor(), [self = shared_from_this(), error] { self->Connected(error); });
     return;
   }
+  Socket().assign(peer.protocol(), descriptor);
   Socket().async_connect(peer,
                          [self = shared_from_this()](const error_code& result) { self->Connected(result); });
 }
@@ -194,6 +201,9 @@ std::string Session::Impl::HandshakeFault(const error_code& error) const {
 }
 
 void Session::Impl::Read() {
+  if (message.size() == 0) {
+    std::memset(message.prepare(readStep).data(), 0, glimpse);
+  }
   stream.async_read_some(
       message, readStep,
       [self = shared_from_this()](const error_code& error, std::size_t) { self->ReadSome(error); });
@@ -206,10 +216,9 @@ void Session::Impl::ReadSome(const error_code& error) {
   if (error) {
     // The library has said good-bye with the fitting code; what the peer still sends is read away for a
     // moment, so that the good-bye is not lost to a reset.
-    const bool readable = error == websocket::error::bad_frame_payload;  // of a text that is no UTF-8
-    const auto data = message.cdata();
-    const std::string_view partial(static_cast<const char*>(data.data()), readable ? data.size() : 0);
-    End(error == websocket::error::closed ? "the sensor closed the session" : error.message(), partial);
+    const bool noUtf8 = error == websocket::error::bad_frame_payload;
+    End(error == websocket::error::closed ? "the sensor closed the session" : error.message(),
+        noUtf8 ? RefusedText() : std::string_view());
     StartLinger();
     return;
   }
@@ -227,6 +236,16 @@ void Session::Impl::ReadSome(const error_code& error) {
   if (events != nullptr) {
     Read();
   }
+}
+
+// What came of a message that the library refused for its bytes. It hands out no piece that it refused, but has read it
+// into the space behind the accepted ones; Read has cleared the start of that.
+std::string_view Session::Impl::RefusedText() {
+  if (message.size() != 0) {
+    return {static_cast<const char*>(message.cdata().data()), message.size()};
+  }
+  const char* const start = static_cast<const char*>(message.prepare(readStep).data());
+  return {start, strnlen(start, glimpse)};
 }
 
 // Also of a frame whose header claims more than may come.
@@ -323,6 +342,8 @@ void Session::Impl::Drop() {
   state = State::Gone;
   linger.cancel();
   error_code ignored;
+  // A forked child may hold the socket too; the peer is to see the end all the same.
+  Socket().shutdown(Tcp::socket::shutdown_both, ignored);
   Socket().close(ignored);
   if (const auto call = std::exchange(whenGone, nullptr)) {
     call();

@@ -104,9 +104,9 @@ ZoTransaction ZoLink::Request(ZoRequestMethod method, const std::string& uri, co
       connection->Request(method, uri, payload, pending);
     }
     return ZoTransaction(std::move(request), std::move(pending));
-  } catch (const std::exception& error) {
+  } catch (const std::exception&) {
     if (pending) {
-      pending->Fail(error.what());
+      pending->Fail("There is no memory for the request.");
     }
     // Without memory there may be no outcome to share; the transaction then knows none.
     return ZoTransaction(ZoRequest(method, std::string()), std::move(pending));
