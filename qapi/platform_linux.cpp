@@ -1,4 +1,5 @@
 #include <arpa/inet.h>
+#include <malloc.h>
 #include <net/if.h>
 #include <pthread.h>
 #include <signal.h>
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "qapi/memory.h"
 #include "qapi/platform.h"
 #include "qapi/thread.h"
 
@@ -82,6 +84,12 @@ int OpenTcpSocket(bool v6) {
 }
 
 }  // namespace qApi::Platform
+
+void qMemory_GiveBack() noexcept {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
 
 qSignalShield::qSignalShield() {
   static_assert(sizeof(sigset_t) <= sizeof(saved));

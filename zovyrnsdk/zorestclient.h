@@ -16,11 +16,12 @@ class ZoLink;
 // The nine requests hand a request to the link and return without waiting; they never raise. What becomes of the
 // request shows in the transaction. uri names a resource (a resource or a pattern such as "/res/*" for Sub and
 // UnSub); payload is sent by Create, Update and Call only; options are reserved and must be empty. A request made
-// while the link is down waits for it within its GetResponse's time-out.
+// while the link is down waits for it within its GetResponse's time-out; but once one has done so in vain and the link
+// has been down for 3 s, others fail at once until it is back.
 //
-// Handlers are called on the link's own thread, one at a time. They must not raise and should be quick. After
-// ZoSystem::Disconnect returned none is called any more. Set them before Connect, or at any time: the next push uses
-// the new one.
+// Handlers are called on the link's own thread, one at a time, with what a stream or a subscription brings; other
+// pushes are dropped. They must not raise and should be quick. After ZoSystem::Disconnect returned none is called any
+// more. Set them before Connect, or at any time: the next push uses the new one.
 class ZoRestClient {
  public:
   explicit ZoRestClient(std::shared_ptr<ZoLink> link) : link(std::move(link)) {}

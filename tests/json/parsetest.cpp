@@ -288,4 +288,51 @@ TEST(ZoJsonParse, TextsNeedNoZeroAtTheEnd) {
   EXPECT_EQ(ZoJson::ParseString(std::string_view(exact.data(), exact.size())).Size(), 2U);
 }
 
+// Each text, and what its document must at least hold.
+TEST(ParseBudget, CountsWhatTheDocumentHolds) {
+  struct Row {
+    std::string text;
+    std::size_t least;
+    std::size_t most;
+  };
+  std::string numbers = "[0";
+  std::string members = "{\"m\":0";
+  for (int i = 1; i < 1000; ++i) {
+    numbers += ",0";
+    members += ",\"m" + std::to_string(i) + "\":0";
+  }
+  numbers += ']';
+  members += '}';
+  const std::vector<Row> rows = {{"1", 0, 0},
+                                 {"[]", 0, 0},
+                                 {"\"short\"", 0, 0},
+                                 {'"' + std::string(1000, 'x') + '"', 1000, 1100},
+                                 {'"' + std::string(1000, 'x') + "\\n\"", 1000, 1100},
+                                 {numbers, 16000, 16100},
+                                 {members, 32000, 48000}};
+  for (const Row& row : rows) {
+    std::size_t memory = 1000000;
+    EXPECT_EQ(ZoJson::ParseString(row.text, memory).ToString(), row.text);
+    EXPECT_GE(memory, row.least) << row.text.substr(0, 20);
+    EXPECT_LE(memory, row.most) << row.text.substr(0, 20);
+  }
+}
+
+TEST(ParseBudget, RefusesWhatCostsMoreAndLeavesTheLimitAsItIs) {
+  std::string text = "[[1]";
+  for (int i = 0; i < 1000; ++i) {
+    text += ",[1]";
+  }
+  text += ']';
+  std::size_t memory = 10000;
+  EXPECT_THROW(ZoJson::ParseString(text, memory), ZoJsonTooLarge);
+  EXPECT_EQ(memory, 10000U);
+  memory = 1000000;
+  EXPECT_NO_THROW(ZoJson::ParseString(text, memory));
+  // A fault of the text is told as such.
+  memory = 10000;
+  EXPECT_THROW(
+      try { ZoJson::ParseString("[1", memory); } catch (const ZoJsonTooLarge&) { FAIL(); }, ZoJsonError);
+}
+
 }  // namespace

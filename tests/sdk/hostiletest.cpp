@@ -253,6 +253,49 @@ TEST_F(Hostile, BadMessageIsAnsweredByTheFittingCloseCode) {
   EXPECT_TRUE(sensor.WaitForClose(1009));
 }
 
+// Small texts of documents that are many times their size.
+struct Bloat {
+  const char* name;
+  const char* element;
+};
+
+class HostileBloat : public Hostile, public testing::WithParamInterface<Bloat> {};
+
+TEST_P(HostileBloat, EndsTheSessionBeforeItFillsTheMemory) {
+  std::string text = "{\"event\":\"stream\",\"uri\":\"/s\",\"payload\":[";
+  while (text.size() < (std::size_t{60} << 20)) {
+    text += GetParam().element;
+    text += ',';
+  }
+  text += "0]}";
+  system.Connect();
+  EXPECT_EQ(FailureOf(StartStream("/s")), "");
+  const std::size_t before = MemoryNow();
+  std::atomic<std::size_t> peak{0};
+  std::atomic<bool> ends{false};
+  std::thread watcher([&] {
+    while (!ends) {
+      peak = std::max(peak.load(), MemoryNow());
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  });
+  sensor.Push(text);
+  EXPECT_TRUE(sensor.WaitForClose(1009));
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  ends = true;
+  watcher.join();
+  if (!kSanitized) {  // sanitizers keep freed memory
+    EXPECT_LT(peak.load(), before + (std::size_t{256} << 20));
+    EXPECT_LT(MemoryNow(), before + (std::size_t{64} << 20)) << "it is given back";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HostileBloat,
+                         testing::Values(Bloat{"numbers", "0"}, Bloat{"empty_objects", "{}"},
+                                         Bloat{"arrays", "[1]"}, Bloat{"objects", "{\"\":1}"},
+                                         Bloat{"texts", "\"\""}),
+                         [](const auto& each) { return std::string(each.param.name); });
+
 TEST_F(Hostile, PingFloodIsAnsweredAndStarvesNobody) {
   std::atomic<bool> ends{false};
   std::thread flood;

@@ -99,6 +99,10 @@ ZoJson ZoJson::ParseString(std::string_view text) {
   return ParseJson(text);
 }
 
+ZoJson ZoJson::ParseString(std::string_view text, std::size_t& memory) {
+  return ParseJson(text, memory);
+}
+
 ZoJson ZoJson::EmptyArray() {
   ZoJson value;
   value.wide.kind = Kind::Array;

@@ -67,6 +67,10 @@ class ZoJson {
   // names the last wins (at the place of the first). What is too small for a double reads as 0; "-0" is a
   // float, so that the sign stays. ZoJsonError names the position (byte offset, line, column) and the reason.
   static ZoJson ParseString(std::string_view text);
+  // The same for a text of unknown origin: a small text may describe a document many times its size. memory is what
+  // reading it may cost at any time, in bytes and without the text; afterwards, what the document holds. Raises
+  // ZoJsonTooLarge beyond that, and leaves memory as it is.
+  static ZoJson ParseString(std::string_view text, std::size_t& memory);
 
   // A value of a C++ scalar or text. Integers keep their value and become Integer, or Unsigned above 2^63-1.
   // Texts are taken as they are: not parsed, and not checked, so one that is no UTF-8 is printed as it is.

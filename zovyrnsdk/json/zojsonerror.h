@@ -8,3 +8,9 @@ class ZoJsonError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// A document that would cost more memory than it may.
+class ZoJsonTooLarge : public ZoJsonError {
+ public:
+  using ZoJsonError::ZoJsonError;
+};

@@ -36,7 +36,7 @@ ZoJson::StringNode* ZoJson::StringNode::Make(std::string_view text) {
 
 ZoJson::ArrayNode* ZoJson::ArrayNode::Make(std::size_t capacity) {
   Limit(capacity, slotsMax, "an array is");
-  void* memory = ::operator new(sizeof(ArrayNode) + capacity * sizeof(ZoJson));
+  void* memory = ::operator new(BytesFor(capacity));
   return new (memory) ArrayNode(static_cast<std::uint32_t>(capacity));
 }
 
@@ -69,10 +69,9 @@ ZoJson::ObjectNode::ObjectNode(std::uint32_t capacity, std::uint32_t keyCapacity
 ZoJson::ObjectNode* ZoJson::ObjectNode::Make(std::size_t capacity, std::size_t keyCapacity) {
   Limit(capacity, slotsMax, "an object is");
   Limit(keyCapacity, bytesMax, "the names of an object are");
-  const bool indexed = capacity > linearMax;
-  const std::size_t entries = indexed ? std::bit_ceil(capacity * 2) : 0;
-  void* memory = ::operator new(sizeof(ObjectNode) + capacity * sizeof(Member) +
-                                entries * sizeof(std::uint32_t) + keyCapacity);
+  const std::size_t entries = IndexEntries(capacity);
+  const bool indexed = entries != 0;
+  void* memory = ::operator new(BytesFor(capacity, keyCapacity));
   auto* node =
       new (memory) ObjectNode(static_cast<std::uint32_t>(capacity), static_cast<std::uint32_t>(keyCapacity),
                               static_cast<std::uint32_t>(entries - (indexed ? 1U : 0U)), indexed);

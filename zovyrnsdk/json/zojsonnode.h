@@ -13,6 +13,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -30,6 +31,9 @@ struct ZoJson::StringNode : Node {
 
 struct ZoJson::ArrayNode : Node {
   static ArrayNode* Make(std::size_t capacity);
+  static std::size_t BytesFor(std::size_t capacity) noexcept {
+    return sizeof(ArrayNode) + capacity * sizeof(ZoJson);
+  }
 
   ZoJson* Elements() noexcept { return reinterpret_cast<ZoJson*>(this + 1) + first; }
   // Moves the elements to the front of the block.
@@ -56,6 +60,10 @@ struct ZoJson::ObjectNode : Node {
 
   // An empty object with room for so many members and bytes of names.
   static ObjectNode* Make(std::size_t capacity, std::size_t keyCapacity);
+  static std::size_t BytesFor(std::size_t capacity, std::size_t keyCapacity) noexcept {
+    return sizeof(ObjectNode) + capacity * sizeof(Member) + IndexEntries(capacity) * sizeof(std::uint32_t) +
+           keyCapacity;
+  }
 
   Member* Slots() noexcept { return reinterpret_cast<Member*>(this + 1); }
   char* Keys() noexcept { return reinterpret_cast<char*>(Index() + (indexed ? indexMask + 1 : 0)); }
@@ -86,6 +94,9 @@ struct ZoJson::ObjectNode : Node {
   ObjectNode(std::uint32_t capacity, std::uint32_t keyCapacity, std::uint32_t indexMask,
              bool indexed) noexcept;
 
+  static std::size_t IndexEntries(std::size_t capacity) noexcept {
+    return capacity > linearMax ? std::bit_ceil(capacity * 2) : 0;
+  }
   std::uint32_t* Index() noexcept { return reinterpret_cast<std::uint32_t*>(Slots() + capacity); }
   void Enter(std::uint32_t slot) noexcept;
   void CloseUp() noexcept;
@@ -97,6 +108,8 @@ struct ZoJsonAccess {
   using ArrayNode = ZoJson::ArrayNode;
   using ObjectNode = ZoJson::ObjectNode;
   using Member = ZoJson::ObjectNode::Member;
+
+  static constexpr std::size_t shortTextMax = ZoJson::shortTextMax;
 
   static bool HasNode(const ZoJson& value) noexcept { return value.HoldsNode(); }
   static Node* NodeOf(const ZoJson& value) noexcept { return value.wide.node; }

@@ -56,7 +56,7 @@ class Builder {
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
 
-  Builder() = default;
+  explicit Builder(std::size_t memory) noexcept : budget(memory) {}
   Builder(const Builder&) = delete;
   Builder& operator=(const Builder&) = delete;
   ~Builder() {
@@ -67,6 +67,8 @@ class Builder {
   }
 
   ZoJson Result() noexcept { return std::move(*values.Top(1)); }
+  // What the nodes made so far cost.
+  std::size_t Held() const noexcept { return held; }
   // Where the number begins that was refused; null when none was.
   const char* RefusedNumber() const noexcept { return refusedNumber; }
 
@@ -79,6 +81,7 @@ class Builder {
     if (count == 0) {
       return Push(ZoJson::EmptyArray());
     }
+    Hold(Access::ArrayNode::BytesFor(count));
     ZoJson made = Access::NewArray(count);
     auto& array = Access::Array(made);
     Access::Relocate(array.Elements(), values.Top(count), count);
@@ -96,6 +99,7 @@ class Builder {
     for (std::size_t i = 0; i < count; ++i) {
       keyBytes += key[i].size;
     }
+    Hold(Access::ObjectNode::BytesFor(count, keyBytes));
     ZoJson made = Access::NewObject(count, keyBytes);
     auto& object = Access::Object(made);
     std::memcpy(object.Keys(), names.Top(keyBytes), keyBytes);
@@ -132,6 +136,9 @@ class Builder {
   }
 
   bool on_string(View part, std::size_t size, Error&) {
+    if (size > Access::shortTextMax) {
+      Hold(size);
+    }
     if (part.size() == size) {
       return Push(Access::FromText({part.data(), part.size()}));
     }
@@ -177,6 +184,11 @@ class Builder {
     std::uint32_t size;
   };
 
+  void Hold(std::size_t bytes) {
+    budget.Take(bytes + allocation);
+    held += bytes + allocation;
+  }
+
   bool Push(ZoJson&& value) {
     new (values.Room(1)) ZoJson(std::move(value));
     values.Grow(1);
@@ -188,10 +200,14 @@ class Builder {
     names.Grow(part.size());
   }
 
-  ZoJsonStack<ZoJson, 64> values;
-  ZoJsonStack<Key, 64> keys;
-  ZoJsonStack<char, 1024> names;  // of all open objects, one behind the other
-  std::string text;               // a string with escapes, as far as it has come
+  static constexpr std::size_t allocation = 16;  // what a block costs besides its bytes, about
+
+  ZoJsonBudget budget;
+  std::size_t held = 0;
+  ZoJsonStack<ZoJson, 64> values{&budget};
+  ZoJsonStack<Key, 64> keys{&budget};
+  ZoJsonStack<char, 1024> names{&budget};  // of all open objects, one behind the other
+  std::string text;                       // a string with escapes, as far as it has come
   const char* refusedNumber = nullptr;
 };
 
@@ -260,12 +276,15 @@ std::string Reason(const Error& failure, std::string_view text, std::size_t offs
 // One run of the parser over a text.
 class Attempt {
  public:
-  explicit Attempt(std::string_view text) : text(text), parser(Options()) {
+  Attempt(std::string_view text, std::size_t memory) : text(text), parser(Options(), memory) {
     offset = parser.write_some(false, text.data(), text.size(), failure);
   }
 
   bool Succeeded() const noexcept { return !failure && offset == text.size(); }
-  ZoJson Result() noexcept { return parser.handler().Result(); }
+  ZoJson Result(std::size_t& memory) noexcept {
+    memory = parser.handler().Held();
+    return parser.handler().Result();
+  }
   // The parser itself has refused an exponent, without a look at what stands before it.
   bool RefusedExponent() const noexcept {
     return failure == error::exponent_overflow && parser.handler().RefusedNumber() == nullptr;
@@ -327,19 +346,24 @@ std::string TameExponents(std::string_view original) {
 }  // namespace
 
 ZoJson ParseJson(std::string_view text) {
+  std::size_t unlimited = std::numeric_limits<std::size_t>::max();
+  return ParseJson(text, unlimited);
+}
+
+ZoJson ParseJson(std::string_view text, std::size_t& memory) {
   // The parser counts the digits of a number in an int.
   if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw ZoJsonError("JSON text: larger than 2 GiB");
   }
-  Attempt attempt(text);
+  Attempt attempt(text, memory);
   if (attempt.Succeeded()) {
-    return attempt.Result();
+    return attempt.Result(memory);
   }
   if (attempt.RefusedExponent()) {
     const std::string tamed = TameExponents(text);
-    Attempt second(tamed);
+    Attempt second(tamed, memory);
     if (second.Succeeded()) {
-      return second.Result();
+      return second.Result(memory);
     }
     second.Raise();
   }

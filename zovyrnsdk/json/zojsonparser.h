@@ -8,3 +8,5 @@
 // What ZoJson::ParseString promises. Memory, the finished value included, is at most a fixed multiple of the
 // text's size: about twenty times for the worst of texts, arrays of arrays of one digit.
 ZoJson ParseJson(std::string_view text);
+// With the limit of the other one.
+ZoJson ParseJson(std::string_view text, std::size_t& memory);

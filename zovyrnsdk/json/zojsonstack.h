@@ -8,10 +8,31 @@
 #include <cstring>
 #include <new>
 
+#include "zovyrnsdk/json/zojsonerror.h"
+
+// What reading a document may still cost.
+class ZoJsonBudget {
+ public:
+  explicit ZoJsonBudget(std::size_t bytes) noexcept : left(bytes) {}
+
+  void Take(std::size_t bytes) {
+    if (bytes > left) {
+      throw ZoJsonTooLarge("JSON text: the document is too large");
+    }
+    left -= bytes;
+  }
+  void Give(std::size_t bytes) noexcept { left += bytes; }
+
+ private:
+  std::size_t left;
+};
+
 template <typename T, std::size_t OwnCount>
 class ZoJsonStack {
  public:
-  ZoJsonStack() noexcept : data(reinterpret_cast<T*>(own)) {}
+  // budget pays for what does not fit into the own buffer; it may be null, and must live as long otherwise.
+  explicit ZoJsonStack(ZoJsonBudget* budget = nullptr) noexcept
+      : budget(budget), data(reinterpret_cast<T*>(own)) {}
   ~ZoJsonStack() {
     if (data != reinterpret_cast<T*>(own)) {
       ::operator delete(data);
@@ -37,15 +58,22 @@ class ZoJsonStack {
  private:
   void Enlarge(std::size_t count) {
     const std::size_t wanted = capacity * 2 > size + count ? capacity * 2 : size + count;
+    if (budget != nullptr) {
+      budget->Take(wanted * sizeof(T));
+    }
     T* larger = static_cast<T*>(::operator new(wanted * sizeof(T)));
     std::memcpy(static_cast<void*>(larger), static_cast<const void*>(data), size * sizeof(T));
     if (data != reinterpret_cast<T*>(own)) {
       ::operator delete(data);
+      if (budget != nullptr) {
+        budget->Give(capacity * sizeof(T));
+      }
     }
     data = larger;
     capacity = wanted;
   }
 
+  ZoJsonBudget* const budget;
   T* data;
   std::size_t size = 0;
   std::size_t capacity = OwnCount;

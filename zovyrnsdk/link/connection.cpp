@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "qapi/memory.h"
 #include "qapi/thread.h"
 #include "zoapi/logging.h"
 #include "zovyrnsdk/link/incoming.h"
@@ -237,6 +238,7 @@ Time Connection::DeliverDue() {
     bool full = false;
     {
       Zo::MutexLock lock(mutex);
+      state.Pushes().Delivered();
       due = state.Pushes().TakeDue(Clock::now(), deliverAtOnce);
       next = state.Pushes().NextDue();
       full = state.Pushes().Full();
@@ -314,15 +316,20 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
       message = ReadIncoming(text);
     }
   } catch (const std::bad_alloc&) {
-    message.kind = Incoming::Kind::Malformed;
+    message.kind = Incoming::Kind::TooLarge;
   }
-  if (message.kind == Incoming::Kind::Malformed) {
+  const bool tooLarge = message.kind == Incoming::Kind::TooLarge;
+  if (tooLarge || message.kind == Incoming::Kind::Malformed) {
     {
       Zo::MutexLock lock(mutex);
       state.MessageUnusable(text);
     }
-    session->Close(Session::CloseCode_BadMessage, nullptr);
-    Lost("the sensor sent a message that is no JSON object");
+    session->Close(tooLarge ? Session::CloseCode_TooLarge : Session::CloseCode_BadMessage, nullptr);
+    Lost(tooLarge ? "the sensor sent a message that is too large"
+                  : "the sensor sent a message that is no JSON object");
+    if (tooLarge) {
+      qMemory_GiveBack();  // what was read of the document lay in small pieces, which the process would keep
+    }
     return false;
   }
   const bool answer = message.kind == Incoming::Kind::Answer;

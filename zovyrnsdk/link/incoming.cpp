@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "zovyrnsdk/json/zojsonerror.h"
+#include "zovyrnsdk/link/limits.h"
 
 namespace ZoSdk {
 
@@ -58,9 +59,12 @@ Incoming ReadPush(Incoming message, std::string_view event) {
 
 Incoming ReadIncoming(std::string_view text) {
   Incoming message;
-  message.bytes = text.size();
+  message.bytes = documentLimit;
   try {
-    message.document = ZoJson::ParseString(text);
+    message.document = ZoJson::ParseString(text, message.bytes);
+  } catch (const ZoJsonTooLarge&) {
+    message.kind = Incoming::Kind::TooLarge;
+    return message;
   } catch (const ZoJsonError&) {
     message.kind = Incoming::Kind::Malformed;
     return message;

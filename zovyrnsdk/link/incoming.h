@@ -16,13 +16,14 @@ struct Incoming {
     Stream,        // uri and document are set
     Notification,  // likewise
     Unknown,       // an object that is none of these: to be ignored
-    Malformed      // no JSON object: the session ends
+    Malformed,     // no JSON object: the session ends
+    TooLarge       // one that would cost more memory than documentLimit: likewise
   };
   Kind kind = Kind::Unknown;
   std::uint64_t id = 0;
   std::string uri;
   ZoJson document;
-  std::size_t bytes = 0;  // of the text, as a measure of what the document holds
+  std::size_t bytes = 0;  // of memory, about, that the document holds
 };
 
 // Raises std::bad_alloc alone.

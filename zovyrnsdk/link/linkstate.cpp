@@ -193,6 +193,7 @@ void LinkState::Receive(Incoming message, Time now) {
       break;
     case Incoming::Kind::Unknown:
     case Incoming::Kind::Malformed:
+    case Incoming::Kind::TooLarge:
       break;
   }
 }

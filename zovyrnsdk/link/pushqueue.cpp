@@ -61,6 +61,7 @@ std::vector<Push> PushQueue::TakeDue(Time now, std::size_t limit) {
     Slot& slot = order.begin()->second->second;
     order.erase(order.begin());
     bytes -= slot.push.bytes;
+    delivering += slot.push.bytes;
     slot.waiting = false;
     slot.last = now;
     due.push_back(std::exchange(slot.push, Push()));
@@ -75,7 +76,7 @@ void PushQueue::Clear() {
 }
 
 bool PushQueue::Full() const {
-  return bytes > pushBytesLimit || order.size() > pushCountLimit;
+  return bytes + delivering > pushBytesLimit || order.size() > pushCountLimit;
 }
 
 Time PushQueue::DueOf(const Slot& slot, Time now) {

@@ -5,7 +5,7 @@
 // are handed on at least 2 ms apart from the last push or answer about it; of those that wait the newest
 // wins, and a newer answer drops one that waits. An answer that somebody waits for counts from when it was
 // taken, but holds a push back for 4 ms at most. Invariants: (1) at most one push waits for each URI; (2)
-// bytes is the sum over those that wait. A plain state machine: the caller brings the time. Guarded by its
+// bytes is the sum over those that wait, delivering over those that were taken out last. A plain state machine: the caller brings the time. Guarded by its
 // owner.
 #pragma once
 
@@ -40,8 +40,10 @@ class PushQueue {
   // lost.
   void Refresh(const std::string& uri, const ZoJson& payload, std::size_t bytes, Time now);
 
-  // Takes out what is due, oldest due first, at most limit of them.
+  // Takes out what is due, oldest due first, at most limit of them. Until Delivered it counts as bytes.
   std::vector<Push> TakeDue(Time now, std::size_t limit);
+  // What was taken out is gone.
+  void Delivered() { delivering = 0; }
 
   // When the next one is due; never when none waits.
   Time NextDue() const { return order.empty() ? never : order.begin()->first; }
@@ -71,6 +73,7 @@ class PushQueue {
   Slots slots;
   Order order;
   std::size_t bytes = 0;
+  std::size_t delivering = 0;
   std::size_t pruneAt = 1024;
 };
 

@@ -108,7 +108,7 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   State state = State::Connecting;
   websocket::stream<LinkSocket> stream;
   websocket::response_type response;
-  beast::flat_buffer message;
+  beast::flat_buffer message{messageLimit + readStep};  // which keeps it from doubling beyond
   std::string outgoing;
   std::size_t written = 0;  // of outgoing
   bool pinging = false;
