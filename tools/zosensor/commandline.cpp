@@ -36,12 +36,11 @@ void AddLimits(CLI::App& app, Limits& limits) {
       ->check(CLI::Range(std::size_t{1}, std::size_t{10000000}))
       ->capture_default_str()
       ->group(group);
-  app.add_option("--allow-origin", limits.allowedOrigins,
-                 "Origin of web pages that may connect, such as http://example.com; its host may be asked "
-                 "for, too; * for "
-                 "all; may be repeated. Hosts that may be asked for anyway: localhost, and IP addresses (on "
-                 "the loopback "
-                 "those of the loopback)")
+  app.add_option(
+         "--allow-origin", limits.allowedOrigins,
+         "Origin of web pages that may connect, such as http://example.com; its host may be asked for, "
+         "too; * for all; may be repeated. Hosts that may be asked for anyway: localhost, and IP "
+         "addresses (on the loopback those of the loopback)")
       ->group(group);
 }
 
