@@ -106,7 +106,8 @@ ioDataValue ValueOf(const std::string& kind, int n, std::string& storage) {
 [[maybe_unused]] std::string ReadAnswer(const std::string& uri) {
   std::string data = R"({\"status\":-404,\"payload\":null,\"error\":\"No such resource.\"})";
   if (uri == "/") {
-    data = R"({\"status\":1,\"payload\":{\"resources\":[\"/motor\",\"/motor/start\",\"/motor/stop\",\"/other\",\"/broken\"]}})";
+    data =
+        R"({\"status\":1,\"payload\":{\"resources\":[\"/motor\",\"/motor/start\",\"/motor/stop\",\"/other\",\"/broken\"]}})";
   } else if (uri == "/motor") {
     data = R"({\"status\":1,\"payload\":{\"speed\":1.5,\"on\":true,\"nominal load\":{\"a/b\":[1,null]}}})";
   } else if (uri == "/motor/start") {
