@@ -24,7 +24,9 @@ constexpr const char* Plant = R"({"rate_hz": 100, "resources": {
   "/wave/sub": {"stream": false, "content": {"x": 1}},
   "/brief": {"content": [], "writable": true, "vanishes_after_s": 1},
   "/echo": {"call": {"echo": true, "delay_ms": 5}},
-  "/into": {"call": {"merge_into": "/set"}}}})";
+  "/into": {"call": {"merge_into": "/set"}},
+  "/into/late": {"call": {"merge_into": "/set", "set": {"/brief": [1]}, "echo": true, "delay_ms": 5}},
+  "/into/brief": {"call": {"merge_into": "/brief", "result": 1, "delay_ms": 3}}}})";
 
 void Require(bool holds, const char* promise, std::string_view text) {
   if (!holds) {
@@ -192,7 +194,12 @@ void PlayResourceFile(std::string_view text) {
     if (content.payload != nullptr) {
       Parse(*content.payload);
     }
-    sensor.Call(path, ZoJson(), now);
+    Answer answer = sensor.Call(path, ZoJson(), now);
+    sensor.CompleteAt(now + answer.delay, answer);
+  }
+  for (int i = 0; i < 5 && sensor.NextDue() != Never; ++i) {
+    now = std::max(now, sensor.NextDue());
+    sensor.Step(now);
   }
 }
 

@@ -106,11 +106,14 @@ ioDataValue ValueOf(const std::string& kind, int n, std::string& storage) {
 [[maybe_unused]] std::string ReadAnswer(const std::string& uri) {
   std::string data = R"({\"status\":-404,\"payload\":null,\"error\":\"No such resource.\"})";
   if (uri == "/") {
-    data = R"({\"status\":1,\"payload\":{\"resources\":[\"/motor\",\"/motor/start\",\"/other\",\"/gone\"]}})";
+    data =
+        R"({\"status\":1,\"payload\":{\"resources\":[\"/motor\",\"/motor/start\",\"/motor/stop\",\"/other\",\"/broken\"]}})";
   } else if (uri == "/motor") {
     data = R"({\"status\":1,\"payload\":{\"speed\":1.5,\"on\":true,\"nominal load\":{\"a/b\":[1,null]}}})";
   } else if (uri == "/motor/start") {
     data = R"({\"status\":-405,\"payload\":null,\"error\":\"It can only be called.\"})";
+  } else if (uri == "/broken") {
+    data = R"({\"status\":-500,\"payload\":null,\"error\":\"The sensor failed.\"})";
   } else if (uri == "/other") {
     data = R"({\"status\":1,\"payload\":\"text\"})";
   }

@@ -149,7 +149,7 @@ TEST_F(ZohostProcess, BrowseListsEveryTag) {
             "/motor#/nominal%20load/a~1b/0 = 1 (int)\n"
             "/motor#/nominal%20load/a~1b/1 = INVALID (invalid)\n"
             "/other# = text (string)\n");
-  EXPECT_EQ(result.err, "zohost: /gone could not be read.\n  No such resource.\n");
+  EXPECT_EQ(result.err, "zohost: /broken could not be read.\n  The sensor failed.\n");
   ExpectProperEnd();
 }
 

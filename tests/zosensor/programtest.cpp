@@ -180,6 +180,20 @@ TEST(Program, HelpAndVersionAreNoErrors) {
   EXPECT_EQ(version.AllOutput().rfind("zosensor ", 0), 0U);
 }
 
+TEST(Program, ServesTheHostsOfAllowedOriginsAndSaysWhomItRefused) {
+  Program program({"--port", "0", "--allow-origin", "http://hmi.example"});
+  const std::uint16_t port = Program::PortIn(program.OutputLine());
+  const auto statusFor = [&](const char* host) {
+    return AskHttp(port, "GET", "/vyrn/v1/resources/system", "", {{"Host", host}}).status;
+  };
+  EXPECT_EQ(statusFor("hmi.example"), 200U);
+  EXPECT_EQ(statusFor("evil.example"), 403U);
+  program.Signal(SIGTERM);
+  EXPECT_EQ(program.Wait(), 0);
+  const std::string log = program.AllErrors();
+  EXPECT_NE(log.find("asks for the host evil.example, which is refused"), std::string::npos) << log;
+}
+
 TEST(Program, BadFileNamesLineColumnAndReason) {
   ZoTest::TemporaryFolder folder;
   const std::string file = (folder / "bad.json").string();

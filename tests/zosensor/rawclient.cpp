@@ -83,7 +83,8 @@ class RawClient::Impl {
     });
     stream.read_message_max(std::size_t{64} << 20);
     RunToEnd(io, socket, ZoTest::kLimit, [&](auto done) {
-      stream.async_handshake(response, "127.0.0.1:" + std::to_string(port), wishes.target, done);
+      const std::string host = "127.0.0.1:" + std::to_string(port);
+      stream.async_handshake(response, wishes.host.empty() ? host : wishes.host, wishes.target, done);
     });
   }
 

@@ -28,6 +28,7 @@ struct SessionWishes {
   std::string moreProtocols;              // offered on a line of their own; empty: there is no such line
   bool compression = false;               // whether it is offered
   std::string origin;                     // empty: none is named
+  std::string host;                       // empty: 127.0.0.1 with the port
   std::size_t receiveBuffer = 0;          // bytes, for a client that is slow; 0: the system's
 };
 

@@ -390,7 +390,7 @@ TEST_F(RestOverSockets, HeadHasNoBody) {
 
 TEST_F(RestOverSockets, KeepsTheConnectionAndServesPipelinedRequests) {
   Start();
-  const std::string request = "GET /vyrn/v1/resources/res HTTP/1.1\r\nHost: x\r\n";
+  const std::string request = "GET /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\n";
   const std::string received = Exchange(port, request + "\r\n" + request + "Connection: close\r\n\r\n");
   std::size_t count = 0;
   for (auto at = received.find("HTTP/1.1 200 OK"); at != std::string::npos;
@@ -404,7 +404,7 @@ TEST_F(RestOverSockets, RefusalDoesNotTakeAfterTheRequestBefore) {
   options.limits.allowedOrigins = {"http://hmi.example"};
   Start();
   const std::string received = Exchange(port,
-                                        "HEAD /vyrn/v1/resources/res HTTP/1.1\r\nHost: x\r\n"
+                                        "HEAD /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\n"
                                         "Origin: http://hmi.example\r\n\r\nwhat is this\r\n\r\n");
   const auto second = received.find("HTTP/1.1 400");
   ASSERT_NE(second, std::string::npos) << received;
@@ -418,7 +418,7 @@ TEST_F(RestOverSockets, InvitesABodyThatWaits) {
   Start();
   const std::string received =
       Exchange(port,
-               "PATCH /vyrn/v1/resources/res HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\n"
+               "PATCH /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\nExpect: 100-continue\r\n"
                "Content-Length: 7\r\nConnection: close\r\n\r\n{\"v\":3}");
   EXPECT_EQ(received.rfind("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK", 0), 0U) << received;
 }

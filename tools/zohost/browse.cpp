@@ -1,5 +1,7 @@
 #include "tools/zohost/browse.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "tools/zohost/tags.h"
@@ -8,6 +10,7 @@
 namespace zohost {
 namespace {
 
+constexpr int notFound = -404;
 constexpr int notAllowed = -405;
 
 ResourceAnswer ReadResource(Session& session, Console& console, const std::string& uri) {
@@ -37,6 +40,12 @@ std::vector<std::string> Choose(const std::vector<std::string>& resources, const
   return chosen;
 }
 
+// Whether the answer says no more than that there are no tags: the resource can only be called. One that is listed
+// and not found is such a method, or has gone since.
+bool HasNoTags(const ResourceAnswer& answer, bool listed) {
+  return answer.status == notAllowed || (listed && answer.status == notFound);
+}
+
 void PrintTags(Console& console, const ResourceAnswer& answer) {
   for (const Tag& tag : answer.tags) {
     console.Print(fmt::format("{} = {} ({}){}", Printable(tag.item), tag.value.ForPeople(),
@@ -60,7 +69,11 @@ Status RunBrowse(Session& session, Console& console, const std::string& uri) {
     const ResourceAnswer answer = ReadResource(session, console, resource);
     if (answer.status == 1) {
       PrintTags(console, answer);
-    } else if (answer.status != notAllowed) {  // what can only be called has no tags
+      continue;
+    }
+    const bool listed =
+        std::find(root.resources.begin(), root.resources.end(), resource) != root.resources.end();
+    if (!HasNoTags(answer, listed)) {
       console.Refuse(fmt::format("{} could not be read.", Printable(resource)), Printable(answer.error));
       status = Status::refused;
     }

@@ -63,6 +63,9 @@ struct Answer {
   static Answer Failure(Status status, std::string reason) {
     return Failure(static_cast<int>(status), std::move(reason));
   }
+  static Answer NoResource(const std::string& path) {
+    return Failure(Status::NotFound, "there is no resource " + path);
+  }
 };
 
 }  // namespace ZoSensor

@@ -38,7 +38,9 @@ void AddLimits(CLI::App& app, Limits& limits) {
       ->group(group);
   app.add_option(
          "--allow-origin", limits.allowedOrigins,
-         "Origin of web pages that may connect, such as http://example.com; * for all; may be repeated")
+         "Origin of web pages that may connect, such as http://example.com; its host may be asked for, "
+         "too; * for all; may be repeated. Hosts that may be asked for anyway: localhost, and IP "
+         "addresses (on the loopback those of the loopback)")
       ->group(group);
 }
 

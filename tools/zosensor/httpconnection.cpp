@@ -14,12 +14,11 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
-#include <boost/beast/http/rfc7230.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/http/write.hpp>
 #include <boost/beast/websocket/rfc6455.hpp>
 
-#include "tools/zosensor/origin.h"
+#include "tools/zosensor/admission.h"
 #include "tools/zosensor/restdoor.h"
 #include "tools/zosensor/websession.h"
 
@@ -81,10 +80,15 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
       return;
     }
     const auto& header = parser->get();
-    if (!OriginAllowed()) {
-      site.log.Warning("{} comes from a page of {}, which is refused", peer,
-                       View(header[http::field::origin]));
-      Finish(RestDoor::Refuse(403, "", "this origin is not allowed; see --allow-origin"), false);
+    version = header.version();
+    head = header.method() == http::verb::head;
+    const auto local = socket->Tcp().local_endpoint(error);
+    if (error) {
+      End();
+      return;
+    }
+    if (auto refusal = RefuseRequest(header, site, local, peer)) {
+      Finish(*std::move(refusal), false);
       return;
     }
     if (beast::websocket::is_upgrade(header)) {
@@ -122,37 +126,10 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     }
   }
 
-  bool OriginAllowed() {
-    ErrorCode error;
-    const auto local = socket->Tcp().local_endpoint(error);
-    return !error && IsOriginAllowed(View(parser->get()[http::field::origin]), local.address().to_string(),
-                                     local.port(), site.limits.allowedOrigins);
-  }
-
   void Upgrade() {
-    const auto& header = parser->get();
-    const std::string_view target = View(header.target());
-    if (target.substr(0, target.find('?')) != SessionTarget) {
-      Finish(RestDoor::Refuse(404, "", fmt::format("sessions are opened at {}", SessionTarget)), false);
-      return;
-    }
-    // A client may spread its offer over several lines.
-    const auto [firstLine, lastLine] = header.equal_range(http::field::sec_websocket_protocol);
-    const bool offers = firstLine != lastLine;
-    bool known = false;
-    for (auto line = firstLine; line != lastLine; ++line) {
-      for (const auto& protocol : http::token_list(line->value())) {
-        known = known || View(protocol) == SessionProtocol;
-      }
-    }
-    if (offers && !known) {
-      Finish(RestDoor::Refuse(400, "", fmt::format("the subprotocol here is {}", SessionProtocol)), false);
-      return;
-    }
-    if (site.sessions >= site.limits.maxClients) {
-      site.log.Warning("{} is refused: {} sessions are open already", peer, site.sessions);
-      Finish(RestDoor::Refuse(503, "", fmt::format("at most {} sessions at once", site.limits.maxClients)),
-             false);
+    SessionEntry entry = JudgeUpgrade(parser->get(), site, peer);
+    if (entry.refusal) {
+      Finish(*std::move(entry.refusal), false);
       return;
     }
     if (site.closing) {
@@ -162,15 +139,13 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     idleTimer.cancel();
     UpgradeRequest request;
     request.base() = parser->release().base();
-    StartWebSession(site, std::move(*socket), std::move(request), known, peer);
+    StartWebSession(site, std::move(*socket), std::move(request), entry.namesProtocol, peer);
     socket.reset();
     End();
   }
 
   void Serve() {
     const auto request = parser->release();
-    version = request.version();
-    head = request.method() == http::verb::head;
     origin = View(request[http::field::origin]);
     if (request.method() == http::verb::options) {
       RestAnswer answer;

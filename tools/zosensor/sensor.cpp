@@ -1,47 +1,15 @@
 #include "tools/zosensor/sensor.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include <fmt/format.h>
-
-#include "tools/zosensor/wire.h"
 
 namespace ZoSensor {
 namespace {
 
 constexpr const char* Root = "/";
 constexpr const char* System = "/system";
-
-// Each holds its argument until it is due.
-constexpr std::size_t MostPendingCalls = 1000;
-
-Answer NotFound(const std::string& path) {
-  return Answer::Failure(Status::NotFound, fmt::format("there is no resource {}", path));
-}
-
-// One message text for each of the two spellings, put together when first needed.
-class PushTexts {
- public:
-  PushTexts(std::string_view eventName, const std::string& resourcePath, const SharedText& content)
-      : event(eventName), path(resourcePath), payload(content) {}
-
-  void Send(PushKind kind, const Interest& interest, Time now) {
-    auto& [uri, text] = texts[interest.slash ? 1 : 0];
-    if (text == nullptr) {
-      uri = Spell(path, interest.slash);
-      text = ShareText(PushText(event, uri, *payload));
-    }
-    interest.watcher->Push(kind, uri, text, now);
-  }
-
- private:
-  std::string_view event;
-  const std::string& path;
-  const SharedText& payload;
-  std::array<std::pair<std::string, SharedText>, 2> texts;
-};
 
 }  // namespace
 
@@ -125,7 +93,7 @@ Answer Sensor::SetRunning(bool run, Time now) {
 Answer Sensor::Read(const std::string& path, Time now) {
   const auto resource = store.Find(path);
   if (resource == nullptr) {
-    return NotFound(path);
+    return Answer::NoResource(path);
   }
   if (!resource->hasContent) {
     return Answer::Failure(Status::NotFound, fmt::format("{} is a method and has no content", path));
@@ -154,7 +122,7 @@ Answer Sensor::Create(const std::string& path, ZoJson content, Time now) {
 Answer Sensor::Update(const std::string& path, const ZoJson& patch, Time now) {
   const auto resource = store.Find(path);
   if (resource == nullptr) {
-    return NotFound(path);
+    return Answer::NoResource(path);
   }
   Refresh(*resource, now);
   auto merged = Merge(resource->Content(), patch, resource->rules);
@@ -177,177 +145,13 @@ Answer Sensor::Update(const std::string& path, const ZoJson& patch, Time now) {
 Answer Sensor::Delete(const std::string& path, Time now) {
   const auto resource = store.Find(path);
   if (resource == nullptr) {
-    return NotFound(path);
+    return Answer::NoResource(path);
   }
   if (resource->permanent) {
     return Answer::Failure(Status::NotAllowed, fmt::format("{} belongs to the sensor and stays", path));
   }
   Take(path, now);
   return Answer::Success();
-}
-
-Answer Sensor::Call(const std::string& path, const ZoJson& argument, Time now) {
-  const auto resource = store.Find(path);
-  if (resource == nullptr) {
-    return NotFound(path);
-  }
-  if (resource->callHook) {
-    return resource->callHook(argument, now);
-  }
-  if (resource->call) {
-    return Behave(*resource->call, argument, now);
-  }
-  return Answer::Failure(Status::NotAllowed, fmt::format("{} cannot be called", path));
-}
-
-Answer Sensor::Behave(const CallBehaviour& behaviour, const ZoJson& argument, Time now) {
-  Patches patches = behaviour.set;
-  if (!behaviour.mergeInto.empty()) {
-    patches.emplace_back(behaviour.mergeInto, argument);
-  }
-  const bool slow = behaviour.delay > Duration::zero();
-  if (slow && pendingCalls >= MostPendingCalls) {
-    return Answer::Failure(Status::Busy, fmt::format("{} slow calls are under way already", pendingCalls));
-  }
-  if (!slow) {
-    RefreshAll(patches, now);
-  }
-  // All results are made before the first is put in place: a call that fails has changed nothing.
-  auto merged = MergeAll(patches);
-  if (auto* failure = std::get_if<Answer>(&merged)) {
-    return std::move(*failure);
-  }
-  Answer answer = Answer::Success(behaviour.echo ? argument : behaviour.result);
-  answer.delay = behaviour.delay;
-  if (!slow) {
-    ChangeAll(std::get<0>(std::move(merged)), now);
-  } else if (!patches.empty()) {
-    // The contents may be others by then, so all is merged anew; what no longer can be done is not done.
-    answer.completion = [this, later = std::move(patches)](Time then) {
-      RefreshAll(later, then);
-      auto contents = MergeAll(later);
-      if (contents.index() == 0) {
-        ChangeAll(std::get<0>(std::move(contents)), then);
-      }
-    };
-  }
-  return answer;
-}
-
-std::variant<std::map<std::string, ZoJson>, Answer> Sensor::MergeAll(const Patches& patches) {
-  std::map<std::string, ZoJson> results;
-  for (const auto& [path, patch] : patches) {
-    const auto target = store.Find(path);
-    if (target == nullptr) {
-      return NotFound(path);
-    }
-    WriteRules rules = target->rules;
-    rules.everything = true;
-    const auto earlier = results.find(path);
-    auto merged = Merge(earlier == results.end() ? target->Content() : earlier->second, patch, rules);
-    if (const auto* refusal = std::get_if<Refusal>(&merged)) {
-      return Answer::Failure(refusal->status, fmt::format("{}: {}", path, refusal->reason));
-    }
-    results[path] = std::get<ZoJson>(std::move(merged));
-  }
-  return results;
-}
-
-void Sensor::RefreshAll(const Patches& patches, Time now) {
-  for (const auto& patch : patches) {
-    if (const auto target = store.Find(patch.first)) {
-      Refresh(*target, now);
-    }
-  }
-}
-
-void Sensor::ChangeAll(std::map<std::string, ZoJson> contents, Time now) {
-  for (auto& [path, content] : contents) {
-    Change(*store.Find(path), std::move(content), now);
-  }
-}
-
-void Sensor::CompleteAt(Time due, Answer& answer) {
-  if (!answer.completion) {
-    return;
-  }
-  ++pendingCalls;
-  lifeEvents.emplace(due, [this, complete = std::exchange(answer.completion, nullptr)](Time then) {
-    --pendingCalls;
-    complete(then);
-  });
-}
-
-Answer Sensor::Subscribe(Watcher& watcher, const std::string& text, Time now) {
-  const auto pattern = Pattern::Parse(text);
-  if (!pattern) {
-    return Answer::Failure(Status::Malformed, "a pattern is a URI, or a URI followed by /*");
-  }
-  const auto matching = store.Matching(*pattern);
-  for (const auto& resource : matching) {
-    Refresh(*resource, now);  // while the new subscription does not yet hear of it
-  }
-  const bool full = watches.Count(watcher) >= limits.maxWatches;
-  if (!watches.Subscribe(watcher, text, *pattern)) {
-    return Answer::Success();
-  }
-  if (full) {
-    watches.Unsubscribe(watcher, text);
-    return TooManyWatches();
-  }
-  for (const auto& resource : matching) {
-    if (resource->hasContent) {
-      PushTexts texts("notification", resource->Path(), resource->Text());
-      texts.Send(PushKind::Notification, {&watcher, pattern->slash}, now);
-    }
-    ScheduleIfWatched(resource, now);
-  }
-  return Answer::Success();
-}
-
-Answer Sensor::TooManyWatches() const {
-  return Answer::Failure(
-      Status::Busy, fmt::format("a session holds at most {} subscriptions and streams", limits.maxWatches));
-}
-
-Answer Sensor::Unsubscribe(Watcher& watcher, const std::string& text) {
-  if (!watches.Unsubscribe(watcher, text)) {
-    return Answer::Failure(Status::NotFound,
-                           fmt::format("this session has no subscription of {}", Quote(text)));
-  }
-  return Answer::Success();
-}
-
-Answer Sensor::StartStream(Watcher& watcher, const std::string& text, Time now) {
-  const Uri uri = Uri::Parse(text);
-  const auto resource = store.Find(uri.path);
-  if (resource == nullptr) {
-    return NotFound(uri.path);
-  }
-  Refresh(*resource, now);
-  if (!resource->hasContent || !resource->streamable) {
-    return Answer::Failure(Status::NotAllowed, fmt::format("{} cannot be streamed", uri.path));
-  }
-  if (resource->Content().Empty()) {
-    return Answer::Failure(Status::NotAllowed, fmt::format("{} has an empty content", uri.path));
-  }
-  const bool full = watches.Count(watcher) >= limits.maxWatches;
-  if (watches.StartStream(watcher, uri)) {
-    if (full) {
-      watches.StopStream(watcher, uri);
-      return TooManyWatches();
-    }
-    ScheduleIfWatched(resource, now);
-  }
-  return Answer::Success(resource->Text());
-}
-
-Answer Sensor::StopStream(Watcher& watcher, const std::string& text) {
-  return watches.StopStream(watcher, Uri::Parse(text)) ? Answer::Success() : Answer::Bare();
-}
-
-void Sensor::Leave(Watcher& watcher) {
-  watches.Leave(watcher);
 }
 
 void Sensor::Step(Time now) {
@@ -362,26 +166,6 @@ void Sensor::Step(Time now) {
 
 Time Sensor::NextDue() const {
   return std::min(schedule.NextDue(), lifeEvents.empty() ? Never : lifeEvents.begin()->first);
-}
-
-void Sensor::Tick(const std::shared_ptr<Resource>& resource, Time now) {
-  if (resource->measurement && !running) {
-    return;  // the start of acquisition schedules it again
-  }
-  Refresh(*resource, now);
-  PushStreams(*resource, now);
-  ScheduleIfWatched(resource, now);
-}
-
-void Sensor::ScheduleIfWatched(const std::shared_ptr<Resource>& resource, Time now) {
-  const bool canTick = !resource->measurement || running;
-  const bool streamed = watches.Streamers(resource->Path()) != nullptr;
-  if (!canTick || !(streamed || (!resource->Drives().empty() && watches.HasWatchers(resource->Path())))) {
-    return;
-  }
-  // On the grid of the clock that its samples are counted on: each tick finds a new sample, and none drifts.
-  const Duration elapsed = resource->measurement ? Acquired(now) : now - born;
-  schedule.Add(resource, now + (resource->period - elapsed % resource->period));
 }
 
 void Sensor::AddPermanent(std::shared_ptr<Resource> resource, Time now) {
@@ -469,24 +253,6 @@ void Sensor::Change(Resource& resource, ZoJson content, Time now) {
   RefreshFollowers(resource.Path(), now);
   if (resource.SetContent(std::move(content))) {
     Notify(resource, resource.Text(), now);
-  }
-}
-
-void Sensor::Notify(Resource& resource, const SharedText& payload, Time now) {
-  PushTexts texts("notification", resource.Path(), payload);
-  for (const Interest& interest : watches.Subscribers(resource.Path())) {
-    texts.Send(PushKind::Notification, interest, now);
-  }
-}
-
-void Sensor::PushStreams(Resource& resource, Time now) {
-  const auto* streamers = watches.Streamers(resource.Path());
-  if (streamers == nullptr) {
-    return;
-  }
-  PushTexts texts("stream", resource.Path(), resource.Text());
-  for (const Interest& interest : *streamers) {
-    texts.Send(PushKind::Stream, interest, now);
   }
 }
 

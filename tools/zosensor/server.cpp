@@ -11,6 +11,7 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "tools/zosensor/host.h"
 #include "tools/zosensor/httpconnection.h"
 #include "tools/zosensor/site.h"
 
@@ -73,6 +74,7 @@ class Server::Impl {
       throw ListenError(
           fmt::format("cannot listen on {} port {}: {}", options.address, options.port, error.message()));
     }
+    site.onLoopback = IsLoopback(address);
     Accept();
     Attend();
   }

@@ -37,6 +37,7 @@ struct Site {
   StallGate gate{io};
   std::unordered_set<std::shared_ptr<Connection>> connections{};
   std::size_t sessions = 0;
+  bool onLoopback = true;  // where it listens: no other machine gets there
   bool closing = false;
   // To be called whenever the sensor was asked for something: its next due time may have moved.
   std::function<void()> attend{};

@@ -1,0 +1,102 @@
+#include "tools/zosensor/admission.h"
+
+#include <string_view>
+
+#include <fmt/format.h>
+#include <boost/beast/http/rfc7230.hpp>
+
+#include "tools/zosensor/host.h"
+#include "tools/zosensor/origin.h"
+#include "tools/zosensor/websession.h"
+
+namespace ZoSensor {
+namespace {
+
+namespace http = boost::beast::http;
+
+std::string_view View(boost::beast::string_view text) {
+  return {text.data(), text.size()};
+}
+
+// Of a target that is a whole URL: a client that names a host there means that one.
+std::optional<std::string_view> AuthorityOf(std::string_view target) {
+  const auto scheme = target.find("://");
+  if (target.starts_with('/') || scheme == std::string_view::npos) {
+    return std::nullopt;
+  }
+  const std::string_view rest = target.substr(scheme + 3);
+  return rest.substr(0, rest.find_first_of("/?"));
+}
+
+std::optional<RestAnswer> RefuseHost(std::string_view named, const Site& site, const std::string& peer) {
+  const auto host = HostOf(named);
+  if (!host) {
+    return RestDoor::Refuse(400, "", "the request names no host that there could be");
+  }
+  if (IsHostAllowed(*host, site.onLoopback, site.limits.allowedOrigins)) {
+    return std::nullopt;
+  }
+  site.log.Warning("{} asks for the host {}, which is refused", peer, named);
+  return RestDoor::Refuse(403, "",
+                          site.onLoopback
+                              ? "this host is not served; ask for 127.0.0.1, or see --allow-origin"
+                              : "this host is not served; ask for an IP address, or see --allow-origin");
+}
+
+std::optional<RestAnswer> RefuseHosts(const RequestHeader& header, const Site& site,
+                                      const std::string& peer) {
+  const auto count = header.count(http::field::host);
+  if (count > 1 || (count == 0 && header.version() >= 11)) {  // the first version of HTTP did not know it
+    return RestDoor::Refuse(400, "", "a request has one Host header");
+  }
+  std::optional<RestAnswer> refusal;
+  if (count == 1) {
+    refusal = RefuseHost(View(header[http::field::host]), site, peer);
+  }
+  if (const auto authority = AuthorityOf(View(header.target())); authority && !refusal) {
+    refusal = RefuseHost(*authority, site, peer);
+  }
+  return refusal;
+}
+
+}  // namespace
+
+std::optional<RestAnswer> RefuseRequest(const RequestHeader& header, const Site& site,
+                                        const boost::asio::ip::tcp::endpoint& local,
+                                        const std::string& peer) {
+  if (auto refusal = RefuseHosts(header, site, peer)) {
+    return refusal;
+  }
+  const std::string_view origin = View(header[http::field::origin]);
+  if (!IsOriginAllowed(origin, local.address().to_string(), local.port(), site.limits.allowedOrigins)) {
+    site.log.Warning("{} comes from a page of {}, which is refused", peer, origin);
+    return RestDoor::Refuse(403, "", "this origin is not allowed; see --allow-origin");
+  }
+  return std::nullopt;
+}
+
+SessionEntry JudgeUpgrade(const RequestHeader& header, const Site& site, const std::string& peer) {
+  const std::string_view target = View(header.target());
+  if (target.substr(0, target.find('?')) != SessionTarget) {
+    return {RestDoor::Refuse(404, "", fmt::format("sessions are opened at {}", SessionTarget))};
+  }
+  // A client may spread its offer over several lines.
+  const auto [firstLine, lastLine] = header.equal_range(http::field::sec_websocket_protocol);
+  const bool offers = firstLine != lastLine;
+  bool known = false;
+  for (auto line = firstLine; line != lastLine; ++line) {
+    for (const auto& protocol : http::token_list(line->value())) {
+      known = known || View(protocol) == SessionProtocol;
+    }
+  }
+  if (offers && !known) {
+    return {RestDoor::Refuse(400, "", fmt::format("the subprotocol here is {}", SessionProtocol))};
+  }
+  if (site.sessions >= site.limits.maxClients) {
+    site.log.Warning("{} is refused: {} sessions are open already", peer, site.sessions);
+    return {RestDoor::Refuse(503, "", fmt::format("at most {} sessions at once", site.limits.maxClients))};
+  }
+  return {std::nullopt, known};
+}
+
+}  // namespace ZoSensor
