@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <iterator>
+#include <vector>
 
 #include "zoapi/exception.h"
 #include "zoapi/threads/lockranks.h"
@@ -22,25 +23,46 @@ constexpr std::uint64_t joinTimeout = 1'000'000;  // µs
 
 }  // namespace
 
+struct CacheManager::Slot {
+  History history;
+  std::atomic<std::uint64_t> version = 0;
+  bool listed = false;  // among those with something to trim
+};
+
 struct CacheManager::State {
   State(int maxAge, long long startTime) : maxAge(maxAge), startTime(startTime) {}
 
   void Trim(long long now) {
     Zo::Locker held(lock);
     const long long threshold = (now - maxAge) - startTime;
-    for (auto& [key, history] : cache) {
+    std::erase_if(several, [&](Slot* slot) {
+      History& history = slot->history;
       while (history.size() >= 2 && history.begin()->first < threshold) {
         history.erase(history.begin());
       }
+      slot->listed = history.size() >= 2;
+      return !slot->listed;
+    });
+  }
+
+  void Add(const std::string& key, const ZoJson& value, long long now) Q_REQUIRES(lock) {
+    Slot& slot = cache[key];
+    if (!slot.history.try_emplace(now - startTime, value).second) {
+      return;
+    }
+    slot.version.fetch_add(1, std::memory_order_release);
+    if (slot.history.size() >= 2 && !slot.listed) {
+      several.push_back(&slot);
+      slot.listed = true;
     }
   }
 
   const ZoJson& Value(const std::string& key, int age, long long now) const Q_REQUIRES(lock) {
     const auto found = cache.find(key);
-    if (found == cache.end() || found->second.empty()) {
+    if (found == cache.end() || found->second.history.empty()) {
       throw CacheError("Cache is empty.");
     }
-    return GetNearest(found->second, (now - startTime) - age);
+    return GetNearest(found->second.history, (now - startTime) - age);
   }
 
   // Set once.
@@ -48,7 +70,9 @@ struct CacheManager::State {
   const int maxAge;
   const long long startTime;
 
-  std::map<std::string, History> cache Q_GUARDED_BY(lock);
+  std::map<std::string, Slot> cache Q_GUARDED_BY(lock);
+  std::vector<Slot*> several
+      Q_GUARDED_BY(lock);  // the slots that hold two values or more: trimming looks at no others
   std::atomic<bool> running = false;
 };
 
@@ -81,12 +105,12 @@ void CacheManager::Shutdown() noexcept {
 
 void CacheManager::Add(const std::string& key, const ZoJson& value) {
   Zo::Locker held(state->lock);
-  state->cache[key].try_emplace(TimeInMills() - state->startTime, value);
+  state->Add(key, value, TimeInMills());
 }
 
 void CacheManager::AddAt(const std::string& key, const ZoJson& value, long long now) {
   Zo::Locker held(state->lock);
-  state->cache[key].try_emplace(now - state->startTime, value);
+  state->Add(key, value, now);
 }
 
 bool CacheManager::Exists(const std::string& key) const {
@@ -104,6 +128,22 @@ ZoJson CacheManager::GetAt(const std::string& key, int age, long long now) const
   return state->Value(key, age, now);
 }
 
+const CacheManager::Slot* CacheManager::Find(const std::string& key) const {
+  Zo::Locker held(state->lock);
+  const auto found = state->cache.find(key);
+  return found == state->cache.end() || found->second.history.empty() ? nullptr : &found->second;
+}
+
+std::uint64_t CacheManager::Version(const Slot& slot) noexcept {
+  return slot.version.load(std::memory_order_acquire);
+}
+
+ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version) const {
+  Zo::Locker held(state->lock);
+  version = Version(slot);
+  return GetNearest(slot.history, (TimeInMills() - state->startTime) - age);
+}
+
 const ZoJson& CacheManager::GetNearest(const History& history, long long target) {
   // Of the values at or after the target the first is the nearest, as stamps only rise.
   const auto atOrAfter = history.lower_bound(target);
@@ -118,7 +158,7 @@ std::size_t CacheManager::Size() const {
 std::size_t CacheManager::SizeAt(const std::string& key) const {
   Zo::Locker held(state->lock);
   const auto found = state->cache.find(key);
-  return found == state->cache.end() ? 0 : found->second.size();
+  return found == state->cache.end() ? 0 : found->second.history.size();
 }
 
 long long CacheManager::TimeInMills() {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -37,6 +38,15 @@ class CacheManager {
   // The first value of key at or after age milliseconds ago, else the newest; age 0 gives the newest. Raises CacheError for a key
   // that has none. The copy is a reference count.
   ZoJson Get(const std::string& key, int age) const;
+
+  // For who looks at one key again and again: its slot, null as long as the key has no value. Valid as long as the
+  // cache. A slot's version rises with each value that is stored; what Get gave of a version still holds while
+  // the version does (as long as the wall clock is not set back).
+  struct Slot;
+  const Slot* Find(const std::string& key) const;
+  static std::uint64_t Version(const Slot& slot) noexcept;
+  // version: what the value belongs to.
+  ZoJson Get(const Slot& slot, int age, std::uint64_t& version) const;
 
   // The number of keys, and of values held for a key (0 for an unknown one).
   std::size_t Size() const;

@@ -57,19 +57,43 @@ void ItemFeed::UpdateResource(const std::string& resource) {
 }
 
 xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
+  RefreshFromCache(item);
+  return item.value;
+}
+
+void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item) {
+  if (item.slot != nullptr && CacheManager::Version(*item.slot) == item.seen) {
+    return;
+  }
   try {
-    const ZoJson element = cache->Get(item.uri, 0).At(item.pointer);
+    if (item.slot == nullptr) {
+      item.slot = cache->Find(item.uri);
+      if (item.slot == nullptr) {
+        throw CacheError("Cache is empty.");
+      }
+    }
+    const ZoJson element = Document(*item.slot).At(item.pointer);
     if (element.IsPrimitive()) {
       TakeValue(item, element);
     }
+    item.seen = lastVersion;
   } catch (const ZoJsonError&) {
     item.type = enumtype_invalid;
+    item.seen = lastVersion;
   } catch (const CacheError&) {
     item.type = enumtype_invalid;
   } catch (const std::exception&) {
     // The item keeps what it has: a passing fault, such as memory that ran out, says nothing about the value.
   }
-  return item.value;
+}
+
+const ZoJson& ItemFeed::Document(const CacheManager::Slot& slot) {
+  if (&slot != lastSlot || CacheManager::Version(slot) != lastVersion) {
+    lastSlot = nullptr;
+    lastDocument = cache->Get(slot, 0, lastVersion);
+    lastSlot = &slot;
+  }
+  return lastDocument;
 }
 
 void ItemFeed::UpdateItem(const std::string& itemName, const xhmi::variant_value& value, enumtype type,

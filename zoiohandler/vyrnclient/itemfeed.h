@@ -43,6 +43,8 @@ class ItemFeed {
   // malformed makes the type invalid; an object or array leaves both as they were. Never raises for such
   // data.
   xhmi::variant_value UpdateItemFromCache(ItemManager::ItemInfo& item);
+  // The same without the copy. Costs next to nothing while the cache has nothing newer.
+  void RefreshFromCache(ItemManager::ItemInfo& item);
 
   // Delivers a value to the host, read by type (not by the variant's kind); any type beyond 0 to 4 arrives as
   // "INVALID". Nothing happens without a callback.
@@ -55,7 +57,13 @@ class ItemFeed {
   const std::shared_ptr<CallbackGate> gate;
   const std::shared_ptr<Logger> logger;
   std::shared_ptr<ISensorManager> sensor;
+  const ZoJson& Document(const CacheManager::Slot& slot);
+
   std::shared_ptr<CacheManager> cache;
+  // The document looked at last: items of one resource mostly come one after the other.
+  const CacheManager::Slot* lastSlot = nullptr;
+  std::uint64_t lastVersion = 0;
+  ZoJson lastDocument;
 };
 
 }  // namespace ZoIO

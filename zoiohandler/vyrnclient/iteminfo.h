@@ -6,10 +6,12 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 #include "xhmi/iohandler.h"
 #include "xhmi/variant_value.h"
+#include "zoiohandler/vyrnclient/cachemanager.h"
 #include "zovyrnsdk/json/zojson.h"
 #include "zovyrnsdk/json/zojsonpointer.h"
 
@@ -43,6 +45,10 @@ struct ItemInfo {
   // type alone tells how to read it.
   xhmi::variant_value value{0LL};
   enumtype type = enumtype_invalid;
+  // Where the cache keeps the resource (null: not known yet), and the version of it that value and type were taken
+  // from; 0 makes them be taken anew.
+  const CacheManager::Slot* slot = nullptr;
+  std::uint64_t seen = 0;
 };
 
 }  // namespace ZoIO

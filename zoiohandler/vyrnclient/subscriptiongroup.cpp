@@ -29,16 +29,33 @@ SubscriptionGroup::TimePoint AddSaturating(SubscriptionGroup::TimePoint time,
   return time + step;
 }
 
+// How far ahead of the walk memory is fetched: first the entries, which tell where the items are.
+constexpr std::size_t entriesAhead = 16;
+constexpr std::size_t itemsAhead = 8;
+
+void PrefetchItem(const ItemManager::ItemInfo* item) {
+  if (item != nullptr) {
+    __builtin_prefetch(&item->valid);
+    __builtin_prefetch(&item->seen);
+    __builtin_prefetch(item->slot);
+  }
+}
+
 }  // namespace
 
 SubscriptionGroup::SubscriptionGroup(ItemFeed& client, const std::chrono::milliseconds& interval)
     : client(client), interval(interval), nextTick(std::chrono::system_clock::now()) {}
 
 void SubscriptionGroup::AddItem(const std::string& name) {
+  order.clear();
   items.try_emplace(name);
+  if (order.capacity() < items.size()) {
+    order.reserve(2 * items.size());
+  }
 }
 
 void SubscriptionGroup::RemoveItem(const std::string& name) {
+  order.clear();
   items.erase(name);
 }
 
@@ -50,7 +67,16 @@ void SubscriptionGroup::ForceUpdate(const std::string& name) {
 }
 
 void SubscriptionGroup::Tick() {
-  for (auto& [name, entry] : items) {
+  Arrange();
+  const std::size_t count = order.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i + entriesAhead < count) {
+      __builtin_prefetch(&order[i + entriesAhead]->second);
+    }
+    if (i + itemsAhead < count) {
+      PrefetchItem(order[i + itemsAhead]->second.item);
+    }
+    auto& [name, entry] = *order[i];
     try {
       TickItem(name, entry);
     } catch (const std::exception&) {
@@ -60,21 +86,35 @@ void SubscriptionGroup::Tick() {
   nextTick = AddSaturating(nextTick, interval);
 }
 
+void SubscriptionGroup::Arrange() {
+  if (order.size() == items.size()) {
+    return;
+  }
+  order.clear();
+  for (Items::value_type& entry : items) {
+    order.push_back(&entry);
+  }
+}
+
 void SubscriptionGroup::TickItem(const std::string& name, Entry& entry) {
-  const ItemManager::ItemInfo item = GetCurrentItem(name);
+  const ItemManager::ItemInfo& item = GetCurrentItem(name, entry);
   if (!item.valid && !entry.forceUpdate && item.value == entry.lastValue) {
     return;
   }
   client.UpdateItem(name, item.value, item.type, 0);
-  xhmi::variant_value sent = item.value;  // may raise, and then the entry stays as it was
+  if (item.value != entry.lastValue) {
+    xhmi::variant_value sent = item.value;  // may raise, and then the entry stays as it was
+    entry.lastValue = std::move(sent);
+  }
   entry.forceUpdate = false;
-  entry.lastValue = std::move(sent);
 }
 
-ItemManager::ItemInfo SubscriptionGroup::GetCurrentItem(const std::string& name) {
-  ItemManager::ItemInfo& item = client.Sensor()->PLC()->Item(name);
-  client.UpdateItemFromCache(item);
-  return item;
+ItemManager::ItemInfo& SubscriptionGroup::GetCurrentItem(const std::string& name, Entry& entry) {
+  if (entry.item == nullptr) {
+    entry.item = &client.Sensor()->PLC()->Item(name);
+  }
+  client.RefreshFromCache(*entry.item);
+  return *entry.item;
 }
 
 }  // namespace ZoIO

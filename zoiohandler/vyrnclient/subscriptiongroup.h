@@ -8,6 +8,7 @@
 #include <chrono>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "xhmi/variant_value.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
@@ -41,15 +42,22 @@ class SubscriptionGroup {
   struct Entry {
     xhmi::variant_value lastValue;
     bool forceUpdate = true;
+    ItemManager::ItemInfo* item = nullptr;  // looked up on the first tick; the registry keeps it
   };
 
-  ItemManager::ItemInfo GetCurrentItem(const std::string& name);
+  using Items = std::map<std::string, Entry>;
+
+  void Arrange();
+  ItemManager::ItemInfo& GetCurrentItem(const std::string& name, Entry& entry);
   void TickItem(const std::string& name, Entry& entry);
 
   ItemFeed& client;
   const std::chrono::milliseconds interval;
   TimePoint nextTick;
-  std::map<std::string, Entry> items;
+  Items items;
+  // The entries in the order of names. Walking a map waits for memory at each step; from here the processor can fetch
+  // several at once. Empty when items has changed since, and always with room for all of it.
+  std::vector<Items::value_type*> order;
 };
 
 }  // namespace ZoIO

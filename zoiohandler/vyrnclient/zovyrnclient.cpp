@@ -237,6 +237,7 @@ int ZoVyrnClient::Write(const std::string& itemName, int /*ignored*/, const ioDa
     if (!written) {
       return 1;
     }
+    item.seen = 0;  // the value is no longer the cache's
     xhmi::variant_value previous = std::exchange(item.value, std::move(written->variant));
     if (!SendValue(item, written->json)) {
       item.value = std::move(previous);
