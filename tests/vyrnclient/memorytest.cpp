@@ -2,7 +2,6 @@
 // call succeeds or raises, what was made is whole, nothing leaks and nothing ends the process.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -12,6 +11,7 @@
 
 #include "qapi/testing.h"
 #include "tests/qapi/failingnew.h"
+#include "tests/support/countinghost.h"
 #include "tests/vyrnclient/eventually.h"
 #include "tests/vyrnclient/fakesensormanager.h"
 #include "zoiohandler/vyrnclient/cachemanager.h"
@@ -23,25 +23,6 @@ namespace {
 
 using ZoIO::ItemManager;
 using ZoIO::ZoVyrnClient;
-
-// A host whose callbacks need no memory.
-struct CountingHost {
-  std::atomic<int> values = 0;
-  std::atomic<int> results = 0;
-  std::atomic<int> lines = 0;
-
-  ioHandlerParam Param() {
-    ioHandlerParam param{};
-    param.context = this;
-    param.itemValue = [](const char*, const ioDataValue*, void* context) { ++Of(context).values; };
-    param.methodResult = [](const void*, const char*, void* context) { ++Of(context).results; };
-    param.log = [](void* context, std::int32_t, const char*) { ++Of(context).lines; };
-    return param;
-  }
-
- private:
-  static CountingHost& Of(void* context) { return *static_cast<CountingHost*>(context); }
-};
 
 // Lets each allocation of body fail in turn, until it gets through without. Returns how many there were.
 int FailEach(const std::function<void()>& body) {
