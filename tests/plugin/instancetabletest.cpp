@@ -71,9 +71,9 @@ TEST_F(InstanceTable, DestroysWhatIsLeftWhenItEnds) {
   EXPECT_EQ(second.CountMessages(ending), 1u);
 }
 
-// A key is the address of a live instance, so two instances never have the same one; only a second owner of one
-// instance can bring it again. That is the end of the one that was there. In a child, because the entry refers to an
-// instance that is gone then.
+// A key is the address of a live instance, so two instances never have the same one; only a second owner of
+// one instance can bring it again. That is the end of the one that was there. In a child, because the entry
+// refers to an instance that is gone then.
 TEST_F(InstanceTable, KeyThatComesAgainReplacesAndDestroysTheInstanceOfBefore) {
   const ChildResult child = RunInChild([] {
     Recorder recorder;

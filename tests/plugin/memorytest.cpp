@@ -1,5 +1,5 @@
-// Any one allocation of the calling thread fails inside an export: whichever it is, the export answers with one
-// of its results, nothing leaks, and the calls after it work.
+// Any one allocation of the calling thread fails inside an export: whichever it is, the export answers with
+// one of its results, nothing leaks, and the calls after it work.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -124,7 +124,8 @@ TEST_F(OutOfMemory, DestructionReturns0AndKeepsNothing) {
   EXPECT_GT(allocations, 0);
 }
 
-// One instance on the simulator, and names that are new in each round, so that everything has to be made anew.
+// One instance on the simulator, and names that are new in each round, so that everything has to be made
+// anew.
 class OperationOutOfMemory : public OutOfMemory {
  protected:
   OperationOutOfMemory() : handle(Create(plugin, 0).handle) { NextRound(); }

@@ -1,7 +1,7 @@
 // A host whose callbacks need no memory: they count and keep nothing.
 //
-// Threads: the callbacks may come from any number of threads at once. It must outlive every callback that was made
-// with its Param().
+// Threads: the callbacks may come from any number of threads at once. It must outlive every callback that was
+// made with its Param().
 #pragma once
 
 #include <atomic>

@@ -45,7 +45,7 @@ TEST_F(SimulatedText, OddNumberMakesALetterUpperCaseAndAnEvenOneLowerCase) {
 }
 
 TEST_F(SimulatedText, WhatCountsIsTheRemainderBy99) {
-  // 97, 98, then from the start: 99 is 0, 100 is 1; 197 is 98, 198 is 0, 199 is 1; and the highest number is 1.
+  // 97, 98, then from the start: 99 is 0, 100 is 1; 197 is 98, 198 is 0, 199 is 1; the highest number is 1.
   static_assert(RAND_MAX % 99 == 1);
   EXPECT_EQ(Next("abcdefgh", {97, 98, 99, 100, 197, 198, 199, RAND_MAX}), "AbcDefGH");
   EXPECT_EQ(Next("ABCDEFGH", {97, 98, 99, 100, 197, 198, 199, RAND_MAX}), "AbcDefGH");

@@ -1,5 +1,5 @@
-// Any one allocation of the calling thread fails inside an export while a real sensor is at the other end: the
-// export answers with one of its results, and the link is there for the calls after it.
+// Any one allocation of the calling thread fails inside an export while a sensor is at the other end of the
+// wire: the export answers with one of its results, and the link is there for the calls after it.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -29,8 +29,8 @@ class WireOutOfMemory : public OutOfMemory {
     return Eventually([&] { return plugin.unsubscribeItems(0, none, handle) == 0; });
   }
 
-  // Runs operation with each of its allocations failing, on an instance of its own each time: everything has to be
-  // made anew, and the link has no outage behind it.
+  // Runs operation with each of its allocations failing, on an instance of its own each time: everything has
+  // to be made anew, and the link has no outage behind it.
   void FailEachOf(const std::function<int(void*)>& operation) {
     const int allocations = FailEach([&](int nth) {
       void* const handle = Connect();
