@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "zovyrnsdk/json/zojsonnesting.h"
 #include "zovyrnsdk/link/incoming.h"
 #include "zovyrnsdk/link/limits.h"
 #include "zovyrnsdk/link/linkstate.h"
@@ -39,7 +40,7 @@ class Play {
     }
     while (const auto message = state.NextMessage(now)) {
       Require(IsUtf8(*message), "what goes out is UTF-8");
-      Require(NestingOf(*message) <= depthLimit, "what goes out is not too deep");
+      Require(JsonNesting(*message) <= depthLimit, "what goes out is not too deep");
     }
     Require(state.Requests().Count(RequestRole::Restore) <= restoreWindow, "restores are windowed");
     Require(!state.Requests().HasUnsent(), "everything was sent");

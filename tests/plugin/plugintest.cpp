@@ -1,18 +1,9 @@
 #include "tests/plugin/plugintest.h"
 
-#include <algorithm>
-#include <cmath>
-#include <sstream>
 #include <utility>
 
 namespace ZoTest {
 namespace {
-
-ioDataValue ValueOf(enumtype type) {
-  ioDataValue value{};
-  value.type = type;
-  return value;
-}
 
 bool SameValue(const Entry& a, const Entry& b) {
   return a.value.type == b.value.type && a.value.value.uint64 == b.value.value.uint64 &&
@@ -20,36 +11,6 @@ bool SameValue(const Entry& a, const Entry& b) {
 }
 
 }  // namespace
-
-ioDataValue TextValue(const char* text) {
-  ioDataValue value = ValueOf(enumtype_string);
-  value.value.text = text;
-  return value;
-}
-
-ioDataValue BooleanValue(std::uint64_t wholeField) {
-  ioDataValue value = ValueOf(enumtype_bool);
-  value.value.uint64 = wholeField;
-  return value;
-}
-
-ioDataValue IntegerValue(std::int64_t number) {
-  ioDataValue value = ValueOf(enumtype_int64);
-  value.value.int64 = number;
-  return value;
-}
-
-ioDataValue FloatValue(double number) {
-  ioDataValue value = ValueOf(enumtype_double);
-  value.value.float64 = number;
-  return value;
-}
-
-ioDataValue UnsignedValue(std::uint64_t number) {
-  ioDataValue value = ValueOf(enumtype_uint64);
-  value.value.uint64 = number;
-  return value;
-}
 
 Recorder::Matcher IsInteger(std::string item, std::int64_t number) {
   return [item = std::move(item), number](const Entry& entry) {
@@ -80,29 +41,6 @@ std::vector<Step> StepsOf(const Recorder::Entries& values) {
     last = &value;
   }
   return steps;
-}
-
-std::string Describe(const Entry& entry) {
-  std::ostringstream text;
-  text.precision(17);
-  text << entry.value.type << ":";
-  switch (entry.value.type) {
-    case enumtype_bool:
-      text << static_cast<int>(entry.value.value.boolean);
-      break;
-    case enumtype_int64:
-      text << entry.value.value.int64;
-      break;
-    case enumtype_double:
-      text << entry.value.value.float64;
-      break;
-    case enumtype_uint64:
-      text << entry.value.value.uint64;
-      break;
-    default:
-      text << entry.valueText;
-  }
-  return text.str();
 }
 
 PluginTest::~PluginTest() {

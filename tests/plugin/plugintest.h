@@ -11,16 +11,11 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/hostvalue.h"
 #include "tests/support/pluginlibrary.h"
 #include "tests/support/recorder.h"
 
 namespace ZoTest {
-
-ioDataValue TextValue(const char* text);
-ioDataValue BooleanValue(std::uint64_t wholeField);
-ioDataValue IntegerValue(std::int64_t number);
-ioDataValue FloatValue(double number);
-ioDataValue UnsignedValue(std::uint64_t number);
 
 // Matchers on recorded values.
 Recorder::Matcher IsInteger(std::string item, std::int64_t number);
@@ -34,9 +29,6 @@ struct Step {
   bool following = true;
 };
 std::vector<Step> StepsOf(const Recorder::Entries& values);
-
-// A value as text, for comparisons that print well: "2:5", "0:text", "3:0.5", "5:INVALID".
-std::string Describe(const Entry& entry);
 
 class PluginTest : public ::testing::Test {
  protected:

@@ -323,12 +323,6 @@ TEST(Outgoing, TellsUtf8FromOtherBytes) {
   }
 }
 
-TEST(Outgoing, MeasuresNestingOutsideOfStrings) {
-  EXPECT_EQ(NestingOf("1"), 0);
-  EXPECT_EQ(NestingOf("[[],[[]]]"), 3);
-  EXPECT_EQ(NestingOf("{\"[[[[\":\"\\\"[[\"}"), 1);
-}
-
 TEST(Incoming, SuspectIsNamedAtEitherEndOfTheMessage) {
   const std::string filler(100000, 'x');
   const Suspect first = SuspectOf("{\"uri\":\"/a\",\"payload\":\"" + filler);

@@ -1,7 +1,5 @@
 #include "tests/vyrnclient/feedtest.h"
 
-#include <cstdio>
-
 namespace ZoTest {
 
 using ZoIO::CacheManager;
@@ -24,25 +22,6 @@ void FeedTest::Cached(const std::string& uri, const std::string& json) {
 ItemInfo& FeedTest::CachedItem(const std::string& name, const std::string& uri, const std::string& json) {
   Cached(uri, json);
   return Item(name);
-}
-
-std::string Describe(const Entry& entry) {
-  const std::string type = std::to_string(entry.value.type) + ":";
-  switch (entry.value.type) {
-    case enumtype_bool:
-      return type + std::to_string(entry.value.value.boolean);
-    case enumtype_int64:
-      return type + std::to_string(entry.value.value.int64);
-    case enumtype_uint64:
-      return type + std::to_string(entry.value.value.uint64);
-    case enumtype_double: {
-      char digits[40];
-      std::snprintf(digits, sizeof digits, "%.17g", entry.value.value.float64);
-      return type + digits;
-    }
-    default:
-      return type + entry.valueText;
-  }
 }
 
 }  // namespace ZoTest

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "tests/support/hostvalue.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/fakesensormanager.h"
 #include "zoiohandler/vyrnclient/itemfeed.h"
@@ -35,9 +36,5 @@ class FeedTest : public ::testing::Test {
  private:
   long long stamp;
 };
-
-// A value as text, for comparisons that print well: "2:5", "0:text", "1:1", "3:0.5", "4:7", "5:INVALID".
-// Doubles with all their digits.
-std::string Describe(const Entry& entry);
 
 }  // namespace ZoTest

@@ -27,7 +27,20 @@ class InstanceFaults : public FaultTest {
     return Raised([this] { ZoVyrnClient client("simulator", 0, recorder.Param()); });
   }
 
+  // A sensor that streams every resource, and whose items have a value.
+  std::shared_ptr<FakeSensorManager> FakeSensor() {
+    auto sensor =
+        std::make_shared<FakeSensorManager>(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
+    for (const char* uri : {"/r", "/s", "/t"}) {
+      sensor->SetResource(uri, R"({"a":1,"b":2,"c":3})");
+    }
+    sensor->SetScript("Stream", [](const auto&) { return ZoJson(R"({"status":1,"payload":{"a":1}})"); });
+    return sensor;
+  }
+
   Recorder recorder;
+  const std::string lockerText =
+      FailureText(36, "zoapi/zoapi/threads/locker", qStatus_System, "Zo::Locker::Locker");
 };
 
 struct Step {
@@ -159,6 +172,54 @@ TEST_F(InstanceFaults, LockThatFailsInsideARegistryLookUpIsLoggedAndReturns1) {
                                                "5 ZoIO::ZoVyrnClient::Read: " +
                                                    FailureText(36, "zoapi/zoapi/threads/locker",
                                                                qStatus_System, "Zo::Locker::Locker")));
+}
+
+TEST_F(InstanceFaults, WriteWhoseRegistryLookUpRaisesIsLoggedReturns1AndSendsNothing) {
+  const auto sensor = FakeSensor();
+  qThread_NameCurrent("InstanceFaults::Host");
+  ZoVyrnClient client(sensor, sensor, recorder.Param());
+  const ZoIO::ItemInfo& item = sensor->PLC()->Item("/r#/a");
+  const xhmi::variant_value before = item.value;
+  recorder.Clear();
+  sensor->ClearCalls();
+  qTest_FailOperationIn("InstanceFaults::Host", qOperation::LockEnter, 2, qStatus_System);
+  EXPECT_EQ(client.Write("/r#/a", 0, IntegerValue(5)), 1);
+  EXPECT_EQ(qTest_FailureCount(), 1u);
+  qTest_Reset();
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Write: Writing to item /r#/a",
+                                               "5 ZoIO::ZoVyrnClient::Write: " + lockerText));
+  EXPECT_EQ(sensor->CallCount("Update"), 0u);
+  EXPECT_EQ(item.value, before);
+  EXPECT_EQ(client.Write("/r#/a", 0, IntegerValue(5)), 0);
+  EXPECT_EQ(sensor->CallCount("Update"), 1u);
+}
+
+TEST_F(InstanceFaults, NameOfABatchWhoseRegistryLookUpRaisesGetsCode6AndTheOthersGoOn) {
+  const auto sensor = FakeSensor();
+  qThread_NameCurrent("InstanceFaults::Host");
+  ZoVyrnClient client(sensor, sensor, recorder.Param());
+  for (const char* name : {"/r#/a", "/s#/b", "/t#/c"}) {
+    sensor->PLC()->Item(name);
+  }
+  recorder.Clear();
+  sensor->ClearCalls();
+  // The first lock is the instance's, the second the first name's.
+  qTest_FailOperationIn("InstanceFaults::Host", qOperation::LockEnter, 3, qStatus_System);
+  std::vector<int> results;
+  EXPECT_EQ(Subscribe(client, {"/r#/a", "/s#/b", "/t#/c"}, &results), 1);
+  EXPECT_EQ(qTest_FailureCount(), 1u);
+  qTest_Reset();
+  EXPECT_THAT(results, ElementsAre(2, 6, 2));
+  EXPECT_THAT(recorder.LogLines(), Contains("5 ZoIO::ZoVyrnClient::Subscribe: " + lockerText));
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Stream /r", "Stream /t"));
+  // The items of a group are pushed in the order of their names.
+  ASSERT_TRUE(recorder.WaitForValue("/t#/c"));
+  EXPECT_EQ(recorder.CountValues("/r#/a"), 1u);
+  EXPECT_EQ(recorder.CountValues("/s#/b"), 0u);
+  // The name that failed is as new.
+  EXPECT_EQ(Subscribe(client, {"/s#/b"}, &results, 25h), 0);
+  EXPECT_THAT(results, ElementsAre(2));
+  EXPECT_TRUE(recorder.WaitForValue("/s#/b"));
 }
 
 }  // namespace

@@ -1,51 +1,9 @@
 #include "tests/vyrnclient/instancetest.h"
 
-#include "tests/vyrnclient/feedtest.h"
-
 namespace ZoTest {
 
 using ZoIO::Logger;
 using ZoIO::ZoVyrnClient;
-
-namespace {
-
-ioDataValue ValueOf(enumtype type) {
-  ioDataValue value{};
-  value.type = static_cast<std::uint32_t>(type);
-  return value;
-}
-
-}  // namespace
-
-ioDataValue TextValue(const char* text) {
-  ioDataValue value = ValueOf(enumtype_string);
-  value.value.text = text;
-  return value;
-}
-
-ioDataValue BooleanValue(std::uint64_t wholeField) {
-  ioDataValue value = ValueOf(enumtype_bool);
-  value.value.uint64 = wholeField;
-  return value;
-}
-
-ioDataValue IntegerValue(std::int64_t number) {
-  ioDataValue value = ValueOf(enumtype_int64);
-  value.value.int64 = number;
-  return value;
-}
-
-ioDataValue FloatValue(double number) {
-  ioDataValue value = ValueOf(enumtype_double);
-  value.value.float64 = number;
-  return value;
-}
-
-ioDataValue UnsignedValue(std::uint64_t number) {
-  ioDataValue value = ValueOf(enumtype_uint64);
-  value.value.uint64 = number;
-  return value;
-}
 
 int Subscribe(ZoVyrnClient& client, const std::vector<const char*>& names, std::vector<int>* results,
               std::chrono::milliseconds interval) {

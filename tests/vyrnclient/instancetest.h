@@ -8,17 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/hostvalue.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/fakesensormanager.h"
 #include "zoiohandler/vyrnclient/zovyrnclient.h"
 
 namespace ZoTest {
-
-ioDataValue TextValue(const char* text);
-ioDataValue BooleanValue(std::uint64_t wholeField);
-ioDataValue IntegerValue(std::int64_t number);
-ioDataValue FloatValue(double number);
-ioDataValue UnsignedValue(std::uint64_t number);
 
 // Subscribes names with results that the test can look at; the results start as untouched.
 inline constexpr int untouched = -77;

@@ -2,7 +2,6 @@
 // call succeeds or raises, what was made is whole, nothing leaks and nothing ends the process.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -12,9 +11,11 @@
 
 #include "qapi/testing.h"
 #include "tests/qapi/failingnew.h"
+#include "tests/support/countinghost.h"
 #include "tests/vyrnclient/eventually.h"
 #include "tests/vyrnclient/fakesensormanager.h"
 #include "zoiohandler/vyrnclient/cachemanager.h"
+#include "zoiohandler/vyrnclient/itemfeed.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
 #include "zoiohandler/vyrnclient/zovyrnclient.h"
 
@@ -23,25 +24,6 @@ namespace {
 
 using ZoIO::ItemManager;
 using ZoIO::ZoVyrnClient;
-
-// A host whose callbacks need no memory.
-struct CountingHost {
-  std::atomic<int> values = 0;
-  std::atomic<int> results = 0;
-  std::atomic<int> lines = 0;
-
-  ioHandlerParam Param() {
-    ioHandlerParam param{};
-    param.context = this;
-    param.itemValue = [](const char*, const ioDataValue*, void* context) { ++Of(context).values; };
-    param.methodResult = [](const void*, const char*, void* context) { ++Of(context).results; };
-    param.log = [](void* context, std::int32_t, const char*) { ++Of(context).lines; };
-    return param;
-  }
-
- private:
-  static CountingHost& Of(void* context) { return *static_cast<CountingHost*>(context); }
-};
 
 // Lets each allocation of body fail in turn, until it gets through without. Returns how many there were.
 int FailEach(const std::function<void()>& body) {
@@ -224,6 +206,38 @@ TEST_F(Memory, CacheKeepsItsValuesWhenAnAddFails) {
   EXPECT_GT(round, 2);
   EXPECT_EQ(cache.GetAt(key, 100'000, now), ZoJson::Of(1));
   EXPECT_EQ(cache.GetAt(key, 0, now + round), ZoJson::Of(2));
+}
+
+TEST_F(Memory, ItemKeepsItsTypeAndItsValueTogetherWhenAnUpdateFails) {
+  CountingHost host;
+  const auto parameters = std::make_shared<const ioHandlerParam>(host.Param());
+  const auto logger = std::make_shared<ZoIO::Logger>(parameters->context, parameters->log);
+  const auto sensor = std::make_shared<FakeSensorManager>(logger);
+  ZoIO::ItemFeed feed(parameters, nullptr, logger);
+  feed.SetSensor(sensor);
+  const std::string text = "a text that is longer than what fits without memory";
+  sensor->Cache()->Add("/r", ZoJson::ParseString("{\"a\":\"" + text + "\"}"));
+  ZoIO::ItemInfo item = ZoIO::ItemManager::CreateItem("/r#/a");
+  int kept = 0;
+  const int allocations = FailEach([&] {
+    item.type = enumtype_double;
+    item.value = xhmi::variant_value(0.5);
+    try {
+      feed.UpdateItemFromCache(item);
+    } catch (const std::bad_alloc&) {
+      // Of the copy that it returns.
+    }
+    if (item.type == enumtype_double) {
+      EXPECT_EQ(item.value, xhmi::variant_value(0.5));
+      ++kept;
+    } else {
+      EXPECT_EQ(item.type, enumtype_string);
+      EXPECT_EQ(item.value.text(), text);
+    }
+  });
+  EXPECT_GT(allocations, 1);
+  EXPECT_GT(kept, 0);
+  EXPECT_LT(kept, allocations + 1);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "tools/zosensor/wire.h"
+#include "zovyrnsdk/json/zojsonnesting.h"
 
 namespace ZoSensor {
 namespace {
@@ -153,7 +154,7 @@ Answer RestDoor::Dispatch(const RestRequest& request, const std::string& path, T
   }
   ZoJson payload;
   // One level less than in a session: the answer wraps the payload in an object.
-  if (NestingDepth(request.body) >= limits.maxDepth) {
+  if (JsonNesting(request.body) >= limits.maxDepth) {
     return Answer::Failure(Status::TooLarge,
                            fmt::format("a body nests less than {} levels", limits.maxDepth));
   }

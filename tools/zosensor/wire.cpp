@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "zovyrnsdk/json/zojsonnesting.h"
+
 namespace ZoSensor {
 namespace {
 
@@ -31,7 +33,7 @@ std::string_view MethodName(Method method) {
 }
 
 std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDepth) {
-  if (NestingDepth(message) > maxDepth) {
+  if (JsonNesting(message) > maxDepth) {
     return std::nullopt;
   }
   ZoJson document;
@@ -70,29 +72,6 @@ std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDep
 
 std::string Quote(std::string_view text) {
   return ZoJson::Of(text).ToString();
-}
-
-std::size_t NestingDepth(std::string_view text) {
-  std::size_t depth = 0;
-  std::size_t deepest = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (inString) {
-      if (c == '\\') {
-        ++i;
-      } else if (c == '"') {
-        inString = false;
-      }
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '{' || c == '[') {
-      deepest = std::max(deepest, ++depth);
-    } else if ((c == '}' || c == ']') && depth > 0) {
-      --depth;
-    }
-  }
-  return deepest;
 }
 
 std::string ResponseText(std::string_view idText, std::string_view uri, const Answer& answer) {

@@ -28,9 +28,6 @@ std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDep
 // A text as a JSON string, with its quotes.
 std::string Quote(std::string_view text);
 
-// How deep a text nests, counted on brackets outside strings; exact for valid JSON.
-std::size_t NestingDepth(std::string_view text);
-
 // {"id": ..., "status": ..., "uri": ..., "payload": ...}; without the id for the REST door (an empty idText).
 std::string ResponseText(std::string_view idText, std::string_view uri, const Answer& answer);
 

@@ -33,6 +33,8 @@ class SubscriptionGroup;
 
 class ZoVyrnClient {
  public:
+  struct Serving;  // what the monitor thread works on; see serving.h
+
   // address: "simulator", or a sensor's address. Connects, at most 3 s. Raises Zo::Exception when a lock or
   // thread cannot be had; a sensor that cannot be reached is only logged.
   ZoVyrnClient(const std::string& address, unsigned short controlPort, ioHandlerParam param);
@@ -73,8 +75,6 @@ class ZoVyrnClient {
   void UpdateItem(const std::string& itemName, const ioDataValue& value) const;
 
  private:
-  struct Serving;  // what the monitor thread works on
-
   // Closes the gate before the host's callbacks, as the last act of all.
   struct GateCloser {
     ~GateCloser();

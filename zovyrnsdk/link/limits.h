@@ -8,7 +8,7 @@ namespace ZoSdk {
 
 inline constexpr std::size_t messageLimit = std::size_t{64} << 20;    // bytes of one message, either way
 inline constexpr std::size_t documentLimit = std::size_t{128} << 20;  // bytes that reading a message may cost
-inline constexpr int depthLimit = 256;                                // nesting of one message, either way
+inline constexpr std::size_t depthLimit = 256;                        // nesting of one message, either way
 
 inline constexpr std::chrono::milliseconds connectLimit{3000};     // Connect, and each attempt to restore
 inline constexpr std::chrono::milliseconds pingInterval{1000};     // between two pings

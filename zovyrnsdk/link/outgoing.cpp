@@ -1,10 +1,10 @@
 #include "zovyrnsdk/link/outgoing.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
 #include "zovyrnsdk/json/zojsonerror.h"
+#include "zovyrnsdk/json/zojsonnesting.h"
 #include "zovyrnsdk/link/limits.h"
 
 namespace ZoSdk {
@@ -90,7 +90,7 @@ OutgoingText ComposeRequest(ZoRequestMethod method, const std::string& uri, cons
     return Refuse(-400, "The payload is not valid UTF-8.");
   }
   // The tail's closing brace belongs to the one that opens before the id.
-  if (payload != nullptr && NestingOf(out.tail) + 1 > depthLimit) {
+  if (payload != nullptr && JsonNesting(out.tail) + 1 > depthLimit) {
     return Refuse(-400, "The payload is nested too deeply.");
   }
   return out;
@@ -114,29 +114,6 @@ bool IsUtf8(std::string_view text) noexcept {
     text.remove_prefix(length);
   }
   return true;
-}
-
-int NestingOf(std::string_view text) noexcept {
-  int depth = 0;
-  int deepest = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (inString) {
-      if (c == '\\') {
-        ++i;
-      } else if (c == '"') {
-        inString = false;
-      }
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '{' || c == '[') {
-      deepest = std::max(deepest, ++depth);
-    } else if (c == '}' || c == ']') {
-      --depth;
-    }
-  }
-  return deepest;
 }
 
 ZoJson LocalAnswer(int status, const std::string& uri, const std::string& error) {

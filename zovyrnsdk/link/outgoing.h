@@ -24,9 +24,6 @@ std::string FinishRequest(unsigned long long id, std::string_view tail);
 
 bool IsUtf8(std::string_view text) noexcept;
 
-// The deepest nesting of arrays and objects of a valid JSON text.
-int NestingOf(std::string_view text) noexcept;
-
 // An answer that the link gives in the sensor's place.
 ZoJson LocalAnswer(int status, const std::string& uri, const std::string& error);
 

@@ -1,0 +1,100 @@
+// The table of instances behind the exports, linked instead of loaded.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <utility>
+
+#include "tests/support/childprocess.h"
+#include "tests/support/recorder.h"
+#include "zoiohandler/iohandler.h"
+
+namespace ZoTest {
+namespace {
+
+using ZoIO::IoHandler;
+using ZoIO::ZoVyrnClient;
+
+constexpr const char* ending = "Destroying ZoIoHandler instance.";
+
+std::unique_ptr<ZoVyrnClient> MakeInstance(Recorder& recorder) {
+  return std::make_unique<ZoVyrnClient>("simulator", 0, recorder.Param());
+}
+
+class InstanceTable : public ::testing::Test {
+ protected:
+  ZoVyrnClient* Insert(Recorder& recorder) {
+    auto instance = MakeInstance(recorder);
+    ZoVyrnClient* const handle = instance.get();
+    table->Insert(std::move(instance));
+    return handle;
+  }
+
+  Recorder first;
+  Recorder second;
+  std::unique_ptr<IoHandler> table = std::make_unique<IoHandler>();
+};
+
+TEST_F(InstanceTable, FindsAnInstanceByItsAddressAlone) {
+  EXPECT_EQ(table->Find(nullptr), nullptr);
+  EXPECT_EQ(table->Find(this), nullptr);
+  ZoVyrnClient* const a = Insert(first);
+  ZoVyrnClient* const b = Insert(second);
+  EXPECT_EQ(table->Find(a), a);
+  EXPECT_EQ(table->Find(b), b);
+  EXPECT_EQ(table->Find(reinterpret_cast<char*>(a) + 1), nullptr);
+  EXPECT_EQ(table->Find(nullptr), nullptr);
+}
+
+TEST_F(InstanceTable, EraseDestroysTheInstanceAndNoOther) {
+  ZoVyrnClient* const a = Insert(first);
+  ZoVyrnClient* const b = Insert(second);
+  table->Erase(a);
+  EXPECT_EQ(first.CountMessages(ending), 1u);
+  EXPECT_EQ(second.CountMessages(ending), 0u);
+  EXPECT_EQ(table->Find(a), nullptr);
+  EXPECT_EQ(table->Find(b), b);
+}
+
+TEST_F(InstanceTable, ErasingWhatIsNotThereDoesNothing) {
+  ZoVyrnClient* const a = Insert(first);
+  table->Erase(nullptr);
+  table->Erase(this);
+  EXPECT_EQ(table->Find(a), a);
+  EXPECT_EQ(first.CountMessages(ending), 0u);
+}
+
+TEST_F(InstanceTable, DestroysWhatIsLeftWhenItEnds) {
+  Insert(first);
+  Insert(second);
+  table.reset();
+  EXPECT_EQ(first.CountMessages(ending), 1u);
+  EXPECT_EQ(second.CountMessages(ending), 1u);
+}
+
+// A key is the address of a live instance, so two instances never have the same one; only a second owner of
+// one instance can bring it again. That is the end of the one that was there. In a child, because the entry
+// refers to an instance that is gone then.
+TEST_F(InstanceTable, KeyThatComesAgainReplacesAndDestroysTheInstanceOfBefore) {
+  const ChildResult child = RunInChild([] {
+    Recorder recorder;
+    Recorder others;
+    auto* const table = new IoHandler;
+    auto other = MakeInstance(others);
+    const ZoVyrnClient* const otherHandle = other.get();
+    table->Insert(std::move(other));
+    auto instance = MakeInstance(recorder);
+    ZoVyrnClient* const handle = instance.get();
+    table->Insert(std::move(instance));
+    EXPECT_EQ(recorder.CountMessages(ending), 0u);
+
+    table->Insert(std::unique_ptr<ZoVyrnClient>(handle));
+    EXPECT_EQ(recorder.CountMessages(ending), 1u);
+    EXPECT_EQ(table->Find(handle), handle);
+    EXPECT_EQ(others.CountMessages(ending), 0u);
+    EXPECT_EQ(table->Find(otherHandle), otherHandle);
+  });
+  EXPECT_TRUE(child.Succeeded()) << child.Describe();
+}
+
+}  // namespace
+}  // namespace ZoTest
