@@ -23,7 +23,8 @@ class MissingItems : public WireTest {
     return name.substr(0, name.find('#'));
   }
 
-  Emulator sensor{R"({"resources": {"/good/r{0001..1000}": {"content": {"v": 5}}}})"};
+  // A thousand streams at the usual ten pushes a second would be a test of the machine.
+  Emulator sensor{R"({"rate_hz": 1, "resources": {"/good/r{0001..1000}": {"content": {"v": 5}}}})"};
   void* handle = Connect(sensor.Port());
 };
 
