@@ -20,8 +20,8 @@ void Write(const Logger& logger, std::string_view message, std::int32_t level, c
   }
   LogStream<char> stream(logger.Context(), logger.Callback(), level, logger.Gate());
   // The number as text: the host's global locale must not group its digits.
-  stream << "[" << function << "]"
-         << "(" << std::to_string(qThread_CurrentId()) << ")" << message << std::endl;
+  stream.Append("[").Append(function).Append("](").Append(std::to_string(qThread_CurrentId())).Append(")");
+  stream.Append(message) << std::endl;
 }
 
 }  // namespace

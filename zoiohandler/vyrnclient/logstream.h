@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "zoiohandler/vyrnclient/logbuf.h"
 
@@ -20,6 +21,12 @@ class LogStream : public std::basic_ostream<Char, Traits> {
   }
   LogStream(const LogStream&) = delete;
   LogStream& operator=(const LogStream&) = delete;
+
+  // Behind what was inserted before.
+  LogStream& Append(std::basic_string_view<Char, Traits> characters) {
+    buffer.Append(characters);
+    return *this;
+  }
 
   ~LogStream() override {
     try {

@@ -207,7 +207,7 @@ class Builder {
   ZoJsonStack<ZoJson, 64> values{&budget};
   ZoJsonStack<Key, 64> keys{&budget};
   ZoJsonStack<char, 1024> names{&budget};  // of all open objects, one behind the other
-  std::string text;                       // a string with escapes, as far as it has come
+  std::string text;                        // a string with escapes, as far as it has come
   const char* refusedNumber = nullptr;
 };
 
