@@ -30,5 +30,6 @@ std::uint32_t InterfaceIndex(const char* name);
 
 // The descriptor of a new TCP socket that other programs do not inherit, or -1 with errno set.
 int OpenTcpSocket(bool v6);
+void CloseSocket(int descriptor);
 
 }  // namespace qApi::Platform

@@ -83,6 +83,10 @@ int OpenTcpSocket(bool v6) {
   return socket(v6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
 }
 
+void CloseSocket(int descriptor) {
+  close(descriptor);
+}
+
 }  // namespace qApi::Platform
 
 void qMemory_GiveBack() noexcept {

@@ -22,3 +22,7 @@ qStatus qSocket_OpenTcp(qIpFamily family, int* out) {
   *out = qApi::Platform::OpenTcpSocket(family == qIpFamily::V6);
   return *out == -1 ? qStatus_System : qStatus_Success;
 }
+
+void qSocket_Close(int descriptor) noexcept {
+  qApi::Platform::CloseSocket(descriptor);
+}

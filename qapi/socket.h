@@ -7,3 +7,6 @@
 // Opens a TCP socket that is not connected yet and that programs started from this process do not inherit. *out is its
 // descriptor, the caller's to close. On failure *out is -1 and errno tells the cause. Any thread.
 qStatus qSocket_OpenTcp(qIpFamily family, int* out);
+
+// Closes such a socket. Any thread.
+void qSocket_Close(int descriptor) noexcept;

@@ -5,5 +5,6 @@ ZoJson ZoResponse::Payload() const {
 }
 
 std::string ZoResponse::Path() const {
-  return raw.HasKey("/uri") ? raw.At("/uri").Get<std::string>() : std::string();
+  const ZoJson uri = raw.HasKey("/uri") ? raw.At("/uri") : ZoJson();
+  return uri.IsString() ? uri.Get<std::string>() : std::string();
 }

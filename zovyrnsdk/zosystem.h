@@ -24,7 +24,8 @@ class ZoSystem {
 
   // Closes the connection for good. Requests under way end with an exception. Returns when no handler runs and none
   // will start; from inside a handler, or when one blocks for longer than a second, when none will start. A
-  // disconnected system may Connect again; streams and subscriptions of before are gone.
+  // disconnected system may Connect again; streams and subscriptions of before are gone. A handler that still blocks then
+  // may go on beside those of the new connection.
   void Disconnect() noexcept;
 
   // Whether the connection exists now; false while it is being restored. Never blocks.

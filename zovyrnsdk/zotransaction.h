@@ -17,7 +17,8 @@ class ZoTransaction {
   // Waits for the answer, at most timeout microseconds from this call on. Returns it when the sensor granted the
   // request, raises ZoRequestError when it refused, std::runtime_error with a sentence that names the cause when there
   // is no answer: time is up, the link broke after the request was sent, or the system was disconnected. An answer
-  // that comes later is dropped. Asking again gives the same result.
+  // that comes later is dropped. Asking again gives the same result, and when several threads wait the first of them
+  // whose time is up ends it for all.
   ZoRequestResponse GetResponse(std::uint64_t timeout);
 
   // Ends a GetResponse that waits, and every later one, with an exception. Never blocks. For an owner who gives up.

@@ -106,6 +106,7 @@ class Play {
         for (const Push& push : state.Pushes().TakeDue(now, 10)) {
           Require(push.document.IsObject(), "a push is a document");
         }
+        state.Pushes().Delivered(now);
         now += std::chrono::milliseconds(1);
     }
   }

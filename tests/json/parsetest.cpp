@@ -318,6 +318,24 @@ TEST(ParseBudget, CountsWhatTheDocumentHolds) {
   }
 }
 
+// A second reading, or a text that is put together from pieces, is no way around.
+TEST(ParseBudget, CountsWhateverTheTextNeeds) {
+  std::string numbers = "[";
+  for (int i = 0; i < 1000; ++i) {
+    numbers += "[1],";
+  }
+  std::size_t memory = 100000;
+  EXPECT_THROW(ZoJson::ParseString(numbers + "1e99999999999]", memory), ZoJsonError);
+  memory = 100000;
+  EXPECT_EQ(ZoJson::ParseString(numbers + "1e-99999999999]", memory).Size(), 1001U);
+  EXPECT_LE(memory, 100000U);
+  memory = 60000;
+  EXPECT_THROW(ZoJson::ParseString("\"\\n" + std::string(40000, 'x') + "\\n\"", memory), ZoJsonTooLarge);
+  memory = 100000;
+  EXPECT_EQ(ZoJson::ParseString("\"\\n" + std::string(40000, 'x') + "\\n\"", memory).ToString().size(),
+            40006U);
+}
+
 TEST(ParseBudget, RefusesWhatCostsMoreAndLeavesTheLimitAsItIs) {
   std::string text = "[[1]";
   for (int i = 0; i < 1000; ++i) {

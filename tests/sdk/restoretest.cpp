@@ -185,6 +185,20 @@ TEST_F(Restore, SilentPeerIsNoticedWithinThreeSeconds) {
   EXPECT_LT(watch.Milliseconds().count(), 4000);
 }
 
+// What the system takes for a peer that is gone is no sign of life.
+TEST_F(Restore, SilentPeerIsNoticedAlsoWhileRequestsGoOut) {
+  system.Connect();
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  sensor.FallSilent();
+  const Stopwatch watch;
+  while (system.IsConnected() && watch.Milliseconds().count() < 20000) {
+    Read("/res");
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  EXPECT_GE(watch.Milliseconds().count(), 1000);
+  EXPECT_LT(watch.Milliseconds().count(), 4000);
+}
+
 TEST_F(Restore, HandlerThatBlocksForLongDoesNotCostTheSession) {
   std::promise<void> done;
   const EndFirst endFirst(*this);

@@ -81,33 +81,65 @@ TEST(PushQueue, ResourcesDoNotHoldEachOtherBack) {
   EXPECT_THAT(Values(queue.TakeDue(start, 2)), ElementsAre(3));
 }
 
-TEST(PushQueue, AnswerDropsWhatWaitsAndHoldsBackWhatFollows) {
+// Whoever asked may not keep the answer, so the push still goes out; but it must not bring an older value.
+TEST(PushQueue, AnswerTakesThePlaceOfWhatWaitsAndHoldsItBack) {
   PushQueue queue;
   queue.Offer("/a", PushOf("/a", 1), start);
-  queue.AnswerArrived("/a", false, start);
-  EXPECT_EQ(queue.Waiting(), 0U);
-  EXPECT_EQ(queue.Bytes(), 0U);
+  queue.AnswerArrived("/a", ZoJson::Of(2), 7, false, start);
+  EXPECT_EQ(queue.Bytes(), 7U);
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(2));
+  EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(2), 9)), ElementsAre(2));
+}
+
+TEST(PushQueue, AnswerHoldsBackWhatFollows) {
+  PushQueue queue;
+  queue.AnswerArrived("/a", ZoJson::Of(1), 7, false, start);
+  EXPECT_EQ(queue.Waiting(), 0U) << "nothing waited, nothing does";
   queue.Offer("/a", PushOf("/a", 2), start + milliseconds(1));
   EXPECT_EQ(queue.NextDue(), start + milliseconds(2));
 }
 
+TEST(PushQueue, PushBehindAnAnswerKeepsItsDistanceAlsoWhenAnOlderOneWaited) {
+  PushQueue queue;
+  queue.Offer("/a", PushOf("/a", 1), start);
+  queue.AnswerArrived("/a", ZoJson::Of(2), 7, true, start);
+  queue.AnswerTaken("/a", start + milliseconds(3));
+  queue.Offer("/a", PushOf("/a", 3), start + milliseconds(4));
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(5));
+  EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(5), 9)), ElementsAre(3));
+}
+
+TEST(PushQueue, PushesAndAnswersInTurnHoldNothingBackForever) {
+  PushQueue queue;
+  Time now = start;
+  for (int i = 0; i < 100; ++i) {
+    queue.Offer("/a", PushOf("/a", i), now);
+    queue.AnswerArrived("/a", ZoJson::Of(i), 7, false, now);
+    now += milliseconds(1);
+  }
+  EXPECT_LE(queue.NextDue(), start + milliseconds(50));
+}
+
+// What a handler was late to take in is what the next one must keep away from.
+TEST(PushQueue, DistanceCountsFromWhenAPushWasHandedOn) {
+  PushQueue queue;
+  queue.Offer("/a", PushOf("/a", 1), start);
+  queue.TakeDue(start, 9);
+  queue.Offer("/a", PushOf("/a", 2), start + milliseconds(1));
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(2));
+  queue.Delivered(start + milliseconds(5));
+  EXPECT_EQ(queue.NextDue(), start + milliseconds(7));
+}
+
 TEST(PushQueue, AnswerThatIsAwaitedCountsFromWhenItWasTaken) {
   PushQueue queue;
-  queue.AnswerArrived("/a", true, start);
+  queue.AnswerArrived("/a", ZoJson::Of(1), 7, true, start);
   queue.Offer("/a", PushOf("/a", 2), start);
   EXPECT_EQ(queue.NextDue(), start + milliseconds(4)) << "not for ever";
   queue.AnswerTaken("/a", start + milliseconds(1));
   EXPECT_EQ(queue.NextDue(), start + milliseconds(3));
   queue.AnswerTaken("/a", start + milliseconds(3));
   EXPECT_EQ(queue.NextDue(), start + milliseconds(4)) << "at the latest";
-}
-
-TEST(PushQueue, ContentOfAGrantedStreamTakesThePlaceOfWhatWaits) {
-  PushQueue queue;
-  queue.Offer("/a", PushOf("/a", 1), start);
-  queue.Refresh("/a", ZoJson::Of(2), 7, start);
-  EXPECT_EQ(queue.Bytes(), 7U);
-  EXPECT_THAT(Values(queue.TakeDue(start, 9)), ElementsAre(2));
 }
 
 TEST(PushQueue, ForgetsResourcesThatAreQuiet) {
@@ -118,6 +150,7 @@ TEST(PushQueue, ForgetsResourcesThatAreQuiet) {
     const std::string uri = "/r" + std::to_string(i);
     queue.Offer(uri, PushOf(uri, i), now);
     EXPECT_THAT(Values(queue.TakeDue(now, 9)), ElementsAre(i));
+    queue.Delivered(now);
   }
   EXPECT_LE(queue.Remembered(), 2048U);
 }
@@ -130,7 +163,7 @@ TEST(PushQueue, IsFullBeyondItsLimits) {
   EXPECT_TRUE(queue.Full());
   queue.TakeDue(start, 1);
   EXPECT_TRUE(queue.Full()) << "its memory is still in use";
-  queue.Delivered();
+  queue.Delivered(start);
   EXPECT_FALSE(queue.Full());
 }
 
@@ -628,6 +661,64 @@ TEST_F(State, ReadThatBroughtContentIsNeverBraked) {
   EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")), "pending");
 }
 
+TEST_F(State, RefusedReadLeavesAWaitingPushAlone) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Sub, "/a");
+  const Pending read = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  Receive("{\"event\":\"notification\",\"uri\":\"/a\",\"payload\":2}");
+  Receive("{\"id\":2,\"status\":-503,\"payload\":null}");
+  const std::vector<Push> due = state.Pushes().TakeDue(now, 9);
+  ASSERT_EQ(due.size(), 1U);
+  EXPECT_EQ(due[0].document.At("/payload").ToString(), "2");
+}
+
+TEST_F(State, StreamThatIsGrantedTooLateForItsCallerIsRestoredAllTheSame) {
+  state.SessionOpened(now);
+  const Pending late = Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  state.TimeOut(late, 3000000, now);
+  EXPECT_THAT(Outcome(late), HasSubstr("did not answer"));
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"/s\",\"payload\":1}");
+  EXPECT_EQ(state.Wishes().Size(), 1U);
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":2,\"method\":\"startStream\",\"uri\":\"/s\"}"));
+}
+
+TEST_F(State, StopWhoseAnswerIsStillOutKeepsAnEarlierStartFromBeingRestored) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Ask(ZoRequestMethod_StopStream, "/s");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"/s\",\"payload\":1}");
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  EXPECT_TRUE(Sent().empty());
+}
+
+TEST_F(State, StopOfAStreamWhoseRestoreWasNotAnsweredIsToldToTheSensor) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"/s\",\"payload\":1}");
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  EXPECT_EQ(Sent().size(), 1U);
+  now += seconds(3);
+  state.BytesArrived(now);
+  state.Step(now);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_StopStream, "/s")), "{\"status\":1,\"uri\":\"/s\"}");
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":3,\"method\":\"stopStream\",\"uri\":\"/s\"}"));
+}
+
+TEST_F(State, BeforeTheFirstSessionEverybodyMayWait) {
+  const Pending hasty = Ask(ZoRequestMethod_Update, "/a");
+  now += seconds(10);
+  state.TimeOut(hasty, 1000, now);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/b")), "pending");
+}
+
 TEST_F(State, AnswerThatNobodyTakesDropsNoPush) {
   state.SessionOpened(now);
   Ask(ZoRequestMethod_StartStream, "/a");
@@ -641,7 +732,9 @@ TEST_F(State, AnswerThatNobodyTakesDropsNoPush) {
   const Pending kept = Ask(ZoRequestMethod_Read, "/a");
   Sent();
   Receive("{\"id\":3,\"status\":1,\"uri\":\"/a\",\"payload\":3}");
-  EXPECT_EQ(state.Pushes().Waiting(), 0U);
+  const std::vector<Push> due = state.Pushes().TakeDue(now + seconds(1), 9);
+  ASSERT_EQ(due.size(), 1U);
+  EXPECT_EQ(due[0].document.At("/payload").ToString(), "3") << "the newer one";
 }
 
 TEST_F(State, RequestStuckBehindOthersOnALiveLinkIsNoOutage) {

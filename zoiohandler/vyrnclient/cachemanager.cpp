@@ -33,12 +33,13 @@ struct CacheManager::State {
   State(int maxAge, long long startTime) : maxAge(maxAge), startTime(startTime) {}
 
   void Trim(long long now) {
+    std::vector<History::node_type> old;  // freed when the lock is free again: documents may be large
     Zo::Locker held(lock);
     const long long threshold = (now - maxAge) - startTime;
     std::erase_if(several, [&](Slot* slot) {
       History& history = slot->history;
       while (history.size() >= 2 && history.begin()->first < threshold) {
-        history.erase(history.begin());
+        old.push_back(history.extract(history.begin()));
       }
       slot->listed = history.size() >= 2;
       return !slot->listed;
@@ -140,8 +141,10 @@ std::uint64_t CacheManager::Version(const Slot& slot) noexcept {
 
 ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version) const {
   Zo::Locker held(state->lock);
-  version = Version(slot);
-  return GetNearest(slot.history, (TimeInMills() - state->startTime) - age);
+  const ZoJson& value = GetNearest(slot.history, (TimeInMills() - state->startTime) - age);
+  // After the clock was set back it is not the newest that counts, and which one does changes without a new value.
+  version = &value == &slot.history.rbegin()->second ? Version(slot) : 0;
+  return value;
 }
 
 const ZoJson& CacheManager::GetNearest(const History& history, long long target) {

@@ -40,12 +40,12 @@ class CacheManager {
   ZoJson Get(const std::string& key, int age) const;
 
   // For who looks at one key again and again: its slot, null as long as the key has no value. Valid as long as the
-  // cache. A slot's version rises with each value that is stored; what Get gave of a version still holds while
-  // the version does (as long as the wall clock is not set back).
+  // cache. A slot's version rises from 1 with each value that is stored; what Get gave of a version still holds
+  // while the version does.
   struct Slot;
   const Slot* Find(const std::string& key) const;
   static std::uint64_t Version(const Slot& slot) noexcept;
-  // version: what the value belongs to.
+  // version: what the value belongs to; 0 for a value that may change without a new one being stored.
   ZoJson Get(const Slot& slot, int age, std::uint64_t& version) const;
 
   // The number of keys, and of values held for a key (0 for an unknown one).

@@ -48,10 +48,10 @@ SubscriptionGroup::SubscriptionGroup(ItemFeed& client, const std::chrono::millis
 
 void SubscriptionGroup::AddItem(const std::string& name) {
   order.clear();
-  items.try_emplace(name);
-  if (order.capacity() < items.size()) {
-    order.reserve(2 * items.size());
+  if (order.capacity() <= items.size()) {
+    order.reserve(2 * items.size() + 1);
   }
+  items.try_emplace(name);
 }
 
 void SubscriptionGroup::RemoveItem(const std::string& name) {

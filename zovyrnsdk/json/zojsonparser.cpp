@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -56,7 +57,7 @@ class Builder {
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
 
-  explicit Builder(std::size_t memory) noexcept : budget(memory) {}
+  Builder(std::size_t memory, std::size_t sourceSize) noexcept : sourceSize(sourceSize), budget(memory) {}
   Builder(const Builder&) = delete;
   Builder& operator=(const Builder&) = delete;
   ~Builder() {
@@ -131,7 +132,7 @@ class Builder {
   }
 
   bool on_string_part(View part, std::size_t, Error&) {
-    text.append(part.data(), part.size());
+    Gather(part);
     return true;
   }
 
@@ -142,9 +143,13 @@ class Builder {
     if (part.size() == size) {
       return Push(Access::FromText({part.data(), part.size()}));
     }
-    text.append(part.data(), part.size());
+    Gather(part);
     Push(Access::FromText(text));
+    budget.Give(text.size());
     text.clear();
+    if (text.capacity() > large) {
+      std::string().swap(text);
+    }
     return true;
   }
 
@@ -189,6 +194,15 @@ class Builder {
     held += bytes + allocation;
   }
 
+  void Gather(View part) {
+    budget.Take(part.size());
+    if (text.capacity() < large && text.size() + part.size() >= large) {
+      // All that it may become, once: growing step by step would hold it twice. What stays unused costs no memory.
+      text.reserve(sourceSize);
+    }
+    text.append(part.data(), part.size());
+  }
+
   bool Push(ZoJson&& value) {
     new (values.Room(1)) ZoJson(std::move(value));
     values.Grow(1);
@@ -202,6 +216,9 @@ class Builder {
 
   static constexpr std::size_t allocation = 16;  // what a block costs besides its bytes, about
 
+  static constexpr std::size_t large = std::size_t{1} << 20;
+
+  const std::size_t sourceSize;
   ZoJsonBudget budget;
   std::size_t held = 0;
   ZoJsonStack<ZoJson, 64> values{&budget};
@@ -276,7 +293,7 @@ std::string Reason(const Error& failure, std::string_view text, std::size_t offs
 // One run of the parser over a text.
 class Attempt {
  public:
-  Attempt(std::string_view text, std::size_t memory) : text(text), parser(Options(), memory) {
+  Attempt(std::string_view text, std::size_t memory) : text(text), parser(Options(), memory, text.size()) {
     offset = parser.write_some(false, text.data(), text.size(), failure);
   }
 
@@ -355,17 +372,21 @@ ZoJson ParseJson(std::string_view text, std::size_t& memory) {
   if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw ZoJsonError("JSON text: larger than 2 GiB");
   }
-  Attempt attempt(text, memory);
-  if (attempt.Succeeded()) {
-    return attempt.Result(memory);
-  }
-  if (attempt.RefusedExponent()) {
-    const std::string tamed = TameExponents(text);
-    Attempt second(tamed, memory);
-    if (second.Succeeded()) {
-      return second.Result(memory);
+  std::optional<Attempt> attempt(std::in_place, text, memory);
+  if (!attempt->Succeeded() && attempt->RefusedExponent()) {
+    attempt.reset();
+    if (text.size() > memory) {
+      throw ZoJsonTooLarge("JSON text: the document is too large");
     }
-    second.Raise();
+    const std::string tamed = TameExponents(text);
+    Attempt second(tamed, memory - text.size());
+    if (!second.Succeeded()) {
+      second.Raise();
+    }
+    return second.Result(memory);
   }
-  attempt.Raise();
+  if (!attempt->Succeeded()) {
+    attempt->Raise();
+  }
+  return attempt->Result(memory);
 }

@@ -25,6 +25,7 @@ constexpr std::chrono::milliseconds firstAttemptSlack{
     50};                                                // so that its cause is known before Connect gives up
 constexpr std::chrono::milliseconds attemptAgain{100};  // after one that could not begin
 constexpr std::chrono::milliseconds faultPause{10};  // so that a lasting want of memory does not make it spin
+constexpr std::size_t hugeMessage = std::size_t{4} << 20;
 constexpr std::size_t deliverAtOnce = 64;
 constexpr std::chrono::milliseconds lateAlarm{250};
 constexpr const char* disconnected = "The system was disconnected.";
@@ -105,10 +106,14 @@ void Connection::Request(ZoRequestMethod method, const std::string& uri, const Z
     }
     toSend = state.Request(method, uri, std::move(text), pending, Clock::now());
   }
-  if (toSend) {
-    KickPump();
-  } else if (!hurried.exchange(true)) {
-    loop.Post([this] { HurryAttempt(); });
+  try {
+    if (toSend) {
+      KickPump();
+    } else if (!hurried.exchange(true)) {
+      loop.Post([this] { HurryAttempt(); });
+    }
+  } catch (const std::bad_alloc&) {
+    hurried = false;  // the request is in the table, where whoever drives next finds it
   }
 }
 
@@ -238,7 +243,7 @@ Time Connection::DeliverDue() {
     bool full = false;
     {
       Zo::MutexLock lock(mutex);
-      state.Pushes().Delivered();
+      state.Pushes().Delivered(Clock::now());
       due = state.Pushes().TakeDue(Clock::now(), deliverAtOnce);
       next = state.Pushes().NextDue();
       full = state.Pushes().Full();
@@ -327,7 +332,7 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
     session->Close(tooLarge ? Session::CloseCode_TooLarge : Session::CloseCode_BadMessage, nullptr);
     Lost(tooLarge ? "the sensor sent a message that is too large"
                   : "the sensor sent a message that is no JSON object");
-    if (tooLarge) {
+    if (text.size() > hugeMessage) {
       qMemory_GiveBack();  // what was read of the document lay in small pieces, which the process would keep
     }
     return false;
@@ -487,6 +492,7 @@ void Connection::SetAlarm() {
     due = std::min(due, state.NextDue(session && session->IsOpen() && !writing));
   }
   if (due < alarmAt) {
+    alarmAt = never;  // should the next line raise, none is set
     loop.SetAlarm(due, [this] { Step(); });
     alarmAt = due;
   }

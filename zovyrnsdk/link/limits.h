@@ -20,7 +20,8 @@ inline constexpr std::chrono::milliseconds blamedPause{60000};     // the same, 
 inline constexpr std::chrono::milliseconds probeInterval{5000};    // between two probes of a braked URI
 inline constexpr std::chrono::milliseconds pushSpacing{2};         // between two values of one URI
 inline constexpr std::chrono::milliseconds pushPatience{4};        // a push waits for a taker of an answer
-inline constexpr std::chrono::milliseconds hurriedPause{500};      // between attempts that calls ask for
+inline constexpr std::chrono::milliseconds pushWaitLimit{50};  // in all, while pushes and answers alternate
+inline constexpr std::chrono::milliseconds hurriedPause{500};  // between attempts that calls ask for
 inline constexpr std::chrono::milliseconds healthySession{10000};  // after this the back-off starts over
 
 inline constexpr std::size_t restoreWindow = 32;  // restore requests under way at once

@@ -78,8 +78,16 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
     return true;
   }
   if (const auto wish = WishEndedBy(method, uri)) {
+    // Whichever is asked for last decides, in whatever order the answers come: starts made before are undone by this,
+    // granted already or not.
+    const bool stream = wish->first == Restorer::Kind::Stream;
+    table.Supersede(stream ? ZoRequestMethod_StartStream : ZoRequestMethod_Sub, uri);
     interest.Ended(*wish);
-    if (restorer.Cancel(*wish) == Restorer::Cancelled::Waiting) {
+    const Restorer::Cancelled cancelled = restorer.Cancel(*wish);
+    if (cancelled == Restorer::Cancelled::Doubtful) {
+      EnqueueOwn(RequestRole::Cleanup, method, uri, now);
+    }
+    if (cancelled == Restorer::Cancelled::Waiting || cancelled == Restorer::Cancelled::Doubtful) {
       pending->Answer(ZoRequestResponse(LocalAnswer(1, uri, std::string())));
       return true;
     }
@@ -104,13 +112,21 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
   }
   const std::uint64_t id = Enqueue(RequestRole::Caller, method, uri, std::move(text.tail), pending, now);
   if (const auto wish = WishStartedBy(method, uri)) {
-    interest.Asked(*wish, id);
+    try {
+      interest.Asked(*wish, id);
+    } catch (...) {  // what is reported as failed must not be sent
+      table.Take(id);
+      throw;
+    }
   }
   return true;
 }
 
 void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t limit, Time now) {
-  const auto entry = table.Take(pending->id);
+  // A stream or subscription that is granted late counts: the sensor then serves it.
+  const auto entry = table.TakeUnless(pending->id, [](const Entry& each) {
+    return each.sent && WishStartedBy(each.method, each.uri).has_value();
+  });
   const bool sent = entry && entry->sent;
   const bool stuck = entry && !sent && open;  // behind others, on a link that is slow but there
   const char* const what = stuck            ? "The request could not be sent to the sensor within "
@@ -122,7 +138,7 @@ void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::u
   if (!entry) {
     return;
   }
-  waitedInVain = waitedInVain || (!open && now >= lostAt + requestPatience);
+  waitedInVain = waitedInVain || (!open && lostAt != never && now >= lostAt + requestPatience);
   if (entry->method == ZoRequestMethod_Read && !stuck) {
     brake.ReadUnanswered(entry->uri, now);
   }
@@ -251,9 +267,10 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   const auto pending = entry.pending.lock();
   const long long status = StatusOf(message.document);
   const bool bare = message.document.Empty();
-  if (entry.method == ZoRequestMethod_Read && pending) {
-    // An answer that nobody will take is no newer value: what was pushed meanwhile must not go for it.
-    pushes.AnswerArrived(entry.uri, pending->waiters != 0, now);
+  if (entry.method == ZoRequestMethod_Read && pending && status == 1 &&
+      message.document.HasKey(payloadMember)) {
+    pushes.AnswerArrived(entry.uri, message.document.At(payloadMember), message.bytes, pending->waiters != 0,
+                         now);
   }
   NoteOutcome(entry, status == 1, message, now);
   if (!pending) {
@@ -268,14 +285,6 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
 
 // What the answer to a caller's request means for its wish.
 void LinkState::NoteOutcome(const Entry& entry, bool granted, const Incoming& message, Time now) {
-  if (const auto ended = WishEndedBy(entry.method, entry.uri)) {
-    // Whichever was asked for last decides, in whatever order the answers come: starts made before this end
-    // are undone by it, granted already or not.
-    const bool stream = ended->first == Restorer::Kind::Stream;
-    table.Supersede(stream ? ZoRequestMethod_StartStream : ZoRequestMethod_Sub, entry.uri, message.id);
-    restorer.Forget(*ended, message.id);
-    return;
-  }
   const auto wish = WishStartedBy(entry.method, entry.uri);
   if (!wish || entry.superseded) {
     return;
@@ -287,7 +296,7 @@ void LinkState::NoteOutcome(const Entry& entry, bool granted, const Incoming& me
   }
   restorer.Granted(*wish, message.id);
   if (wish->first == Restorer::Kind::Stream && message.document.HasKey(payloadMember)) {
-    pushes.Refresh(entry.uri, message.document.At(payloadMember), message.bytes, now);
+    pushes.AnswerArrived(entry.uri, message.document.At(payloadMember), message.bytes, false, now);
   }
 }
 
@@ -360,7 +369,7 @@ Time LinkState::NextDue(bool canSend) const {
 void LinkState::SweepStale(Time now) {
   for (const Entry& entry : table.TakeStale(now)) {
     if (entry.role == RequestRole::Restore) {
-      restorer.Refused(*WishStartedBy(entry.method, entry.uri), now);
+      restorer.Unanswered(*WishStartedBy(entry.method, entry.uri), now);
     }
     if (entry.sent) {
       NoteUnanswered(now);

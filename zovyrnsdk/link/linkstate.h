@@ -90,7 +90,7 @@ class LinkState {
   PushQueue pushes;
   Watchdog watchdog;
   bool open = false;
-  Time lostAt{};              // when open became false
+  Time lostAt = never;        // when open became false
   bool waitedInVain = false;  // somebody, for a whole time-out, since then
   Time nextSweep = never;
 };

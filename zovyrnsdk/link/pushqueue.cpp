@@ -11,23 +11,36 @@ void PushQueue::Offer(const std::string& uri, Push push, Time now) {
   Prune(now);
   auto& entry = *slots.try_emplace(uri).first;
   Slot& slot = entry.second;
-  if (slot.waiting) {
-    // The place in the order stays: a URI that is pushed without a pause is still handed on in time.
-    bytes -= slot.push.bytes;
-  } else {
+  if (!slot.waiting) {
     slot.place = order.emplace(DueOf(slot, now), &entry);
     slot.waiting = true;
+    slot.began = now;
     slot.arrived = now;
+  } else {
+    bytes -= slot.push.bytes;
+    // The place in the order stays, so that a URI that is pushed without a pause is still handed on in time; but what is
+    // newer than an answer keeps its distance to that.
+    if (slot.last >= slot.arrived) {
+      slot.arrived = now;
+      Schedule(slot, now);
+    }
   }
   bytes += push.bytes;
   slot.push = std::move(push);
 }
 
-void PushQueue::AnswerArrived(const std::string& uri, bool taking, Time now) {
+void PushQueue::AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking,
+                              Time now) {
   Prune(now);
   Slot& slot = slots.try_emplace(uri).first->second;
-  Drop(slot);
   slot.last = taking ? now + pushPatience - pushSpacing : now;
+  if (slot.waiting) {
+    slot.push.document.Set("payload", payload);
+    bytes += size;
+    bytes -= std::exchange(slot.push.bytes, size);
+    slot.arrived = now;
+    Schedule(slot, now);
+  }
 }
 
 void PushQueue::AnswerTaken(const std::string& uri, Time now) {
@@ -35,28 +48,15 @@ void PushQueue::AnswerTaken(const std::string& uri, Time now) {
   Slot& slot = slots.try_emplace(uri).first->second;
   slot.last = now;
   if (slot.waiting) {
-    auto place = order.extract(slot.place);
-    place.key() = std::min(DueOf(slot, now), slot.arrived + pushPatience);
-    slot.place = order.insert(std::move(place));
+    Schedule(slot, now);
   }
-}
-
-void PushQueue::Refresh(const std::string& uri, const ZoJson& payload, std::size_t size, Time now) {
-  const auto found = slots.find(uri);
-  if (found != slots.end() && found->second.waiting) {
-    Slot& slot = found->second;
-    slot.push.document.Set("payload", payload);
-    bytes += size;
-    bytes -= slot.push.bytes;
-    slot.push.bytes = size;
-    return;
-  }
-  Prune(now);
-  slots.try_emplace(uri).first->second.last = now;
 }
 
 std::vector<Push> PushQueue::TakeDue(Time now, std::size_t limit) {
   std::vector<Push> due;
+  // First, so that nothing is lost halfway for want of memory.
+  due.reserve(std::min(limit, order.size()));
+  handed.reserve(due.capacity());
   while (due.size() < limit && !order.empty() && order.begin()->first <= now) {
     Slot& slot = order.begin()->second->second;
     order.erase(order.begin());
@@ -64,14 +64,29 @@ std::vector<Push> PushQueue::TakeDue(Time now, std::size_t limit) {
     delivering += slot.push.bytes;
     slot.waiting = false;
     slot.last = now;
+    slot.handedOn = true;
+    handed.push_back(&slot);
     due.push_back(std::exchange(slot.push, Push()));
   }
   return due;
 }
 
+void PushQueue::Delivered(Time now) {
+  for (Slot* slot : handed) {
+    slot->handedOn = false;
+    slot->last = std::max(slot->last, now);
+    if (slot->waiting) {
+      Move(*slot, std::max(slot->place->first, DueOf(*slot, now)));
+    }
+  }
+  handed.clear();
+  delivering = 0;
+}
+
 void PushQueue::Clear() {
   slots.clear();
   order.clear();
+  handed.clear();
   bytes = 0;
 }
 
@@ -83,13 +98,14 @@ Time PushQueue::DueOf(const Slot& slot, Time now) {
   return slot.last == Time::min() ? now : std::max(now, slot.last + pushSpacing);
 }
 
-void PushQueue::Drop(Slot& slot) {
-  if (slot.waiting) {
-    order.erase(slot.place);
-    bytes -= slot.push.bytes;
-    slot.push = Push();
-    slot.waiting = false;
-  }
+void PushQueue::Schedule(Slot& slot, Time now) {
+  Move(slot, std::min({DueOf(slot, now), slot.arrived + pushPatience, slot.began + pushWaitLimit}));
+}
+
+void PushQueue::Move(Slot& slot, Time due) {
+  auto place = order.extract(slot.place);
+  place.key() = due;
+  slot.place = order.insert(std::move(place));
 }
 
 // Only the last few milliseconds matter, so what is older goes, at a cost that is constant over time.
@@ -99,7 +115,7 @@ void PushQueue::Prune(Time now) {
   }
   std::erase_if(slots, [&](const auto& entry) {
     const Slot& slot = entry.second;
-    return !slot.waiting && (slot.last == Time::min() || slot.last + pushSpacing < now);
+    return !slot.waiting && !slot.handedOn && (slot.last == Time::min() || slot.last + pushSpacing < now);
   });
   pruneAt = std::max<std::size_t>(1024, slots.size() * 2);
 }

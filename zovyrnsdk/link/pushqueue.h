@@ -3,8 +3,8 @@
 //
 // Whoever takes values in keeps only the first of two that come within one millisecond. So pushes of one URI
 // are handed on at least 2 ms apart from the last push or answer about it; of those that wait the newest
-// wins, and a newer answer drops one that waits. An answer that somebody waits for counts from when it was
-// taken, but holds a push back for 4 ms at most. Invariants: (1) at most one push waits for each URI; (2)
+// wins, and a newer answer takes the place of one that waits. An answer that somebody waits for counts from when it was
+// taken, but holds a push back for 4 ms at most; and pushes and answers in turn for 50 ms. Invariants: (1) at most one push waits for each URI; (2)
 // bytes is the sum over those that wait, delivering over those that were taken out last. A plain state machine: the caller brings the time. Guarded by its
 // owner.
 #pragma once
@@ -32,18 +32,15 @@ class PushQueue {
  public:
   void Offer(const std::string& uri, Push push, Time now);
 
-  // An answer with the resource's content arrived; taking: somebody waits for it and will report AnswerTaken.
-  void AnswerArrived(const std::string& uri, bool taking, Time now);
+  // An answer with the resource's content arrived. Its receiver may drop it, so it takes the place of a push that
+  // waits, and nothing is lost. taking: somebody waits for it and will report AnswerTaken.
+  void AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking, Time now);
   void AnswerTaken(const std::string& uri, Time now);
-
-  // An answer whose content its receiver may drop: it takes the place of a push that waits, so nothing is
-  // lost.
-  void Refresh(const std::string& uri, const ZoJson& payload, std::size_t bytes, Time now);
 
   // Takes out what is due, oldest due first, at most limit of them. Until Delivered it counts as bytes.
   std::vector<Push> TakeDue(Time now, std::size_t limit);
-  // What was taken out is gone.
-  void Delivered() { delivering = 0; }
+  // What was taken out has been handed on; the distance to the next counts from now.
+  void Delivered(Time now);
 
   // When the next one is due; never when none waits.
   Time NextDue() const { return order.empty() ? never : order.begin()->first; }
@@ -60,20 +57,24 @@ class PushQueue {
   using Order = std::multimap<Time, Slots::value_type*>;
   struct Slot {
     Time last = Time::min();  // the last push handed on, or answer
-    Time arrived{};           // of the push that waits
+    Time began{};             // to wait
+    Time arrived{};           // of what waits, as far as an answer came before it
     Push push;
     bool waiting = false;
+    bool handedOn = false;    // taken out, and not reported Delivered yet
     Order::iterator place{};  // only when waiting
   };
 
   static Time DueOf(const Slot& slot, Time now);
-  void Drop(Slot& slot);
+  void Schedule(Slot& slot, Time now);
+  void Move(Slot& slot, Time due);
   void Prune(Time now);
 
   Slots slots;
   Order order;
   std::size_t bytes = 0;
   std::size_t delivering = 0;
+  std::vector<Slot*> handed;  // the slots of what was taken out last
   std::size_t pruneAt = 1024;
 };
 

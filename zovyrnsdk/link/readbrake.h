@@ -5,7 +5,7 @@
 // once by the link, while a probe goes out every 5 s, until anything about the URI arrives. URIs that have
 // answered before are never braked. A plain state machine: the caller brings the time. Guarded by its owner.
 // Memory: one entry for each URI that this side asked about, and hashes of a bounded number of URIs that the
-// sensor pushed unasked.
+// sensor pushed.
 #pragma once
 
 #include <cstddef>

@@ -18,7 +18,7 @@ bool IsStale(const RequestTable::Entry& entry, Time now) {
   }
   const std::shared_ptr<ZoPendingRequest> pending = entry.pending.lock();
   if (entry.sent) {
-    return !pending && now >= entry.since + forgottenAfter;
+    return (!pending || pending->Settled()) && now >= entry.since + forgottenAfter;
   }
   return (!pending || pending->waiters == 0) && now >= entry.since + requestPatience;
 }
@@ -92,9 +92,9 @@ std::size_t RequestTable::Count(RequestRole role) const {
       entries.begin(), entries.end(), [&](const auto& entry) { return entry.second.role == role; }));
 }
 
-void RequestTable::Supersede(ZoRequestMethod method, const std::string& uri, std::uint64_t before) {
+void RequestTable::Supersede(ZoRequestMethod method, const std::string& uri) {
   for (auto& [id, entry] : entries) {
-    if (id < before && entry.role == RequestRole::Caller && entry.method == method && entry.uri == uri) {
+    if (entry.role == RequestRole::Caller && entry.method == method && entry.uri == uri) {
       entry.superseded = true;
     }
   }

@@ -51,6 +51,12 @@ class RequestTable {
 
   // Takes an entry out.
   std::optional<Entry> Take(std::uint64_t id);
+  // Takes an entry out, or gives a copy of one of which keep says that it stays for its answer.
+  template <typename Predicate>
+  std::optional<Entry> TakeUnless(std::uint64_t id, Predicate keep) {
+    const Entry* const entry = Find(id);
+    return entry != nullptr && keep(*entry) ? std::optional(*entry) : Take(id);
+  }
   // The entry, or null.
   const Entry* Find(std::uint64_t id) const;
 
@@ -72,8 +78,8 @@ class RequestTable {
   std::vector<Entry> TakeStale(Time now);
 
   std::size_t Count(RequestRole role) const;
-  // Marks the callers' requests of this kind that were made before this id.
-  void Supersede(ZoRequestMethod method, const std::string& uri, std::uint64_t before);
+  // Marks the callers' requests of this kind.
+  void Supersede(ZoRequestMethod method, const std::string& uri);
   bool Has(ZoRequestMethod method, const std::string& uri) const;
   std::size_t Size() const { return entries.size(); }
   std::size_t QueueLength() const { return queue.size(); }

@@ -36,8 +36,9 @@ Restorer::Cancelled Restorer::Cancel(const Key& key) {
   }
   Leave(key, found->second);
   const bool active = found->second.state == State::Active;
+  const bool unanswered = found->second.unanswered;
   wishes.erase(found);
-  return active ? Cancelled::Active : Cancelled::Waiting;
+  return active ? Cancelled::Active : unanswered ? Cancelled::Doubtful : Cancelled::Waiting;
 }
 
 void Restorer::CancelAll() {
@@ -48,6 +49,7 @@ void Restorer::CancelAll() {
 void Restorer::SessionLost(Time now) {
   for (auto& [key, wish] : wishes) {
     Leave(key, wish);
+    wish.unanswered = false;
     const bool blamed = wish.sessionsEnded >= 2;
     const bool askedBefore = wish.asked != Time::min();
     Wait(key, wish, blamed && askedBefore ? std::max(now, wish.asked + blamedPause) : now);
@@ -81,6 +83,13 @@ void Restorer::Refused(const Key& key, Time now) {
   if (found != wishes.end() && found->second.state == State::Asked) {
     const bool blamed = found->second.sessionsEnded >= 2;
     Wait(key, found->second, blamed ? now + blamedPause : now + refusedPause);
+  }
+}
+
+void Restorer::Unanswered(const Key& key, Time now) {
+  Refused(key, now);
+  if (const auto found = wishes.find(key); found != wishes.end()) {
+    found->second.unanswered = true;
   }
 }
 

@@ -26,7 +26,8 @@ class Restorer {
   enum class Cancelled {
     Nothing,  // there was no wish
     Active,   // the sensor has it: it must be told
-    Waiting   // the sensor does not have it, or has not granted it again yet
+    Waiting,  // the sensor does not have it, or has not granted it again yet
+    Doubtful  // likewise, but it was asked and has not answered
   };
 
   // A caller's own request, of this id, was granted. Answers may come in any order, so the highest id counts.
@@ -43,6 +44,7 @@ class Restorer {
   // False when it was cancelled meanwhile.
   bool Restored(const Key& key);
   void Refused(const Key& key, Time now);
+  void Unanswered(const Key& key, Time now);
 
   // A message about this URI made the session unusable.
   void Blame(const std::string& uri);
@@ -60,6 +62,7 @@ class Restorer {
     Time asked = Time::min();
     std::uint64_t grantedBy = 0;  // the latest request of a caller
     unsigned sessionsEnded = 0;
+    bool unanswered = false;  // the sensor may have it in this session without having said so
   };
   using Place = std::tuple<Time, std::uint64_t, Key>;
 

@@ -40,6 +40,7 @@ constexpr std::size_t writeStep = 64 * 1024;     // one frame: pings and pongs g
 constexpr std::size_t glimpse = 512;             // of a refused message, enough to see what it is about
 constexpr std::size_t keptBuffer = 1024 * 1024;  // a larger one is given back after the message
 constexpr std::chrono::milliseconds lingerLimit{200};
+constexpr std::chrono::milliseconds unhindered{5};  // a write into an empty buffer takes less
 
 // A socket whose WebSocket teardown does not wait for the peer: the session does its own, bounded lingering.
 class LinkSocket : public Tcp::socket {
@@ -111,6 +112,7 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   beast::flat_buffer message{messageLimit + readStep};  // which keeps it from doubling beyond
   std::string outgoing;
   std::size_t written = 0;  // of outgoing
+  Time writeBegan{};        // of the frame that is being written
   bool pinging = false;
   bool pauseAsked = false;
   asio::steady_timer linger;
@@ -127,7 +129,12 @@ void Session::Impl::Start() {
     asio::post(stream.get_executor(), [self = shared_from_this(), error] { self->Connected(error); });
     return;
   }
-  Socket().assign(peer.protocol(), descriptor);
+  try {
+    Socket().assign(peer.protocol(), descriptor);
+  } catch (...) {  // whoever catches it knows nothing of the descriptor
+    qSocket_Close(descriptor);
+    throw;
+  }
   Socket().async_connect(peer,
                          [self = shared_from_this()](const error_code& result) { self->Connected(result); });
 }
@@ -271,6 +278,7 @@ bool Session::Impl::Deliver() {
 void Session::Impl::Write() {
   const std::size_t size = std::min(writeStep, outgoing.size() - written);
   const bool last = written + size == outgoing.size();
+  writeBegan = Clock::now();
   stream.async_write_some(last, asio::buffer(outgoing.data() + written, size),
                           [self = shared_from_this(), size](const error_code& error, std::size_t) {
                             self->written += size;
@@ -281,7 +289,11 @@ void Session::Impl::Write() {
 void Session::Impl::Written(const error_code& error) {
   // A failed write shows in the read as well, which tells why.
   if (!error && events != nullptr) {
-    events->OnBytes();  // a peer that takes bytes is there, slow as it may be
+    // That the system took bytes says nothing of the peer. That it took them only after a while does: somebody has
+    // made room for them.
+    if (outgoing.size() > writeStep && Clock::now() - writeBegan > unhindered) {
+      events->OnBytes();
+    }
     if (written < outgoing.size()) {
       Write();
       return;

@@ -43,7 +43,9 @@ void ZoLink::Connect() {
 void ZoLink::ConnectUntil(ZoSdk::Time deadline) {
   if (const auto connection = Current(); connection && !connection->IsClosed()) {
     if (!connection->AwaitRestored(deadline)) {
-      RaiseCannotConnect("the connection was lost and could not be restored within 3 s");
+      RaiseCannotConnect(connection->IsClosed()
+                             ? "the system was disconnected meanwhile"
+                             : "the connection was lost and could not be restored within 3 s");
     }
     return;
   }
