@@ -1,5 +1,6 @@
 /* A complete host in C: loads the plug-in, subscribes two items, prints five updates and leaves.
- *   minimal_host [PLUGIN [ADDRESS [ITEM ITEM]]]      by default ./ZoIoHandler.so and its built-in simulator */
+ *   cc -std=c11 -I. examples/minimal_host.c -o minimal_host        in the folder of the project
+ *   ./minimal_host [PLUGIN [ADDRESS [ITEM ITEM]]]    by default ./ZoIoHandler.so and its built-in simulator */
 #define _POSIX_C_SOURCE 200809L
 #include <dlfcn.h>
 #include <inttypes.h>
@@ -21,6 +22,8 @@ static void OnValue(const char* itemName, const ioDataValue* value, void* contex
     printf("%s = %s\n", itemName, value->value.text);
   } else if (value->type == enumtype_double) {
     printf("%s = %g\n", itemName, value->value.float64);
+  } else if (value->type == enumtype_uint64) {
+    printf("%s = %" PRIu64 "\n", itemName, value->value.uint64);
   } else {
     printf("%s = %" PRId64 "\n", itemName,
            value->type == enumtype_bool ? value->value.boolean : value->value.int64);

@@ -17,12 +17,13 @@
  * Text is UTF-8 and zero-terminated. The plug-in copies whatever a host passes to it before an export returns;
  * what it passes to a callback is valid only until that callback returns, so copy it.
  *
- * Results are 0 for done and 1 for refused or failed. What went wrong on the way to the sensor is in the instance's
- * log. A refusal is silent: a null pointer, a sensor that is not connected, an item that the sensor does not have, a
- * type that cannot be written, an unknown method or arguments that are no JSON object; so is an instance that could
- * not be made. A null pointer
- * argument is always refused with 1 and nothing is done (the opaque callToken and the ignored arguments may be
- * null; a null name inside a SubscribeItems batch has its own rule).
+ * Results are 0 for done and 1 for refused or failed. A request that got no answer is in the instance's log. A
+ * refusal is silent: a null pointer, a sensor that is not connected, an item that the sensor does not have (only its
+ * first use leaves a warning), a type that cannot be written, an unknown method or arguments that are no JSON object;
+ * so is an instance that could not be made. So is a link that is lost and comes back: meanwhile calls give 1 and
+ * subscriptions repeat their last values, with status 0. A null pointer argument is always refused with 1 and nothing
+ * is done (the opaque callToken and the ignored arguments may be null; a null name inside a SubscribeItems batch has
+ * its own rule).
  *
  * A handle is live from the CreateIoInstance that made it until its DestroyIoInstance. Any other non-null handle
  * is a fault in the host which the plug-in does not answer: it rethrows "the exception being handled" where there
@@ -139,18 +140,23 @@ int DestroyIoInstance(void* handle);
 const ioInfo* GetIoInfo(void);
 
 /* [any] Reads one item from its sensor and delivers it through the item-value callback before returning.
- * itemName  RESOURCE["#" POINTER]; the first use of a name registers it for the life of the instance.
- * Blocks for the sensor's answer, at most about 3 s a request (two requests on the first use of a name).
+ * itemName  RESOURCE["#" POINTER], "/motor#/speed": a resource's URI, and the JSON pointer of the value in its content
+ *           ("~1" stands for "/" in a name, "~0" for "~", "%20" for a blank). The first use of a name registers it for
+ *           the life of the instance.
+ * Blocks for the sensor's answer, at most about 3 s a request (two requests on the first use of a name), and for
+ * calls of others and for the search for missing items, which ask the sensor too.
  * Values carry time stamps of a millisecond, and the first value of a millisecond counts: a read within a millisecond of
  * another value of the same resource delivers that one. To see the effect of a write, read a millisecond or more later.
- * Returns 0 when a value was delivered (possibly enumtype_invalid, when the resource no longer holds the item),
- * 1 when the item is not known to the sensor, the sensor is not connected, or an error was logged. */
+ * Returns 0 when a value was delivered: the sensor's; the one of before when the sensor did not answer (an error is
+ * logged then); or enumtype_invalid, when the sensor refused or the resource no longer holds the item. Returns 1 when
+ * the item is not known to the sensor, or the sensor is not connected. */
 int ReadItem(const char* itemName, void* handle);
 
 /* [any] Writes one item. value is only read during the call; its type must be 0 to 4. ignored: any number.
  * Blocks for the sensor's answer, at most about 3 s a request (two requests on the first use of a name).
  * Returns 0 when the write was sent, also when the sensor then refused it, gave no answer, or the value is none that
- * JSON can carry (NaN, infinities, text that is no UTF-8); 1 when it was refused here. */
+ * JSON can carry (NaN, infinities, text that is no UTF-8); 1 when it was refused here. A refusal of the sensor leaves no
+ * trace but the value: read it, a millisecond or more later, to see what became of the write. */
 int WriteItem(const char* itemName, const ioDataValue* value, int ignored, void* handle);
 
 /* [any] Subscribes items: their values then arrive through the item-value callback every intervalMs.
@@ -162,8 +168,8 @@ int WriteItem(const char* itemName, const ioDataValue* value, int ignored, void*
  * Blocks for the sensor's answers: up to three requests for a new resource, at most about 3 s each.
  * An item that the sensor does not know yet is delivered once as enumtype_invalid, and its values from when they
  * appear. Subscribing one item twice takes two unsubscribes to end its stream on the sensor.
- * Returns 0, or 1 if any name failed or the sensor is not connected; in that case nothing is written to results, so set
- * them to a value of your own before the call. */
+ * Returns 0, or 1 if any name failed or the batch ended at a null one, and then results tell how far it came; also 1,
+ * with nothing written to results, when the sensor is not connected. So set them to a value of your own before. */
 int SubscribeItems(long long intervalMs, int count, const char* const* itemNames, int* results, void* handle);
 
 /* [any] Ends subscriptions: each name leaves all intervals at once. With a null name anywhere nothing is done. Blocks
