@@ -62,20 +62,27 @@ FramesOnlyReader::FramesOnlyReader(std::uint16_t port, const std::vector<std::st
         Opcode::Text,
         "{\"id\":" + std::to_string(i) + ",\"method\":\"startStream\",\"uri\":\"" + uris[i] + "\"}", true);
     WriteAll(socket.File(), request.data(), request.size());
-    Take(1);
+    NextFrame();  // the answer
   }
 }
 
-void FramesOnlyReader::Take(std::uint64_t pushes) {
-  ReceivedFrame frame;
-  while (true) {
-    while (reader.Next(frame)) {
-      if (frame.opcode == Opcode::Text && --pushes == 0) {
-        return;
-      }
+std::uint64_t FramesOnlyReader::TakeToPing() {
+  for (std::uint64_t pushes = 0;; ++pushes) {
+    const ReceivedFrame frame = NextFrame();
+    if (frame.opcode == Opcode::Ping) {
+      const std::string pong = Frame(Opcode::Pong, frame.payload, true);
+      WriteAll(socket.File(), pong.data(), pong.size());
+      return pushes;
     }
+  }
+}
+
+ReceivedFrame FramesOnlyReader::NextFrame() {
+  ReceivedFrame frame;
+  while (!reader.Next(frame)) {
     Check(reader.Fill(socket.File()), "the sensor went away");
   }
+  return frame;
 }
 
 void FlatTable::Add(const std::string& name, double value) {

@@ -32,10 +32,12 @@ class PingPong {
 class FramesOnlyReader {
  public:
   FramesOnlyReader(std::uint16_t port, const std::vector<std::string>& uris);
-  // Reads so many pushes; raises CheckFailed when the sensor goes away.
-  void Take(std::uint64_t pushes);
+  // Reads to the next ping and answers it; returns how many pushes came. Raises CheckFailed when the sensor goes away.
+  std::uint64_t TakeToPing();
 
  private:
+  ReceivedFrame NextFrame();
+
   Socket socket;
   FrameReader reader;
 };

@@ -25,12 +25,6 @@ void ScriptedSensor::AwaitPush() const {
   ReadExactly(child.Channel(), &done, sizeof done);
 }
 
-void ScriptedSensor::AnswerReadsBare(bool bare) const {
-  const SensorCommand command{SensorCommand::BareReads, 0, bare ? 1U : 0U, 0};
-  WriteAll(child.Channel(), &command, sizeof command);
-  AwaitPush();
-}
-
 SensorRecord ScriptedSensor::Record() const {
   const SensorCommand command{SensorCommand::Report, 0, 0, 0};
   WriteAll(child.Channel(), &command, sizeof command);

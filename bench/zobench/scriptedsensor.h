@@ -37,15 +37,13 @@ class ScriptedSensor {
   std::uint16_t Port() const { return port; }
   pid_t Pid() const { return child.Pid(); }
 
-  // Pushes everything that the client streams, in the order in which it was asked for, rounds times; returns when all
-  // of it has been written. Clients count from 0 in the order in which they connected.
+  // Pushes everything that the client streams, in the order in which it was asked for, rounds times, and then a ping;
+  // returns when the client has answered that, so that it has read everything. Clients count from 0 in the order in
+  // which they connected.
   void Push(unsigned client, std::uint64_t firstRound, std::uint64_t rounds) const;
   // The same in two halves.
   void BeginPush(unsigned client, std::uint64_t firstRound, std::uint64_t rounds) const;
   void AwaitPush() const;
-
-  // While reads are bare they are acknowledged without a content, so that a read brings no new value.
-  void AnswerReadsBare(bool bare) const;
 
   SensorRecord Record() const;
 

@@ -71,9 +71,6 @@ void SensorServer::Obey(const SensorCommand& command) {
     case SensorCommand::Push:
       PushStreams(*clients.at(command.client), command.first, command.rounds);
       break;
-    case SensorCommand::BareReads:
-      bareReads = command.first != 0;
-      break;
     case SensorCommand::Report: {
       const std::uint64_t figures[4] = {record.requests, record.requestBytes, record.answerBytes,
                                         record.lastRequest.size()};
@@ -99,6 +96,13 @@ void SensorServer::PushStreams(Client& client, std::uint64_t first, std::uint64_
     WriteParts(client.socket.File(), parts);
     Serve(0);  // pings wait for an answer
   }
+  client.hasPonged = false;
+  const std::string ping = Frame(Opcode::Ping, "done");
+  WriteAll(client.socket.File(), ping.data(), ping.size());
+  while (!client.hasPonged) {
+    Serve(-1);
+    Check(client.socket.File() >= 0, "a client went away");
+  }
 }
 
 void SensorServer::Drain(Client& client) {
@@ -115,6 +119,8 @@ void SensorServer::Drain(Client& client) {
       record.requestBytes = frame.bytes;
       ++record.requests;
       Answer(client, frame.payload);
+    } else if (frame.opcode == Opcode::Pong) {
+      client.hasPonged = client.hasPonged || frame.payload == "done";
     } else if (frame.opcode == Opcode::Ping || frame.opcode == Opcode::Close) {
       const std::string reply =
           Frame(frame.opcode == Opcode::Ping ? Opcode::Pong : Opcode::Close, frame.payload);
@@ -128,21 +134,17 @@ void SensorServer::Answer(Client& client, std::string_view request) {
   const std::string_view method = Member(request, "\"method\"");
   const std::string_view uri = Member(request, "\"uri\"");
   std::string answer = "{\"id\":" + std::string(Member(request, "\"id\""));
-  if (method == "read" && bareReads) {
-    answer += "}";
-  } else {
-    ((answer += ",\"status\":1,\"uri\":\"") += uri) += '"';
-    if (method == "read" || method == "startStream") {
-      Resource& resource = ResourceOf(uri);
-      (answer += ",\"payload\":") += resource.content;
-      if (method == "startStream") {
-        client.streams.push_back(&resource);
-      }
-    } else if (method == "stopStream") {
-      std::erase(client.streams, &ResourceOf(uri));
+  ((answer += ",\"status\":1,\"uri\":\"") += uri) += '"';
+  if (method == "read" || method == "startStream") {
+    Resource& resource = ResourceOf(uri);
+    (answer += ",\"payload\":") += resource.content;
+    if (method == "startStream") {
+      client.streams.push_back(&resource);
     }
-    answer += "}";
+  } else if (method == "stopStream") {
+    std::erase(client.streams, &ResourceOf(uri));
   }
+  answer += "}";
   const std::string frame = Frame(Opcode::Text, answer);
   record.answerBytes = frame.size();
   WriteAll(client.socket.File(), frame.data(), frame.size());

@@ -16,7 +16,7 @@
 namespace ZoBench {
 
 struct SensorCommand {
-  enum Kind : std::uint32_t { Push, BareReads, Report };
+  enum Kind : std::uint32_t { Push, Report };
   Kind kind = Push;
   std::uint32_t client = 0;
   std::uint64_t first = 0;
@@ -40,6 +40,7 @@ class SensorServer {
     Socket socket;
     FrameReader reader;
     std::vector<Resource*> streams;
+    bool hasPonged = false;
   };
 
   void Welcome();
@@ -57,7 +58,6 @@ class SensorServer {
   Socket listener;
   std::vector<std::unique_ptr<Client>> clients;
   std::unordered_map<std::string, Resource> resources;
-  bool bareReads = false;
   SensorRecord record;
 };
 

@@ -62,8 +62,9 @@ TEST(ZobenchParts, TheScriptedSensorPushesEachStreamInEachRound) {
   const ScriptedSensor sensor([](std::string_view) { return "\"a\":1"; });
   FramesOnlyReader reader(sensor.Port(), {"/one", "/two"});
   EXPECT_EQ(sensor.Record().requests, 2U);
-  sensor.Push(0, FirstRound + 1, 3);
-  reader.Take(6);
+  sensor.BeginPush(0, FirstRound + 1, 3);
+  EXPECT_EQ(reader.TakeToPing(), 6U);
+  sensor.AwaitPush();
   EXPECT_NE(sensor.Record().lastRequest.find("/two"), std::string::npos);
 }
 

@@ -1,6 +1,7 @@
 // How fast pushed documents are taken in, from the socket to the cache, beside a reader that looks at the frames alone.
 #include <fmt/format.h>
 
+#include <atomic>
 #include <memory>
 
 #include "bench/zobench/cases/cases.h"
@@ -15,7 +16,6 @@ namespace ZoBench {
 namespace {
 
 constexpr int Resources = 1000;
-constexpr long long Never = 3'600'000;  // ms: no passes while documents come
 
 struct Load {
   const char* name;
@@ -24,25 +24,22 @@ struct Load {
   int repetitions;
 };
 
-// Waits until the last resource has the round, and checks that all have it. A bare read costs an exchange and
-// delivers what is in the cache.
-void AwaitRound(Instance& instance, std::uint64_t round) {
-  const auto wanted = static_cast<double>(FirstRound + round);
-  const std::string last = ItemName(Resources - 1, 0);
-  Await(
-      [&] {
-        instance.Read(last);
-        return instance.Count().last == wanted;
-      },
-      "the last document");
-}
+// Watches one item of each resource until all of them have a round's number, in one pass.
+struct RoundSink {
+  std::atomic<double> wanted{0};
+  std::atomic<int> matching{0};  // in a row
 
-void CheckRound(Instance& instance, std::uint64_t round) {
-  for (int resource = 0; resource < Resources; ++resource) {
-    instance.Read(ItemName(resource, 0));
-    Check(instance.Count().last == static_cast<double>(FirstRound + round), "a document was lost");
+  static void OnValue(const char* /*itemName*/, const ioDataValue* value, void* context) {
+    auto& sink = *static_cast<RoundSink*>(context);
+    sink.matching = NumberOf(*value) == sink.wanted ? sink.matching + 1 : 0;
   }
-}
+
+  void AwaitRound(std::uint64_t round) {
+    wanted = static_cast<double>(FirstRound + round);
+    matching = 0;
+    Await([this] { return matching >= Resources; }, "the last document of each resource", 10);
+  }
+};
 
 class IngestRun {
  public:
@@ -58,11 +55,12 @@ class IngestRun {
       uris.push_back(names.back().substr(0, names.back().find('#')));
     }
     for (const Subject& subject : bench.subjects) {
-      instances.push_back(std::make_unique<Instance>(*subject.plugin, sensor.Port()));
-      instances.back()->Subscribe(Names(names), Never);
+      sinks.push_back(std::make_unique<RoundSink>());
+      instances.push_back(std::make_unique<Instance>(*subject.plugin, sensor.Port(), &RoundSink::OnValue,
+                                                     sinks.back().get()));
+      instances.back()->Subscribe(Names(names), 100);
     }
     reader = std::make_unique<FramesOnlyReader>(sensor.Port(), uris);
-    sensor.AnswerReadsBare(true);
   }
 
   // Microseconds for each document: of the clock, and of this process's CPU.
@@ -73,9 +71,6 @@ class IngestRun {
       blocks.emplace_back([this, i, &cpuCosts] { return Blast(i, cpuCosts[i]); });
     }
     const auto costs = Interleave(bench.options.Repetitions(load.repetitions), blocks);
-    for (const auto& instance : instances) {
-      CheckRound(*instance, round);
-    }
     for (auto& row : cpuCosts) {
       row.erase(row.begin());  // the round that warmed up
     }
@@ -94,14 +89,14 @@ class IngestRun {
     const double start = Now();
     sensor.BeginPush(static_cast<unsigned>(client), FirstRound + firstRound, load.rounds);
     if (client == instances.size()) {
-      reader->Take(load.rounds * Resources);
-      sensor.AwaitPush();
-    } else {
-      sensor.AwaitPush();
-      AwaitRound(*instances[client], round);
+      Check(reader->TakeToPing() == load.rounds * Resources, "the reference missed a document");
     }
+    sensor.AwaitPush();
     const double cost = (Now() - start) / documents * 1e6;
     cpuCosts.push_back((ProcessCpu() - cpu) / documents * 1e6);
+    if (client < instances.size()) {
+      sinks[client]->AwaitRound(round);
+    }
     return cost;
   }
 
@@ -131,7 +126,8 @@ class IngestRun {
   Bench& bench;
   const Load& load;
   ScriptedSensor sensor;
-  std::vector<std::unique_ptr<Instance>> instances;
+  std::vector<std::unique_ptr<RoundSink>> sinks;
+  std::vector<std::unique_ptr<Instance>> instances;  // end before their sinks do
   std::unique_ptr<FramesOnlyReader> reader;
   std::uint64_t firstRound = 0;
   std::uint64_t round = 0;

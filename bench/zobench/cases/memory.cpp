@@ -17,7 +17,7 @@ constexpr long long Never = 3'600'000;  // ms
 
 // 60 characters.
 std::string LongName(int resource, int member) {
-  return fmt::format("/hall07/line02/station{:05}/measurements#/channel_value_{:06}", resource, member);
+  return fmt::format("/hall7/line2/station{:05}/measurements#/channel_value_{:06}", resource, member);
 }
 
 std::string LongMembers(std::string_view) {
