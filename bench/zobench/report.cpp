@@ -11,7 +11,7 @@
 namespace ZoBench {
 namespace {
 
-constexpr const char* Columns = "{:<12} {:<44} {:<9} {:<34} {:>10} {:<26} {:>4}  {}\n";
+constexpr const char* Columns = "{:<11} {:<50} {:<9} {:<38} {:>10} {:<26} {:>4}  {}\n";
 
 std::string Number(double value) {
   return value != 0 && value < 10 ? fmt::format("{:.3g}", value) : fmt::format("{:.1f}", value);

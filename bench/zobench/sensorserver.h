@@ -49,6 +49,8 @@ class SensorServer {
   // Serves whatever waits, for so long at most if nothing does. Returns whether the channel has something.
   bool Serve(int milliseconds);
   void Drain(Client& client);
+  // What has been received. Returns whether there was a request.
+  bool ServeFrames(Client& client);
   void Answer(Client& client, std::string_view request);
   Resource& ResourceOf(std::string_view uri);
 

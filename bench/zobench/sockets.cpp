@@ -4,11 +4,10 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <system_error>
 
 namespace ZoBench {
@@ -65,6 +64,11 @@ Socket Connect(std::uint16_t port) {
   return WithoutDelay(std::move(socket));
 }
 
+void LimitWaits(const Socket& socket, std::chrono::milliseconds limit) {
+  const timeval time{limit.count() / 1000, limit.count() % 1000 * 1000};
+  Checked(::setsockopt(socket.File(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time), "setsockopt");
+}
+
 void WriteAll(int file, const void* data, std::size_t size) {
   const char* next = static_cast<const char*>(data);
   while (size != 0) {
@@ -76,29 +80,6 @@ void WriteAll(int file, const void* data, std::size_t size) {
     next += sent;
     size -= static_cast<std::size_t>(sent);
   }
-}
-
-void WriteParts(int file, std::vector<iovec>& parts) {
-  std::size_t first = 0;
-  while (first < parts.size()) {
-    msghdr message{};
-    message.msg_iov = parts.data() + first;
-    message.msg_iovlen = std::min<std::size_t>(parts.size() - first, IOV_MAX);
-    const ssize_t sent = ::sendmsg(file, &message, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) {
-      continue;
-    }
-    Checked(sent < 0 ? -1 : 0, "sendmsg");
-    auto left = static_cast<std::size_t>(sent);
-    while (first < parts.size() && left >= parts[first].iov_len) {
-      left -= parts[first++].iov_len;
-    }
-    if (left != 0) {
-      parts[first].iov_base = static_cast<char*>(parts[first].iov_base) + left;
-      parts[first].iov_len -= left;
-    }
-  }
-  parts.clear();
 }
 
 void ReadExactly(int file, void* data, std::size_t size) {

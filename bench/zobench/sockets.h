@@ -1,12 +1,10 @@
 // Plain blocking sockets on 127.0.0.1. Everything raises std::system_error, also when the other side has gone.
 #pragma once
 
-#include <sys/uio.h>
-
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
-#include <vector>
 
 namespace ZoBench {
 
@@ -32,10 +30,10 @@ Socket Listen(std::uint16_t& port);
 // Both without delay.
 Socket Accept(const Socket& listener);
 Socket Connect(std::uint16_t port);
+// From now on a receive ends with EAGAIN after so long.
+void LimitWaits(const Socket& socket, std::chrono::milliseconds limit);
 
 void WriteAll(int file, const void* data, std::size_t size);
-// Writes all parts, in as few calls as the system allows; empties the list.
-void WriteParts(int file, std::vector<iovec>& parts);
 void ReadExactly(int file, void* data, std::size_t size);
 
 }  // namespace ZoBench

@@ -51,6 +51,7 @@ void Measure(Bench& bench, const Row& row, const Placement& placement, const Scr
   std::vector<Block> blocks;
   for (const auto& instance : instances) {
     blocks.emplace_back([&once, &verify, count, &own = *instance] {
+      once(own);  // the sensor may have waited for another client
       const std::uint64_t values = own.Count().values;
       const double start = Now();
       for (std::uint64_t i = 0; i < count; ++i) {
@@ -65,7 +66,7 @@ void Measure(Bench& bench, const Row& row, const Placement& placement, const Scr
   const int rounds = bench.options.Repetitions(UsualRounds);
   const auto costs = Interleave(rounds, blocks);
   const std::uint64_t sent = sensor.Record().requests - before.requests;
-  Check(sent == count * static_cast<std::uint64_t>(rounds + 1) * instances.size(),
+  Check(sent == (count + 1) * static_cast<std::uint64_t>(rounds + 1) * instances.size(),
         fmt::format("{} requests reached the sensor", sent));
   for (const auto& instance : instances) {
     Check(instance->Count().complaints == 0, "the plug-in complained");
