@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <exception>
 
 namespace ZoBench {
@@ -34,6 +35,13 @@ void Guard(Bench& bench, const Row& row, const std::function<void()>& measuremen
   }
 }
 
+std::string Comparison(const Summary& cost, const Summary& other) {
+  const Verdict verdict = Compare(cost, other);
+  return verdict == Verdict::NoDifference
+             ? Text(verdict)
+             : fmt::format("{} by {:.1f} %", Text(verdict), std::abs(cost.median / other.median - 1) * 100);
+}
+
 void AddCompared(Bench& bench, const Row& row, const std::vector<std::vector<double>>& costs) {
   for (std::size_t i = 0; i < bench.subjects.size(); ++i) {
     Row own = row;
@@ -43,7 +51,7 @@ void AddCompared(Bench& bench, const Row& row, const std::vector<std::vector<dou
     if (bench.subjects.size() > 1) {
       own.variant += " (" + bench.subjects[i].label + ")";
       if (i == 0) {
-        own.note = Text(Compare(own.value, Summarize(costs[1])));
+        own.note = Comparison(own.value, Summarize(costs[1]));
       }
     }
     bench.report.Add(std::move(own));

@@ -31,6 +31,9 @@ const std::vector<Case>& Cases();
 // Adds the row with the reason when a check in the measurement fails.
 void Guard(Bench& bench, const Row& row, const std::function<void()>& measurement);
 
+// How one subject's cost compares with the other's, in words.
+std::string Comparison(const Summary& cost, const Summary& other);
+
 // Adds a row for each subject from the costs of an interleaved run: the subjects', then the reference's. With two
 // subjects the first one's row says how it compares with the other.
 void AddCompared(Bench& bench, const Row& row, const std::vector<std::vector<double>>& costs);

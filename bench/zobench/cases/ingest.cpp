@@ -60,6 +60,7 @@ class IngestRun {
                                                      sinks.back().get()));
       instances.back()->Subscribe(Names(names), 100);
     }
+    rounds.resize(instances.size() + 1);
     reader = std::make_unique<FramesOnlyReader>(sensor.Port(), uris);
   }
 
@@ -80,14 +81,12 @@ class IngestRun {
 
  private:
   double Blast(std::size_t client, std::vector<double>& cpuCosts) {
-    if (client == 0) {
-      firstRound = round + 1;
-      round += load.rounds;
-    }
+    const std::uint64_t first = rounds[client] + 1;
+    rounds[client] += load.rounds;
     const auto documents = static_cast<double>(load.rounds * Resources);
     const double cpu = ProcessCpu();
     const double start = Now();
-    sensor.BeginPush(static_cast<unsigned>(client), FirstRound + firstRound, load.rounds);
+    sensor.BeginPush(static_cast<unsigned>(client), FirstRound + first, load.rounds);
     if (client == instances.size()) {
       Check(reader->TakeToPing() == load.rounds * Resources, "the reference missed a document");
     }
@@ -95,7 +94,7 @@ class IngestRun {
     const double cost = (Now() - start) / documents * 1e6;
     cpuCosts.push_back((ProcessCpu() - cpu) / documents * 1e6);
     if (client < instances.size()) {
-      sinks[client]->AwaitRound(round);
+      sinks[client]->AwaitRound(rounds[client]);
     }
     return cost;
   }
@@ -116,7 +115,7 @@ class IngestRun {
       if (instances.size() > 1) {
         own.variant += " (" + bench.subjects[i].label + ")";
         if (i == 0) {
-          own.note = Text(Compare(Summarize(costs[0]), Summarize(costs[1])));
+          own.note = Comparison(Summarize(costs[0]), Summarize(costs[1]));
         }
       }
       bench.report.Add(std::move(own));
@@ -129,8 +128,7 @@ class IngestRun {
   std::vector<std::unique_ptr<RoundSink>> sinks;
   std::vector<std::unique_ptr<Instance>> instances;  // end before their sinks do
   std::unique_ptr<FramesOnlyReader> reader;
-  std::uint64_t firstRound = 0;
-  std::uint64_t round = 0;
+  std::vector<std::uint64_t> rounds;  // how far each client has got
 };
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace ZoBench {
 namespace {
 
 constexpr int MembersEach = 100;
-constexpr int UsualRounds = 9;
+constexpr int UsualRounds = 15;
 constexpr long long Never = 3'600'000;  // ms
 
 struct Lists {
@@ -119,13 +119,13 @@ void Measure(Bench& bench, int items, bool subscribing) {
     const Lists lists(items);
     std::vector<std::vector<Costs>> all(bench.subjects.size() + 1);
     for (int round = 0; round <= bench.options.Repetitions(UsualRounds); ++round) {
-      std::vector<Costs> own;
-      for (const Subject& subject : bench.subjects) {
-        own.push_back(MeasureOnce(*subject.plugin, sensor, lists));
-      }
-      own.push_back(ReferenceOnce(lists));
-      for (std::size_t i = 0; round > 0 && i < all.size(); ++i) {
-        all[i].push_back(own[i]);
+      for (std::size_t place = 0; place < all.size(); ++place) {
+        const std::size_t i = TurnAt(round, place, all.size());
+        const Costs own = i == bench.subjects.size() ? ReferenceOnce(lists)
+                                                     : MeasureOnce(*bench.subjects[i].plugin, sensor, lists);
+        if (round > 0) {
+          all[i].push_back(own);
+        }
       }
     }
     if (!subscribing) {
