@@ -1,0 +1,98 @@
+// Many instances in one host: simulators, each with one subscribed item.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+#include "bench/zobench/cases/cases.h"
+#include "bench/zobench/checkfailed.h"
+#include "bench/zobench/child.h"
+#include "bench/zobench/measures.h"
+#include "bench/zobench/pinning.h"
+
+namespace ZoBench {
+namespace {
+
+constexpr int UsualRounds = 3;
+
+struct Figure {
+  const char* name;
+  const char* unit;
+};
+
+constexpr Figure Figures[] = {
+    {"threads of each", "threads"}, {"allocated by each", "bytes"}, {"resident of each", "bytes"},
+    {"CPU of all", "% of a core"},  {"to create each", "ms"},       {"to destroy each", "ms"},
+};
+
+// The figures, in their order.
+std::vector<double> MeasureOnce(const Plugin& plugin, int count, int seconds) {
+  Instance warm(plugin, Simulator);  // whatever the first one costs once
+  const std::size_t threads = ThreadCount();
+  const std::size_t allocated = AllocatedBytes();
+  const std::size_t resident = ResidentBytes();
+  std::vector<std::unique_ptr<Instance>> instances;
+  double start = Now();
+  for (int i = 0; i < count; ++i) {
+    instances.push_back(std::make_unique<Instance>(plugin, Simulator));
+  }
+  const double create = Now() - start;
+  const Names item({"/demo#/int"});
+  for (const auto& instance : instances) {
+    instance->Subscribe(item, 100);
+  }
+  Await(
+      [&] {
+        return std::all_of(instances.begin(), instances.end(), [](const auto& instance) {
+          return instance->Count().values > instance->Count().invalid;
+        });
+      },
+      "a value of each instance");
+  std::vector<double> figures;
+  const auto each = [count](std::size_t before, std::size_t now) {
+    return (static_cast<double>(now) - static_cast<double>(before)) / count;
+  };
+  figures.push_back(each(threads, ThreadCount()));
+  figures.push_back(each(allocated, AllocatedBytes()));
+  figures.push_back(each(resident, ResidentBytes()));
+  const double cpu = ProcessCpu();
+  start = Now();
+  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  figures.push_back((ProcessCpu() - cpu) / (Now() - start) * 100);
+  figures.push_back(create / count * 1e3);
+  start = Now();
+  instances.clear();
+  figures.push_back((Now() - start) / count * 1e3);
+  Check(ThreadCount() == threads, "threads are left");
+  return figures;
+}
+
+}  // namespace
+
+void RunInstances(Bench& bench) {
+  for (const int count : {1, 10, 100}) {
+    Row row{"instances", fmt::format("{} simulators", count), {}, {}, {}, {}, {}, {}, false, false, {}};
+    Guard(bench, row, [&] {
+      Place(Widest(), {});
+      std::vector<std::vector<double>> rounds;
+      for (int i = 0; i < bench.options.Repetitions(UsualRounds); ++i) {
+        rounds.push_back(
+            MeasureApart([&] { return MeasureOnce(bench.First(), count, bench.options.quick ? 1 : 5); }));
+      }
+      for (std::size_t figure = 0; figure < std::size(Figures); ++figure) {
+        std::vector<double> values;
+        for (const auto& round : rounds) {
+          values.push_back(round.at(figure));
+        }
+        Row own = row;
+        own.variant = fmt::format("{} simulators: {}", count, Figures[figure].name);
+        own.unit = Figures[figure].unit;
+        own.value = Summarize(values);
+        bench.report.Add(std::move(own));
+      }
+    });
+  }
+}
+
+}  // namespace ZoBench

@@ -1,0 +1,24 @@
+// What the operating system and the allocator say about this process.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+
+namespace ZoBench {
+
+// Seconds of a steady clock.
+double Now();
+// Seconds of CPU time of the calling thread, and of this whole process.
+double ThreadCpu();
+double ProcessCpu();
+
+// Seconds of CPU time by thread name; threads of one name are added up. The first 15 bytes of a name are all there is.
+std::map<std::string, double> CpuByThread();
+
+std::size_t ThreadCount();
+// Bytes.
+std::size_t ResidentBytes();
+std::size_t AllocatedBytes();
+
+}  // namespace ZoBench
