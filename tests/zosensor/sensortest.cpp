@@ -234,15 +234,56 @@ TEST_F(SensorTest, CreationAndDeletionAreNotified) {
   Subscribe("/");
   watcher.Take();
   Create("/new/one", R"({"a":1})");
+  Pass(0ms);
   auto items = watcher.Take();
   ASSERT_EQ(items.size(), 2U);
   EXPECT_EQ(items[0].message.ToString(), R"({"event":"notification","uri":"/new/one","payload":{"a":1}})");
   EXPECT_EQ(items[1].uri, "/");
   sensor->Delete("/new/one", now);
+  Pass(100ms);
   items = watcher.Take();
   ASSERT_EQ(items.size(), 2U);
   EXPECT_EQ(items[0].message.ToString(), R"({"event":"notification","uri":"/new/one","payload":null})");
   EXPECT_EQ(items[1].message.At("payload").ToString(), Content("/").ToString());
+}
+
+TEST_F(SensorTest, ManyCreationsAndDeletionsAreToldInOneList) {
+  Subscribe("/");
+  watcher.Take();
+  for (int i = 0; i < 1000; ++i) {
+    Create(fmt::format("/new/{}", i), "1");
+  }
+  EXPECT_TRUE(watcher.items.empty());
+  Pass(0ms);
+  auto items = watcher.Take();
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(items[0].message.At("payload").ToString(), Content("/").ToString());
+  // Those that follow at once wait together, too, and are told in the end.
+  for (int i = 0; i < 100; ++i) {
+    sensor->Delete(fmt::format("/new/{}", i), now);
+    Pass(100us);
+  }
+  EXPECT_TRUE(watcher.items.empty());
+  Pass(90ms);
+  items = watcher.Take();
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(items[0].message.At("payload/resources").Size(), sensor->ResourceCount());
+  Pass(1s);
+  EXPECT_TRUE(watcher.items.empty());
+}
+
+TEST_F(ModelFixture, ManyResourcesThatAppearAtOnceAreToldInOneList) {
+  Start(R"({"resources": {"/r{0001..2000}": {"content": 1, "appears_after_s": 1, "vanishes_after_s": 2}}})");
+  Subscribe("*");
+  watcher.Take();
+  Pass(1s);
+  EXPECT_EQ(watcher.items.size(), 2001U);
+  ASSERT_FALSE(watcher.items.empty());
+  EXPECT_EQ(watcher.items.back().uri, "/");
+  EXPECT_EQ(watcher.items.back().message.At("payload").ToString(), Content("/").ToString());
+  watcher.Take();
+  Pass(1s);
+  EXPECT_EQ(watcher.Take().size(), 2001U);
 }
 
 TEST_F(SensorTest, MeasurementIsNotifiedAtEachOfItsChanges) {

@@ -10,6 +10,8 @@ namespace {
 
 constexpr const char* Root = "/";
 constexpr const char* System = "/system";
+// Between two notifications of the list of all resources.
+constexpr Duration DirectorySpacing = std::chrono::milliseconds(100);
 
 }  // namespace
 
@@ -162,10 +164,13 @@ void Sensor::Step(Time now) {
   while (const auto resource = schedule.Take(now)) {
     Tick(resource, now);
   }
+  if (directoryDue <= now) {
+    NotifyDirectory(now);
+  }
 }
 
 Time Sensor::NextDue() const {
-  return std::min(schedule.NextDue(), lifeEvents.empty() ? Never : lifeEvents.begin()->first);
+  return std::min({schedule.NextDue(), directoryDue, lifeEvents.empty() ? Never : lifeEvents.begin()->first});
 }
 
 void Sensor::AddPermanent(std::shared_ptr<Resource> resource, Time now) {
@@ -190,7 +195,7 @@ void Sensor::Insert(const std::shared_ptr<Resource>& resource, Time now) {
     Resample(*resource, now);
     Notify(*resource, resource->Text(), now);
   }
-  NotifyDirectory(now);
+  NotifyDirectoryLater(now);
   ScheduleIfWatched(resource, now);
 }
 
@@ -201,15 +206,21 @@ void Sensor::Take(const std::string& path, Time now) {
   }
   watches.EndStreams(path);
   Notify(*resource, ShareText("null"), now);
-  NotifyDirectory(now);
+  NotifyDirectoryLater(now);
+}
+
+void Sensor::NotifyDirectoryLater(Time now) {
+  if (directoryDue == Never && watches.HasWatchers(Root)) {
+    directoryDue = std::max(now, directoryNotified + DirectorySpacing);
+  }
 }
 
 void Sensor::NotifyDirectory(Time now) {
-  if (watches.HasWatchers(Root)) {
-    const auto root = store.Find(Root);
-    Refresh(*root, now);
-    Notify(*root, root->Text(), now);
-  }
+  directoryDue = Never;
+  directoryNotified = now;
+  const auto root = store.Find(Root);
+  Refresh(*root, now);
+  Notify(*root, root->Text(), now);
 }
 
 void Sensor::Refresh(Resource& resource, Time now) {

@@ -3,7 +3,8 @@
 // Every operation is told the time, and Step does whatever is due by then: tests choose the clock.
 // Threads: the I/O thread alone. Owns: resources, watch index, schedule. Borrows: watchers, until they Leave.
 // Invariants: (1) a watched resource that needs ticks is in the schedule whenever it may tick; (2) a change
-// is notified in the operation that makes it, once for each watcher and spelling.
+// is notified in the operation that makes it, once for each watcher and spelling; but for the list of all
+// resources, which Step notifies, and seldom: when thousands appear at once, each list names them all.
 #pragma once
 
 #include <functional>
@@ -78,6 +79,7 @@ class Sensor {
   Answer SetRunning(bool run, Time now);
   void Insert(const std::shared_ptr<Resource>& resource, Time now);
   void Take(const std::string& path, Time now);
+  void NotifyDirectoryLater(Time now);
   void NotifyDirectory(Time now);
   using Patches = std::vector<std::pair<std::string, ZoJson>>;
   Answer Behave(const CallBehaviour& behaviour, const ZoJson& argument, Time now);
@@ -108,6 +110,8 @@ class Sensor {
   WatchIndex watches;
   Schedule schedule;
   std::multimap<Time, std::function<void(Time)>> lifeEvents;
+  Time directoryDue = Never;
+  Time directoryNotified{};
   std::size_t pendingCalls = 0;                                                     // among the life events
   std::unordered_map<std::string, std::vector<std::weak_ptr<Resource>>> followers;  // by the path they follow
   const std::function<std::optional<double>(const std::string&, const ZoJsonPointer&)> lookup;
