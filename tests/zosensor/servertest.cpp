@@ -423,6 +423,38 @@ TEST_F(RestOverSockets, InvitesABodyThatWaits) {
   EXPECT_EQ(received.rfind("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK", 0), 0U) << received;
 }
 
+TEST_F(RestOverSockets, SlowAnswerIsNoIdleTime) {
+  options.limits.idleTime = 100ms;
+  Start({}, R"({"resources": {"/slow": {"call": {"result": "done", "delay_ms": 500}}}})");
+  EXPECT_EQ(Rest("POST", "/slow").body, R"({"status":1,"uri":"/slow","payload":"done"})");
+}
+
+TEST_F(RestOverSockets, IdleClientAndStalledBodyEndTheConnection) {
+  options.limits.idleTime = 100ms;
+  Start();
+  EXPECT_EQ(Exchange(port, ""), "");
+  const ZoTest::Stopwatch watch;
+  EXPECT_EQ(
+      Exchange(port,
+               "PATCH /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\nContent-Length: 7\r\n\r\n{"),
+      "");
+  EXPECT_LT(watch.Elapsed(), ZoTest::kLimit);
+}
+
+TEST_F(RestOverSockets, SlowBodyIsTakenWhileItMoves) {
+  options.limits.idleTime = 1s;
+  Start({}, R"({"resources": {"/res": {"content": {"v": 1}, "writable": true},
+                              "/pause": {"call": {"delay_ms": 400}}}})");
+  const std::string received =
+      ExchangeParts(port,
+                    {"PATCH /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\nContent-Length: 7\r\n"
+                     "Connection: close\r\n\r\n",
+                     "{", "\"v", "\":", "8", "}"},
+                    [&] { EXPECT_EQ(Rest("POST", "/pause").status, 200U); });
+  EXPECT_EQ(received.rfind("HTTP/1.1 200 OK", 0), 0U) << received;
+  EXPECT_EQ(Rest("GET", "/res").body, R"({"status":1,"uri":"/res","payload":{"v":8}})");
+}
+
 TEST_F(RestOverSockets, RefusesWhatIsTooLargeOrNoHttp) {
   options.limits.maxMessage = 1000;
   Start();

@@ -47,6 +47,8 @@ class GatedSocket {
 
   executor_type get_executor() { return socket.get_executor(); }
   Socket& Tcp() { return socket; }
+  // Bytes that went through, in both directions: a transfer that stands still can be told from a slow one.
+  std::size_t Transferred() const { return transferred; }
 
   void Close() {
     ErrorCode ignored;  // closing a socket that is closed already is no fault
@@ -80,7 +82,7 @@ class GatedSocket {
     std::size_t count = 0;
 
     template <typename Self>
-    void operator()(Self& self, ErrorCode error = {}, std::size_t transferred = 0) {
+    void operator()(Self& self, ErrorCode error = {}, std::size_t size = 0) {
       GatedSocket& gated = owner;
       if (!std::exchange(started, true)) {
         const Buffers target = buffers;
@@ -89,7 +91,8 @@ class GatedSocket {
       }
       if (!std::exchange(read, true)) {
         result = error;
-        count = transferred;
+        count = size;
+        gated.transferred += size;
       }
       if (!result && gated.MustWait()) {
         gated.gate->timer.async_wait(std::move(self));
@@ -106,10 +109,11 @@ class GatedSocket {
     bool writing = false;
 
     template <typename Self>
-    void operator()(Self& self, ErrorCode error = {}, std::size_t transferred = 0) {
+    void operator()(Self& self, ErrorCode error = {}, std::size_t size = 0) {
       GatedSocket& gated = owner;
       if (writing) {
-        self.complete(error, transferred);
+        gated.transferred += size;
+        self.complete(error, size);
       } else if (gated.MustWait()) {
         gated.gate->timer.async_wait(std::move(self));
       } else {
@@ -122,6 +126,7 @@ class GatedSocket {
 
   Socket socket;
   StallGate* gate;
+  std::size_t transferred = 0;
 };
 
 }  // namespace ZoSensor

@@ -1,6 +1,7 @@
-// How much a client may ask of the emulator. Plain values, set once from the command line.
+// How much a client may ask of the emulator. Plain values, set once, most of them from the command line.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -15,7 +16,9 @@ struct Limits {
   // its payload, and notified, must neither end the session nor keep the next request waiting.
   std::size_t maxQueue = std::size_t{256} << 20;
   std::size_t maxResources = 100000;
-  std::size_t maxWatches = 100000;          // streams and subscriptions of one session
+  std::size_t maxWatches = 100000;  // streams and subscriptions of one session
+  // At the REST door: until the next request has come, or while not a byte of a body or an answer moves.
+  std::chrono::milliseconds idleTime = std::chrono::seconds(60);
   std::vector<std::string> allowedOrigins;  // beside the server's own; "*" names all
 };
 
