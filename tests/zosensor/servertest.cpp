@@ -269,6 +269,19 @@ TEST_F(Session, AreLimitedInNumber) {
   EXPECT_EQ(status, 101U);
 }
 
+TEST_F(Session, HundredsAreServedByDefault) {
+  Start();
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int i = 0; i < 256; ++i) {
+    clients.push_back(std::make_unique<RawClient>(port));
+    ASSERT_EQ(clients.back()->HandshakeStatus(), 101U) << i;
+  }
+  EXPECT_EQ(RawClient(port).HandshakeStatus(), 503U);
+  for (const auto& client : clients) {
+    EXPECT_EQ(StatusOf(client->Ask(R"({"id":1,"method":"read","uri":"/res"})")), 1);
+  }
+}
+
 TEST_F(Session, OfForeignPagesAreRefused) {
   options.limits.allowedOrigins = {"http://hmi.example"};
   Start();

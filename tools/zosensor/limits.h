@@ -11,7 +11,7 @@ namespace ZoSensor {
 struct Limits {
   std::size_t maxMessage = std::size_t{64} << 20;  // bytes of one request; as much as the SDK sends
   std::size_t maxDepth = 256;                      // nesting of one request; the parser allows no more
-  std::size_t maxClients = 64;                     // sessions at once
+  std::size_t maxClients = 256;                    // sessions at once
   // Bytes that wait for one slow client. A quarter of it holds a largest message: one that is answered with
   // its payload, and notified, must neither end the session nor keep the next request waiting.
   std::size_t maxQueue = std::size_t{256} << 20;
