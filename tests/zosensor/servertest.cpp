@@ -216,6 +216,43 @@ TEST_F(Session, ClosesOnWhatIsTooLargeOrTooDeep) {
   EXPECT_EQ(deep.CloseCode(), 1007U);
 }
 
+TEST_F(Session, CloseCodeReachesAClientThatIsStillSending) {
+  options.limits.maxMessage = 1000;
+  Start();
+  const std::string much(std::size_t{40} << 20, 'x');
+  RawClient large(port);
+  EXPECT_TRUE(large.Send(much));
+  EXPECT_FALSE(large.Receive());
+  EXPECT_EQ(large.CloseCode(), 1009U);
+  RawClient wrong(port);
+  EXPECT_TRUE(wrong.Send("no JSON"));
+  EXPECT_TRUE(wrong.Send(much));
+  EXPECT_FALSE(wrong.Receive());
+  EXPECT_EQ(wrong.CloseCode(), 1007U);
+  RawClient noText(port);
+  EXPECT_TRUE(noText.Send("\xff\xff"));
+  EXPECT_TRUE(noText.Send(much));
+  EXPECT_FALSE(noText.Receive());
+  EXPECT_EQ(noText.CloseCode(), 1007U);
+}
+
+TEST_F(Session, CloseCodeDoesNotWaitBehindLargePushes) {
+  Start({}, R"({"resources": {"/big": {"content": "", "writable": true}}})");
+  const std::string text(std::size_t{20} << 20, 'x');
+  ASSERT_EQ(Rest("PATCH", "/big", "\"" + text + "\"").status, 200U);
+  SessionWishes wishes;
+  wishes.receiveBuffer = 4096;
+  RawClient client(port, wishes);
+  for (int i = 1; i <= 3; ++i) {
+    ASSERT_TRUE(client.Send(fmt::format(R"({{"id":{},"method":"read","uri":"/big"}})", i)));
+  }
+  ASSERT_TRUE(client.Send("no JSON"));
+  EXPECT_TRUE(client.Send(text));  // and reads only now
+  EXPECT_FALSE(client.Receive());  // not even the answer that was under way
+  EXPECT_FALSE(client.TimedOut());
+  EXPECT_EQ(client.CloseCode(), 1007U);
+}
+
 TEST_F(Session, TakesMessagesOf64MiBAndNoLargerOnes) {
   Start();
   const std::string head = R"({"id":1,"method":"read","uri":"/res","padding":")";

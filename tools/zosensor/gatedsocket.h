@@ -4,7 +4,10 @@
 // Threads: the I/O thread alone. Owner: the gate belongs to the server, the socket to its connection.
 #pragma once
 
+#include <array>
+#include <chrono>
 #include <cstddef>
+#include <memory>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
@@ -54,6 +57,15 @@ class GatedSocket {
     ErrorCode ignored;  // closing a socket that is closed already is no fault
     socket.close(ignored);
     gate->Kick();
+  }
+
+  // Ends the sending side, then throws away what comes until the other side ends as well, for a bounded time
+  // and size. Closing under the hands of a client that still sends would reset the connection, and lose what
+  // it was told last. Not held up by the gate.
+  template <typename Token>
+  auto AsyncLinger(Token&& token) {
+    return boost::asio::async_compose<Token, void(ErrorCode)>(
+        LingerOperation{*this, std::make_shared<Lingering>(socket.get_executor())}, token, socket);
   }
 
   template <typename Buffers, typename Token>
@@ -121,6 +133,46 @@ class GatedSocket {
         const Buffers source = buffers;
         gated.socket.async_write_some(source, std::move(self));
       }
+    }
+  };
+
+  struct Lingering {
+    explicit Lingering(const executor_type& executor) : timer(executor) {}
+    boost::asio::steady_timer timer;
+    std::array<char, 65536> waste{};
+    std::size_t count = 0;
+    bool started = false;
+    bool over = false;
+  };
+
+  struct LingerOperation {
+    GatedSocket& owner;
+    std::shared_ptr<Lingering> state;
+
+    template <typename Self>
+    void operator()(Self& self, ErrorCode error = {}, std::size_t size = 0) {
+      constexpr auto LongestTime = std::chrono::seconds(10);
+      constexpr std::size_t MostBytes = std::size_t{256} << 20;
+      GatedSocket& gated = owner;
+      const auto lingering = state;
+      if (!std::exchange(lingering->started, true)) {
+        gated.socket.shutdown(Socket::shutdown_send, error);
+        lingering->timer.expires_after(LongestTime);
+        lingering->timer.async_wait([lingering, &gated](ErrorCode stopped) {
+          if (!stopped && !lingering->over) {
+            gated.Close();
+          }
+        });
+      }
+      lingering->count += size;
+      if (!error && lingering->count < MostBytes) {
+        gated.socket.async_read_some(boost::asio::buffer(lingering->waste), std::move(self));
+        return;
+      }
+      lingering->over = true;
+      lingering->timer.cancel();
+      gated.Close();
+      self.complete(error == boost::asio::error::eof ? ErrorCode() : error);
     }
   };
 
