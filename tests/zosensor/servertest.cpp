@@ -389,6 +389,22 @@ TEST_F(Session, DozensOfClientsAndThousandsOfResources) {
   }
 }
 
+TEST_F(Session, LogNamesTheFirstReasonOfTheEnd) {
+  std::string lines;
+  log = Log(LogLevel::Info, [&](std::string_view line) { lines += std::string(line) + "\n"; });
+  Start();
+  RawClient cut(port);
+  ASSERT_EQ(cut.HandshakeStatus(), 101U);
+  ASSERT_EQ(Rest("POST", "/faults/cut").status, 200U);
+  EXPECT_FALSE(cut.Receive());
+  RawClient wrong(port);
+  ASSERT_TRUE(wrong.Send("no JSON"));
+  EXPECT_FALSE(wrong.Receive());
+  Stop();
+  EXPECT_NE(lines.find("ends its session: on purpose"), std::string::npos) << lines;
+  EXPECT_NE(lines.find("ends its session: not a JSON object"), std::string::npos) << lines;
+}
+
 TEST_F(Session, EndsWithGoingAwayWhenTheSensorStops) {
   Start();
   RawClient client(port);
