@@ -458,7 +458,8 @@ TEST_F(SessionCoreTest, RefusedStartIsBusy) {
   Restart({"refuse_start=true"});
   faults->Install(*sensor, now);
   EXPECT_EQ(Json(AskOne(R"({"id":1,"method":"call","uri":"/system/start"})")).At("status").ToString(),
-            "1");  // it runs
+            "-503");  // though it runs
+  EXPECT_TRUE(sensor->Running());
   AskOne(R"({"id":2,"method":"call","uri":"/system/stop"})");
   EXPECT_EQ(Json(AskOne(R"({"id":3,"method":"call","uri":"/system/start"})")).At("status").ToString(),
             "-503");

@@ -69,7 +69,7 @@ void Sensor::AddSystemResources(Time now) {
 }
 
 Answer Sensor::SetRunning(bool run, Time now) {
-  if (run && !running && startObjection) {
+  if (run && startObjection) {
     if (auto objection = startObjection()) {
       return Answer::Failure(Status::Busy, *std::move(objection));
     }

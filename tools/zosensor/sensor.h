@@ -71,7 +71,7 @@ class Sensor {
   void AddPermanent(std::shared_ptr<Resource> resource, Time now);
   // Puts a content in place and notifies of the change.
   void Overwrite(const std::string& path, ZoJson content, Time now);
-  // Asked before acquisition starts; a sentence refuses.
+  // Asked whenever acquisition shall start, also while it runs; a sentence refuses.
   std::function<std::optional<std::string>()> startObjection;
 
  private:
