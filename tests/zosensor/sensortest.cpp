@@ -349,6 +349,18 @@ TEST_F(SensorTest, StreamingAgainChangesNothingAndStopsOnce) {
   EXPECT_TRUE(watcher.items.empty());
 }
 
+TEST_F(SensorTest, StreamingAgainSucceedsAlsoWhenTheContentHasBecomeEmpty) {
+  Create("/list", "[1]");
+  EXPECT_EQ(sensor->StartStream(watcher, "/list", now).status, 1);
+  EXPECT_EQ(Update("/list", "[]").status, 1);
+  const Answer again = sensor->StartStream(watcher, "/list", now);
+  EXPECT_EQ(again.status, 1);
+  EXPECT_EQ(*again.payload, "[]");
+  EXPECT_EQ(sensor->StartStream(watcher, "list", now).status, -405);  // another stream
+  EXPECT_FALSE(sensor->StopStream(watcher, "/list").bare);
+  EXPECT_EQ(sensor->StartStream(watcher, "/list", now).status, -405);
+}
+
 TEST_F(SensorTest, EachSpellingIsAStreamOfItsOwn) {
   sensor->StartStream(watcher, "/wave", now);
   sensor->StartStream(watcher, "wave", now);
