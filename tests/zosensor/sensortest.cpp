@@ -170,6 +170,17 @@ TEST_F(SensorTest, SubscriptionOfEverythingSparesMethods) {
                                                       "/system", "/wave", "/wave/sub"}));
 }
 
+TEST_F(SensorTest, EverythingBelowTheRootIsEverything) {
+  Subscribe("/*");
+  const std::vector<std::string> everything = watcher.Uris();
+  watcher.Take();
+  EXPECT_EQ(Subscribe("//*").status, 1);
+  EXPECT_EQ(watcher.Uris(), everything);
+  watcher.Take();
+  Update("/set", R"({"v":2})");
+  EXPECT_EQ(watcher.Uris(), std::vector<std::string>{"/set"});
+}
+
 TEST_F(SensorTest, SubscribingAgainChangesNothing) {
   Subscribe("/set");
   EXPECT_EQ(Subscribe("/set").status, 1);
