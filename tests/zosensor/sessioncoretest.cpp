@@ -367,6 +367,19 @@ TEST_F(SessionCoreTest, ReorderedAnswersAreOvertakenByTheNext) {
   EXPECT_EQ(outlet.Take().size(), 1U);
 }
 
+TEST_F(SessionCoreTest, ReorderedAnswerDoesNotWaitForASlowOne) {
+  Restart({"reorder=1"});
+  EXPECT_TRUE(Ask(R"({"id":1,"method":"read","uri":"/res"})").empty());
+  now += 180ms;
+  EXPECT_TRUE(Ask(R"({"id":2,"method":"call","uri":"/slow"})").empty());  // takes 50 ms
+  now += 20ms;
+  core->Step(now);
+  EXPECT_EQ(outlet.Take(), std::vector<std::string>{R"({"id":1,"status":1,"uri":"/res","payload":{"v":1}})"});
+  now += 30ms;
+  core->Step(now);
+  EXPECT_EQ(outlet.Take(), std::vector<std::string>{R"({"id":2,"status":1,"uri":"/slow","payload":1})"});
+}
+
 TEST_F(SessionCoreTest, CutsAfterSoManyRequests) {
   Restart({"cut_every_requests=3"});
   Ask(R"({"id":1,"method":"read","uri":"/res"})");
