@@ -32,7 +32,7 @@ std::vector<std::string> Choose(const std::vector<std::string>& resources, const
   const std::string top = uri.starts_with('/') ? uri : "/" + uri;
   const std::string below = top.ends_with('/') ? top : top + "/";
   for (const std::string& resource : resources) {
-    if (resource == top || resource.starts_with(below)) {
+    if (uri.empty() || resource == uri || resource == top || resource.starts_with(below)) {
       chosen.push_back(resource);
     }
   }
