@@ -87,6 +87,13 @@ TEST_F(SensorTest, UpdateMergesOrRefusesWithItsReason) {
   EXPECT_FALSE(Update("/set", R"({"v":"x"})").error.empty());
 }
 
+TEST_F(ModelFixture, MethodWithoutContentIsNotUpdatedEvenWhereItSaysWritable) {
+  Start(R"({"resources": {"/method": {"call": {}, "writable": true}}})");
+  EXPECT_EQ(Update("/method", "1").status, -405);
+  EXPECT_EQ(Update("/method", "{}").status, -405);
+  EXPECT_EQ(Read("/method").status, -404);
+}
+
 TEST_F(SensorTest, SystemResourcesStay) {
   for (const char* path : {"/", "/system", "/system/start", "/system/stop"}) {
     EXPECT_EQ(sensor->Delete(path, now).status, -405) << path;

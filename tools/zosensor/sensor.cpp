@@ -126,6 +126,9 @@ Answer Sensor::Update(const std::string& path, const ZoJson& patch, Time now) {
   if (resource == nullptr) {
     return Answer::NoResource(path);
   }
+  if (!resource->hasContent) {
+    return Answer::Failure(Status::NotAllowed, fmt::format("{} is a method and has no content", path));
+  }
   Refresh(*resource, now);
   auto merged = Merge(resource->Content(), patch, resource->rules);
   if (const auto* refusal = std::get_if<Refusal>(&merged)) {
