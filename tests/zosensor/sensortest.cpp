@@ -94,6 +94,28 @@ TEST_F(ModelFixture, MethodWithoutContentIsNotUpdatedEvenWhereItSaysWritable) {
   EXPECT_EQ(Read("/method").status, -404);
 }
 
+TEST_F(SensorTest, ContentDoesNotOutgrowWhatAMessageHolds) {
+  limits.maxContent = 20;
+  Create("/text", R"({"v":""})");
+  EXPECT_EQ(Update("/text", R"({"v":"123456789012"})").status, 1);  // 20 bytes
+  Subscribe("/text");
+  watcher.Take();
+  const Answer refusal = Update("/text", R"({"v":"1234567890123"})");
+  EXPECT_EQ(refusal.status, -413);
+  EXPECT_FALSE(refusal.error.empty());
+  EXPECT_EQ(Content("/text").ToString(), R"({"v":"123456789012"})");
+  EXPECT_TRUE(watcher.items.empty());
+  EXPECT_EQ(Update("/text", R"({"v":"1"})").status, 1);
+  EXPECT_EQ(Content("/text").ToString(), R"({"v":"1"})");
+}
+
+TEST_F(SensorTest, CallThatWouldMakeAContentTooLargeChangesNothing) {
+  const std::string before = Content("/set").ToString();
+  limits.maxContent = before.size();
+  EXPECT_EQ(Call("/into", R"({"v":1.25e-100})").status, -413);
+  EXPECT_EQ(Content("/set").ToString(), before);
+}
+
 TEST_F(SensorTest, SystemResourcesStay) {
   for (const char* path : {"/", "/system", "/system/start", "/system/stop"}) {
     EXPECT_EQ(sensor->Delete(path, now).status, -405) << path;

@@ -17,6 +17,8 @@ struct Limits {
   std::size_t maxQueue = std::size_t{256} << 20;
   std::size_t maxResources = 100000;
   std::size_t maxWatches = 100000;  // streams and subscriptions of one session
+  // Bytes of a content's text that an update may make, for it shall still fit into a message.
+  std::size_t maxContent = std::size_t{64} << 20;
   // At the REST door: until the next request has come, or while not a byte of a body or an answer moves.
   std::chrono::milliseconds idleTime = std::chrono::seconds(60);
   std::vector<std::string> allowedOrigins;  // beside the server's own; "*" names all

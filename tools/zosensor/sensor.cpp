@@ -135,12 +135,16 @@ Answer Sensor::Update(const std::string& path, const ZoJson& patch, Time now) {
     return Answer::Failure(refusal->status, fmt::format("{}: {}", path, refusal->reason));
   }
   ZoJson& content = std::get<ZoJson>(merged);
+  SharedText text = ShareText(content.ToString());
+  if (text->size() > limits.maxContent) {
+    return TooLarge(path);
+  }
   if (resource->objection) {
     if (auto objection = resource->objection(content)) {
       return Answer::Failure(Status::WrongKind, *std::move(objection));
     }
   }
-  Change(*resource, std::move(content), now);
+  Change(*resource, std::move(content), now, std::move(text));
   if (resource->written) {
     resource->written(now);
   }
@@ -263,9 +267,14 @@ void Sensor::RefreshFollowers(const std::string& path, Time now) {
   });
 }
 
-void Sensor::Change(Resource& resource, ZoJson content, Time now) {
+Answer Sensor::TooLarge(const std::string& path) const {
+  return Answer::Failure(Status::TooLarge,
+                         fmt::format("{} would hold more than {} bytes", path, limits.maxContent));
+}
+
+void Sensor::Change(Resource& resource, ZoJson content, Time now, SharedText text) {
   RefreshFollowers(resource.Path(), now);
-  if (resource.SetContent(std::move(content))) {
+  if (resource.SetContent(std::move(content), std::move(text))) {
     Notify(resource, resource.Text(), now);
   }
 }

@@ -89,12 +89,14 @@ class Sensor {
   void ChangeAll(std::map<std::string, ZoJson> contents, Time now);
 
   Answer TooManyWatches() const;
+  Answer TooLarge(const std::string& path) const;
 
   // Brings a content up to now; Refresh also notifies of the change.
   bool Resample(Resource& resource, Time now);
   void Refresh(Resource& resource, Time now);
   void RefreshFollowers(const std::string& path, Time now);
-  void Change(Resource& resource, ZoJson content, Time now);
+  // text: the content's, when it has been printed already.
+  void Change(Resource& resource, ZoJson content, Time now, SharedText text = nullptr);
   void Notify(Resource& resource, const SharedText& payload, Time now);
   void PushStreams(Resource& resource, Time now);
   void Tick(const std::shared_ptr<Resource>& resource, Time now);
