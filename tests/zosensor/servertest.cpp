@@ -530,6 +530,38 @@ TEST_F(RestOverSockets, RefusesWhatIsTooLargeOrNoHttp) {
   EXPECT_EQ(received.rfind("HTTP/1.1 400", 0), 0U) << received;
 }
 
+TEST_F(RestOverSockets, PagesThatHideTheirOriginAreRefused) {
+  options.limits.allowedOrigins = {"http://hmi.example"};
+  Start();
+  for (const char* site : {"cross-site", "same-site"}) {
+    const HttpAnswer answer = Rest("GET", "/res", "", {{"Sec-Fetch-Site", site}});
+    EXPECT_EQ(answer.status, 403U) << site;
+    EXPECT_EQ(StatusOf(ZoJson::ParseString(answer.body)), -403) << site;
+    EXPECT_EQ(Rest("GET", "/res", "", {{"Sec-Fetch-Site", site}, {"Origin", "http://hmi.example"}}).status,
+              200U);
+  }
+  for (const char* site : {"same-origin", "none"}) {
+    EXPECT_EQ(Rest("GET", "/res", "", {{"Sec-Fetch-Site", site}}).status, 200U) << site;
+  }
+  Stop();
+  options.limits.allowedOrigins = {"*"};
+  Start();
+  EXPECT_EQ(Rest("GET", "/res", "", {{"Sec-Fetch-Site", "cross-site"}}).status, 200U);
+}
+
+TEST_F(RestOverSockets, AnotherVersionOfWebSocketIsRefusedWithADocument) {
+  Start();
+  const HttpAnswer answer = AskHttp(port, "GET", "/vyrn/v1", "",
+                                    {{"Connection", "Upgrade"},
+                                     {"Upgrade", "websocket"},
+                                     {"Sec-WebSocket-Key", "dGhlIHNhbXBsZSBub25jZQ=="},
+                                     {"Sec-WebSocket-Version", "12"}});
+  EXPECT_EQ(answer.status, 426U);
+  EXPECT_EQ(answer.headers.at("sec-websocket-version"), "13");
+  EXPECT_EQ(answer.headers.at("content-type"), "application/json");
+  EXPECT_EQ(StatusOf(ZoJson::ParseString(answer.body)), -426);
+}
+
 TEST_F(RestOverSockets, ForeignPagesAreRefusedOthersGetTheirHeaders) {
   options.limits.allowedOrigins = {"http://hmi.example"};
   Start();

@@ -203,6 +203,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     }
     if (answer.status == 426) {
       response.set(http::field::upgrade, "websocket");
+      response.set(http::field::sec_websocket_version, "13");
     }
     AddCrossOriginHeaders(answer.status == 204);
     const bool ends = !keepAlive || site.closing;
