@@ -158,7 +158,9 @@ TEST_F(ZohostProcess, BrowseListsWhatLiesBelowAResource) {
   EXPECT_EQ(below.status, 0) << below.err;
   EXPECT_EQ(CountLines(below.out), 4u);
   EXPECT_EQ(Ask({"browse", "x", "/other"}).out, "/other# = text (string)\n");
+  EXPECT_EQ(Ask({"browse", "x", "motor"}).out, below.out);
   EXPECT_EQ(Ask({"browse", "x", "/mot"}).status, 1);
+  EXPECT_EQ(Ask({"browse", "x", "mot"}).status, 1);
   const Result offline = Ask({"browse", "offline"});
   EXPECT_EQ(offline.status, 1);
   EXPECT_EQ(offline.err, "zohost: the resources cannot be listed.\n  plug-in: Cannot connect to nowhere.\n");

@@ -248,11 +248,19 @@ HttpAnswer AskHttp(std::uint16_t port, const std::string& method, const std::str
 }
 
 std::string Exchange(std::uint16_t port, std::string_view bytes) {
+  return ExchangeParts(port, {std::string(bytes)}, [] {});
+}
+
+std::string ExchangeParts(std::uint16_t port, const std::vector<std::string>& parts,
+                          const std::function<void()>& between) {
   asio::io_context io;
   tcp::socket socket(io);
   socket.connect(Loopback(port));
-  RunToEnd(io, socket, ZoTest::kLimit,
-           [&](auto done) { asio::async_write(socket, asio::buffer(bytes.data(), bytes.size()), done); });
+  for (const std::string& part : parts) {
+    RunToEnd(io, socket, ZoTest::kLimit,
+             [&](auto done) { asio::async_write(socket, asio::buffer(part), done); });
+    between();
+  }
   std::string received;
   RunToEnd(io, socket, ZoTest::kLimit,
            [&](auto done) { asio::async_read(socket, asio::dynamic_buffer(received), done); });

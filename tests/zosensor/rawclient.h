@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -75,5 +76,8 @@ HttpAnswer AskHttp(std::uint16_t port, const std::string& method, const std::str
 
 // Sends bytes on a connection of their own and gives all that comes until its end.
 std::string Exchange(std::uint16_t port, std::string_view bytes);
+// The same in parts, with something else done after each.
+std::string ExchangeParts(std::uint16_t port, const std::vector<std::string>& parts,
+                          const std::function<void()>& between);
 
 }  // namespace ZoSensor

@@ -90,6 +90,25 @@ TEST(ResourceFile, EveryMistakeNamesItsPlace) {
        "plant.json:1:43: /a is there already"},
       {"{\"resources\": {\"/a{3..1}\": {\"content\": 1}}}",
        "plant.json:1:28: a range is {first..last}, at most 100000 numbers"},
+      {"{\"resources\": {\"/a{1..2}{3..4}\": {\"content\": 1}}}",
+       "plant.json:1:34: a URI holds one range at most"},
+      {"{\"resources\": {\"/a{1..2\": {\"content\": 1}}}",
+       "plant.json:1:27: a { in a URI begins a range, and there is no } to end it"},
+      {"{\"resources\": {\"/a{b}\": {\"content\": 1}}}",
+       "plant.json:1:25: a range is {first..last}, at most 100000 numbers"},
+      {"{\"resources\": {\n \"/a\": {\"content\": {\"v\":1}, \"waves\": {\n  \"/v\": {\"wave\": \"follow\", "
+       "\"source\": \"/b\"}}}}}",
+       "plant.json:3:38: there is no resource /b"},
+      {"{\"resources\": {\n \"/a\": {\"call\": {\"merge_into\": \"b\"}}}}",
+       "plant.json:2:32: there is no resource /b"},
+      {"{\"resources\": {\n \"/a\": {\"call\": {\"set\": {\"/a/b\": 1}}}}}",
+       "plant.json:2:34: there is no resource /a/b"},
+      {"{\"resources\": {\n \"/a\": {\"call\": {\"set\": {\"/system\": {\"state\": 1}}}}}}",
+       "plant.json:2:37: there is no resource /system"},
+      {"{\"resources\": {\n \"/a\": {\"call\": {\"merge_into\": \"/b\"}}, \"/b\": {\"call\": {}}}}",
+       "plant.json:2:32: /b is a method and has no content"},
+      {"{\"resources\": {\n \"/a\": {\"call\": {\"set\": {\"/a\": 1}}}}}",
+       "plant.json:2:32: /a is a method and has no content"},
       {"{\"resources\": {\"/a\": {\"content\": 1, \"appears_after_s\": 5, \"vanishes_after_s\": 5}}}",
        "plant.json:1:79: a resource cannot vanish before it appears"},
       {"{\"resources\": {\"/a\": {\"call\": {\"reslut\": 1}}}}",
@@ -108,6 +127,17 @@ TEST(ResourceFile, RangesMakeManyResources) {
   ASSERT_EQ(description.resources.size(), 4U);
   EXPECT_EQ(description.resources.front().resource->Path(), "/bench/r008/x");
   EXPECT_EQ(description.resources.back().resource->Path(), "/bench/r011/x");
+}
+
+TEST(ResourceFile, ResourcesMayBeNamedBeforeTheyAreDefined) {
+  const auto description = ParseResources(
+      R"({"resources": {
+          "/a": {"content": {"v": 1, "w": 1}, "waves": {"/v": {"wave": "follow", "source": "r2"},
+                                                        "/w": {"wave": "follow", "source": "/system", "at": "/state"}}},
+          "/b": {"call": {"merge_into": "/r1", "set": {"r3": {"value": 2}}}},
+          "/r{1..3}": {"content": {"value": 1}}}})",
+      "f");
+  EXPECT_EQ(description.resources.size(), 5U);
 }
 
 TEST(ResourceFile, DefaultsAreTheDocumentedOnes) {

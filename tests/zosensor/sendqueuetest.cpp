@@ -63,6 +63,20 @@ TEST(SendQueue, WhatIsBeingWrittenIsNotReplacedAndCounts) {
   EXPECT_EQ(Drain(queue), std::vector<std::string>{"second"});
 }
 
+TEST(SendQueue, ClearedQueueCountsOnlyWhatIsBeingWritten) {
+  SendQueue queue(8000);
+  queue.Add(Item(Outgoing::Kind::Answer, "a"));
+  queue.Add(Item(Outgoing::Kind::Stream, "s", "/a"));
+  queue.Take();
+  queue.Clear();
+  EXPECT_TRUE(queue.Empty());
+  EXPECT_GT(queue.Bytes(), 0U);
+  queue.Written();
+  EXPECT_EQ(queue.Bytes(), 0U);
+  queue.Add(Item(Outgoing::Kind::Stream, "t", "/a"));
+  EXPECT_EQ(Drain(queue), std::vector<std::string>{"t"});
+}
+
 TEST(SendQueue, WhatMayNotBeDroppedFillsItUntilTheClientIsGivenUp) {
   SendQueue queue(4000);
   int added = 0;

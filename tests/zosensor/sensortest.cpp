@@ -87,6 +87,35 @@ TEST_F(SensorTest, UpdateMergesOrRefusesWithItsReason) {
   EXPECT_FALSE(Update("/set", R"({"v":"x"})").error.empty());
 }
 
+TEST_F(ModelFixture, MethodWithoutContentIsNotUpdatedEvenWhereItSaysWritable) {
+  Start(R"({"resources": {"/method": {"call": {}, "writable": true}}})");
+  EXPECT_EQ(Update("/method", "1").status, -405);
+  EXPECT_EQ(Update("/method", "{}").status, -405);
+  EXPECT_EQ(Read("/method").status, -404);
+}
+
+TEST_F(SensorTest, ContentDoesNotOutgrowWhatAMessageHolds) {
+  limits.maxContent = 20;
+  Create("/text", R"({"v":""})");
+  EXPECT_EQ(Update("/text", R"({"v":"123456789012"})").status, 1);  // 20 bytes
+  Subscribe("/text");
+  watcher.Take();
+  const Answer refusal = Update("/text", R"({"v":"1234567890123"})");
+  EXPECT_EQ(refusal.status, -413);
+  EXPECT_FALSE(refusal.error.empty());
+  EXPECT_EQ(Content("/text").ToString(), R"({"v":"123456789012"})");
+  EXPECT_TRUE(watcher.items.empty());
+  EXPECT_EQ(Update("/text", R"({"v":"1"})").status, 1);
+  EXPECT_EQ(Content("/text").ToString(), R"({"v":"1"})");
+}
+
+TEST_F(SensorTest, CallThatWouldMakeAContentTooLargeChangesNothing) {
+  const std::string before = Content("/set").ToString();
+  limits.maxContent = before.size();
+  EXPECT_EQ(Call("/into", R"({"v":1.25e-100})").status, -413);
+  EXPECT_EQ(Content("/set").ToString(), before);
+}
+
 TEST_F(SensorTest, SystemResourcesStay) {
   for (const char* path : {"/", "/system", "/system/start", "/system/stop"}) {
     EXPECT_EQ(sensor->Delete(path, now).status, -405) << path;
@@ -170,6 +199,17 @@ TEST_F(SensorTest, SubscriptionOfEverythingSparesMethods) {
                                                       "/system", "/wave", "/wave/sub"}));
 }
 
+TEST_F(SensorTest, EverythingBelowTheRootIsEverything) {
+  Subscribe("/*");
+  const std::vector<std::string> everything = watcher.Uris();
+  watcher.Take();
+  EXPECT_EQ(Subscribe("//*").status, 1);
+  EXPECT_EQ(watcher.Uris(), everything);
+  watcher.Take();
+  Update("/set", R"({"v":2})");
+  EXPECT_EQ(watcher.Uris(), std::vector<std::string>{"/set"});
+}
+
 TEST_F(SensorTest, SubscribingAgainChangesNothing) {
   Subscribe("/set");
   EXPECT_EQ(Subscribe("/set").status, 1);
@@ -234,15 +274,56 @@ TEST_F(SensorTest, CreationAndDeletionAreNotified) {
   Subscribe("/");
   watcher.Take();
   Create("/new/one", R"({"a":1})");
+  Pass(0ms);
   auto items = watcher.Take();
   ASSERT_EQ(items.size(), 2U);
   EXPECT_EQ(items[0].message.ToString(), R"({"event":"notification","uri":"/new/one","payload":{"a":1}})");
   EXPECT_EQ(items[1].uri, "/");
   sensor->Delete("/new/one", now);
+  Pass(100ms);
   items = watcher.Take();
   ASSERT_EQ(items.size(), 2U);
   EXPECT_EQ(items[0].message.ToString(), R"({"event":"notification","uri":"/new/one","payload":null})");
   EXPECT_EQ(items[1].message.At("payload").ToString(), Content("/").ToString());
+}
+
+TEST_F(SensorTest, ManyCreationsAndDeletionsAreToldInOneList) {
+  Subscribe("/");
+  watcher.Take();
+  for (int i = 0; i < 1000; ++i) {
+    Create(fmt::format("/new/{}", i), "1");
+  }
+  EXPECT_TRUE(watcher.items.empty());
+  Pass(0ms);
+  auto items = watcher.Take();
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(items[0].message.At("payload").ToString(), Content("/").ToString());
+  // Those that follow at once wait together, too, and are told in the end.
+  for (int i = 0; i < 100; ++i) {
+    sensor->Delete(fmt::format("/new/{}", i), now);
+    Pass(100us);
+  }
+  EXPECT_TRUE(watcher.items.empty());
+  Pass(90ms);
+  items = watcher.Take();
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(items[0].message.At("payload/resources").Size(), sensor->ResourceCount());
+  Pass(1s);
+  EXPECT_TRUE(watcher.items.empty());
+}
+
+TEST_F(ModelFixture, ManyResourcesThatAppearAtOnceAreToldInOneList) {
+  Start(R"({"resources": {"/r{0001..2000}": {"content": 1, "appears_after_s": 1, "vanishes_after_s": 2}}})");
+  Subscribe("*");
+  watcher.Take();
+  Pass(1s);
+  EXPECT_EQ(watcher.items.size(), 2001U);
+  ASSERT_FALSE(watcher.items.empty());
+  EXPECT_EQ(watcher.items.back().uri, "/");
+  EXPECT_EQ(watcher.items.back().message.At("payload").ToString(), Content("/").ToString());
+  watcher.Take();
+  Pass(1s);
+  EXPECT_EQ(watcher.Take().size(), 2001U);
 }
 
 TEST_F(SensorTest, MeasurementIsNotifiedAtEachOfItsChanges) {
@@ -306,6 +387,18 @@ TEST_F(SensorTest, StreamingAgainChangesNothingAndStopsOnce) {
   EXPECT_TRUE(sensor->StopStream(watcher, "/none").bare);
   Pass(1s);
   EXPECT_TRUE(watcher.items.empty());
+}
+
+TEST_F(SensorTest, StreamingAgainSucceedsAlsoWhenTheContentHasBecomeEmpty) {
+  Create("/list", "[1]");
+  EXPECT_EQ(sensor->StartStream(watcher, "/list", now).status, 1);
+  EXPECT_EQ(Update("/list", "[]").status, 1);
+  const Answer again = sensor->StartStream(watcher, "/list", now);
+  EXPECT_EQ(again.status, 1);
+  EXPECT_EQ(*again.payload, "[]");
+  EXPECT_EQ(sensor->StartStream(watcher, "list", now).status, -405);  // another stream
+  EXPECT_FALSE(sensor->StopStream(watcher, "/list").bare);
+  EXPECT_EQ(sensor->StartStream(watcher, "/list", now).status, -405);
 }
 
 TEST_F(SensorTest, EachSpellingIsAStreamOfItsOwn) {

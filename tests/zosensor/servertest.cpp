@@ -216,6 +216,43 @@ TEST_F(Session, ClosesOnWhatIsTooLargeOrTooDeep) {
   EXPECT_EQ(deep.CloseCode(), 1007U);
 }
 
+TEST_F(Session, CloseCodeReachesAClientThatIsStillSending) {
+  options.limits.maxMessage = 1000;
+  Start();
+  const std::string much(std::size_t{40} << 20, 'x');
+  RawClient large(port);
+  EXPECT_TRUE(large.Send(much));
+  EXPECT_FALSE(large.Receive());
+  EXPECT_EQ(large.CloseCode(), 1009U);
+  RawClient wrong(port);
+  EXPECT_TRUE(wrong.Send("no JSON"));
+  EXPECT_TRUE(wrong.Send(much));
+  EXPECT_FALSE(wrong.Receive());
+  EXPECT_EQ(wrong.CloseCode(), 1007U);
+  RawClient noText(port);
+  EXPECT_TRUE(noText.Send("\xff\xff"));
+  EXPECT_TRUE(noText.Send(much));
+  EXPECT_FALSE(noText.Receive());
+  EXPECT_EQ(noText.CloseCode(), 1007U);
+}
+
+TEST_F(Session, CloseCodeDoesNotWaitBehindLargePushes) {
+  Start({}, R"({"resources": {"/big": {"content": "", "writable": true}}})");
+  const std::string text(std::size_t{20} << 20, 'x');
+  ASSERT_EQ(Rest("PATCH", "/big", "\"" + text + "\"").status, 200U);
+  SessionWishes wishes;
+  wishes.receiveBuffer = 4096;
+  RawClient client(port, wishes);
+  for (int i = 1; i <= 3; ++i) {
+    ASSERT_TRUE(client.Send(fmt::format(R"({{"id":{},"method":"read","uri":"/big"}})", i)));
+  }
+  ASSERT_TRUE(client.Send("no JSON"));
+  EXPECT_TRUE(client.Send(text));  // and reads only now
+  EXPECT_FALSE(client.Receive());  // not even the answer that was under way
+  EXPECT_FALSE(client.TimedOut());
+  EXPECT_EQ(client.CloseCode(), 1007U);
+}
+
 TEST_F(Session, TakesMessagesOf64MiBAndNoLargerOnes) {
   Start();
   const std::string head = R"({"id":1,"method":"read","uri":"/res","padding":")";
@@ -267,6 +304,19 @@ TEST_F(Session, AreLimitedInNumber) {
     status = RawClient(port).HandshakeStatus();
   }
   EXPECT_EQ(status, 101U);
+}
+
+TEST_F(Session, HundredsAreServedByDefault) {
+  Start();
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int i = 0; i < 256; ++i) {
+    clients.push_back(std::make_unique<RawClient>(port));
+    ASSERT_EQ(clients.back()->HandshakeStatus(), 101U) << i;
+  }
+  EXPECT_EQ(RawClient(port).HandshakeStatus(), 503U);
+  for (const auto& client : clients) {
+    EXPECT_EQ(StatusOf(client->Ask(R"({"id":1,"method":"read","uri":"/res"})")), 1);
+  }
 }
 
 TEST_F(Session, OfForeignPagesAreRefused) {
@@ -337,6 +387,22 @@ TEST_F(Session, DozensOfClientsAndThousandsOfResources) {
   for (const auto& client : clients) {
     EXPECT_EQ(client->NextPush().ToString(), R"({"event":"notification","uri":"/r1234","payload":{"v":5}})");
   }
+}
+
+TEST_F(Session, LogNamesTheFirstReasonOfTheEnd) {
+  std::string lines;
+  log = Log(LogLevel::Info, [&](std::string_view line) { lines += std::string(line) + "\n"; });
+  Start();
+  RawClient cut(port);
+  ASSERT_EQ(cut.HandshakeStatus(), 101U);
+  ASSERT_EQ(Rest("POST", "/faults/cut").status, 200U);
+  EXPECT_FALSE(cut.Receive());
+  RawClient wrong(port);
+  ASSERT_TRUE(wrong.Send("no JSON"));
+  EXPECT_FALSE(wrong.Receive());
+  Stop();
+  EXPECT_NE(lines.find("ends its session: on purpose"), std::string::npos) << lines;
+  EXPECT_NE(lines.find("ends its session: not a JSON object"), std::string::npos) << lines;
 }
 
 TEST_F(Session, EndsWithGoingAwayWhenTheSensorStops) {
@@ -423,6 +489,38 @@ TEST_F(RestOverSockets, InvitesABodyThatWaits) {
   EXPECT_EQ(received.rfind("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK", 0), 0U) << received;
 }
 
+TEST_F(RestOverSockets, SlowAnswerIsNoIdleTime) {
+  options.limits.idleTime = 100ms;
+  Start({}, R"({"resources": {"/slow": {"call": {"result": "done", "delay_ms": 500}}}})");
+  EXPECT_EQ(Rest("POST", "/slow").body, R"({"status":1,"uri":"/slow","payload":"done"})");
+}
+
+TEST_F(RestOverSockets, IdleClientAndStalledBodyEndTheConnection) {
+  options.limits.idleTime = 100ms;
+  Start();
+  EXPECT_EQ(Exchange(port, ""), "");
+  const ZoTest::Stopwatch watch;
+  EXPECT_EQ(
+      Exchange(port,
+               "PATCH /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\nContent-Length: 7\r\n\r\n{"),
+      "");
+  EXPECT_LT(watch.Elapsed(), ZoTest::kLimit);
+}
+
+TEST_F(RestOverSockets, SlowBodyIsTakenWhileItMoves) {
+  options.limits.idleTime = 1s;
+  Start({}, R"({"resources": {"/res": {"content": {"v": 1}, "writable": true},
+                              "/pause": {"call": {"delay_ms": 400}}}})");
+  const std::string received =
+      ExchangeParts(port,
+                    {"PATCH /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\nContent-Length: 7\r\n"
+                     "Connection: close\r\n\r\n",
+                     "{", "\"v", "\":", "8", "}"},
+                    [&] { EXPECT_EQ(Rest("POST", "/pause").status, 200U); });
+  EXPECT_EQ(received.rfind("HTTP/1.1 200 OK", 0), 0U) << received;
+  EXPECT_EQ(Rest("GET", "/res").body, R"({"status":1,"uri":"/res","payload":{"v":8}})");
+}
+
 TEST_F(RestOverSockets, RefusesWhatIsTooLargeOrNoHttp) {
   options.limits.maxMessage = 1000;
   Start();
@@ -430,6 +528,38 @@ TEST_F(RestOverSockets, RefusesWhatIsTooLargeOrNoHttp) {
   EXPECT_EQ(Rest("GET", "/res", "", {{"X-Long", std::string(20000, 'x')}}).status, 431U);
   const std::string received = Exchange(port, "what is this\r\n\r\n");
   EXPECT_EQ(received.rfind("HTTP/1.1 400", 0), 0U) << received;
+}
+
+TEST_F(RestOverSockets, PagesThatHideTheirOriginAreRefused) {
+  options.limits.allowedOrigins = {"http://hmi.example"};
+  Start();
+  for (const char* site : {"cross-site", "same-site"}) {
+    const HttpAnswer answer = Rest("GET", "/res", "", {{"Sec-Fetch-Site", site}});
+    EXPECT_EQ(answer.status, 403U) << site;
+    EXPECT_EQ(StatusOf(ZoJson::ParseString(answer.body)), -403) << site;
+    EXPECT_EQ(Rest("GET", "/res", "", {{"Sec-Fetch-Site", site}, {"Origin", "http://hmi.example"}}).status,
+              200U);
+  }
+  for (const char* site : {"same-origin", "none"}) {
+    EXPECT_EQ(Rest("GET", "/res", "", {{"Sec-Fetch-Site", site}}).status, 200U) << site;
+  }
+  Stop();
+  options.limits.allowedOrigins = {"*"};
+  Start();
+  EXPECT_EQ(Rest("GET", "/res", "", {{"Sec-Fetch-Site", "cross-site"}}).status, 200U);
+}
+
+TEST_F(RestOverSockets, AnotherVersionOfWebSocketIsRefusedWithADocument) {
+  Start();
+  const HttpAnswer answer = AskHttp(port, "GET", "/vyrn/v1", "",
+                                    {{"Connection", "Upgrade"},
+                                     {"Upgrade", "websocket"},
+                                     {"Sec-WebSocket-Key", "dGhlIHNhbXBsZSBub25jZQ=="},
+                                     {"Sec-WebSocket-Version", "12"}});
+  EXPECT_EQ(answer.status, 426U);
+  EXPECT_EQ(answer.headers.at("sec-websocket-version"), "13");
+  EXPECT_EQ(answer.headers.at("content-type"), "application/json");
+  EXPECT_EQ(StatusOf(ZoJson::ParseString(answer.body)), -426);
 }
 
 TEST_F(RestOverSockets, ForeignPagesAreRefusedOthersGetTheirHeaders) {

@@ -183,6 +183,32 @@ TEST_F(SessionCoreTest, WhatIsNoJsonObjectClosesTheSession) {
   EXPECT_EQ(outlet.closed, 1007);
 }
 
+TEST_F(SessionCoreTest, JsonThatCannotBeHeldIsMalformedAndClosesNothing) {
+  const std::string digits(400, '7');
+  const std::string head = R"({"id":7,"method":"update","uri":"/res","payload":)";
+  for (const std::string& value :
+       {std::string("1e999"), std::string("-1.5E+0400"), digits, "[0." + digits + "e400]",
+        std::string(R"("\ud800")"), std::string(R"({"v":"a\uDC00b"})"),
+        std::string(R"("\\\ud83d\ud83d\ude00")")}) {
+    const ZoJson answer = Json(AskOne(head + value + "}"));
+    EXPECT_EQ(answer.At("status").ToString(), "-400") << value;
+    EXPECT_EQ(answer.At("id").ToString(), "7") << value;
+    EXPECT_EQ(answer.At("uri").ToString(), "\"/res\"") << value;
+  }
+  for (const std::string& id : {std::string("1e999"), digits, std::string(R"("\ud800")")}) {
+    const ZoJson answer = Json(AskOne(R"({"method":"read","uri":"/res","id":)" + id + "}"));
+    EXPECT_EQ(answer.At("status").ToString(), "-400") << id;
+    EXPECT_TRUE(answer.At("id").IsNull()) << id;
+  }
+  EXPECT_EQ(outlet.closed, 0);
+  for (const char* message : {R"({"id":1e999,})", R"({"id":1e})", R"(["\ud800"])", R"({"id":01e999})",
+                              R"({"id":"\ud80"})", R"({"id":1.e999})", R"(1e999)", R"({"id":"\ud800)"}) {
+    outlet.closed = 0;
+    EXPECT_TRUE(Ask(message).empty()) << message;
+    EXPECT_EQ(outlet.closed, 1007) << message;
+  }
+}
+
 TEST_F(SessionCoreTest, TooDeepMessageClosesTheSession) {
   limits.maxDepth = 5;
   EXPECT_EQ(Json(AskOne(R"({"id":1,"method":"call","uri":"/echo","payload":[[[["]]]][[[["]]]]})"))
@@ -341,6 +367,19 @@ TEST_F(SessionCoreTest, ReorderedAnswersAreOvertakenByTheNext) {
   EXPECT_EQ(outlet.Take().size(), 1U);
 }
 
+TEST_F(SessionCoreTest, ReorderedAnswerDoesNotWaitForASlowOne) {
+  Restart({"reorder=1"});
+  EXPECT_TRUE(Ask(R"({"id":1,"method":"read","uri":"/res"})").empty());
+  now += 180ms;
+  EXPECT_TRUE(Ask(R"({"id":2,"method":"call","uri":"/slow"})").empty());  // takes 50 ms
+  now += 20ms;
+  core->Step(now);
+  EXPECT_EQ(outlet.Take(), std::vector<std::string>{R"({"id":1,"status":1,"uri":"/res","payload":{"v":1}})"});
+  now += 30ms;
+  core->Step(now);
+  EXPECT_EQ(outlet.Take(), std::vector<std::string>{R"({"id":2,"status":1,"uri":"/slow","payload":1})"});
+}
+
 TEST_F(SessionCoreTest, CutsAfterSoManyRequests) {
   Restart({"cut_every_requests=3"});
   Ask(R"({"id":1,"method":"read","uri":"/res"})");
@@ -432,7 +471,8 @@ TEST_F(SessionCoreTest, RefusedStartIsBusy) {
   Restart({"refuse_start=true"});
   faults->Install(*sensor, now);
   EXPECT_EQ(Json(AskOne(R"({"id":1,"method":"call","uri":"/system/start"})")).At("status").ToString(),
-            "1");  // it runs
+            "-503");  // though it runs
+  EXPECT_TRUE(sensor->Running());
   AskOne(R"({"id":2,"method":"call","uri":"/system/stop"})");
   EXPECT_EQ(Json(AskOne(R"({"id":3,"method":"call","uri":"/system/start"})")).At("status").ToString(),
             "-503");

@@ -34,7 +34,7 @@ TEST(Pattern, WithAStarMatchesTheResourceAndWhatLiesBelow) {
 }
 
 TEST(Pattern, BareStarsMatchEverythingAndSpellWithTheSlash) {
-  for (const char* text : {"*", "/*"}) {
+  for (const char* text : {"*", "/*", "//*"}) {
     const auto pattern = Pattern::Parse(text);
     ASSERT_TRUE(pattern) << text;
     EXPECT_TRUE(pattern->slash) << text;

@@ -25,12 +25,14 @@ ResourceAnswer ReadResource(Session& session, Console& console, const std::strin
   return TakeApart(uri, delivery.responses.back());
 }
 
-// The resources that the sensor lists at or below the URI; a URI that it does not list is taken at its word.
+// The resources that the sensor lists at or below the URI, whose leading slash may be left out; a URI that it does
+// not list is taken at its word.
 std::vector<std::string> Choose(const std::vector<std::string>& resources, const std::string& uri) {
   std::vector<std::string> chosen;
-  const std::string below = uri.ends_with('/') ? uri : uri + "/";
+  const std::string top = uri.starts_with('/') ? uri : "/" + uri;
+  const std::string below = top.ends_with('/') ? top : top + "/";
   for (const std::string& resource : resources) {
-    if (uri.empty() || resource == uri || resource.starts_with(below)) {
+    if (uri.empty() || resource == uri || resource == top || resource.starts_with(below)) {
       chosen.push_back(resource);
     }
   }

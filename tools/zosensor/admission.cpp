@@ -1,6 +1,8 @@
 #include "tools/zosensor/admission.h"
 
+#include <algorithm>
 #include <string_view>
+#include <vector>
 
 #include <fmt/format.h>
 #include <boost/beast/http/rfc7230.hpp>
@@ -59,6 +61,13 @@ std::optional<RestAnswer> RefuseHosts(const RequestHeader& header, const Site& s
   return refusal;
 }
 
+// What a page requests without saying where it comes from, as for an image, a browser marks by another header.
+bool IsHiddenPage(const RequestHeader& header, const std::vector<std::string>& allowed) {
+  const std::string_view site = View(header["Sec-Fetch-Site"]);
+  return header.count(http::field::origin) == 0 && (site == "cross-site" || site == "same-site") &&
+         std::find(allowed.begin(), allowed.end(), "*") == allowed.end();
+}
+
 }  // namespace
 
 std::optional<RestAnswer> RefuseRequest(const RequestHeader& header, const Site& site,
@@ -72,6 +81,10 @@ std::optional<RestAnswer> RefuseRequest(const RequestHeader& header, const Site&
     site.log.Warning("{} comes from a page of {}, which is refused", peer, origin);
     return RestDoor::Refuse(403, "", "this origin is not allowed; see --allow-origin");
   }
+  if (IsHiddenPage(header, site.limits.allowedOrigins)) {
+    site.log.Warning("{} comes from a page that does not say its origin, which is refused", peer);
+    return RestDoor::Refuse(403, "", "this page does not say its origin; see --allow-origin");
+  }
   return std::nullopt;
 }
 
@@ -79,6 +92,9 @@ SessionEntry JudgeUpgrade(const RequestHeader& header, const Site& site, const s
   const std::string_view target = View(header.target());
   if (target.substr(0, target.find('?')) != SessionTarget) {
     return {RestDoor::Refuse(404, "", fmt::format("sessions are opened at {}", SessionTarget))};
+  }
+  if (View(header[http::field::sec_websocket_version]) != "13") {
+    return {RestDoor::Refuse(426, "", "sessions speak WebSocket, version 13")};
   }
   // A client may spread its offer over several lines.
   const auto [firstLine, lastLine] = header.equal_range(http::field::sec_websocket_protocol);

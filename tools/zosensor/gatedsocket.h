@@ -4,7 +4,10 @@
 // Threads: the I/O thread alone. Owner: the gate belongs to the server, the socket to its connection.
 #pragma once
 
+#include <array>
+#include <chrono>
 #include <cstddef>
+#include <memory>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
@@ -47,11 +50,22 @@ class GatedSocket {
 
   executor_type get_executor() { return socket.get_executor(); }
   Socket& Tcp() { return socket; }
+  // Bytes that went through, in both directions: a transfer that stands still can be told from a slow one.
+  std::size_t Transferred() const { return transferred; }
 
   void Close() {
     ErrorCode ignored;  // closing a socket that is closed already is no fault
     socket.close(ignored);
     gate->Kick();
+  }
+
+  // Ends the sending side, then throws away what comes until the other side ends as well, for a bounded time
+  // and size. Closing under the hands of a client that still sends would reset the connection, and lose what
+  // it was told last. Not held up by the gate.
+  template <typename Token>
+  auto AsyncLinger(Token&& token) {
+    return boost::asio::async_compose<Token, void(ErrorCode)>(
+        LingerOperation{*this, std::make_shared<Lingering>(socket.get_executor())}, token, socket);
   }
 
   template <typename Buffers, typename Token>
@@ -80,7 +94,7 @@ class GatedSocket {
     std::size_t count = 0;
 
     template <typename Self>
-    void operator()(Self& self, ErrorCode error = {}, std::size_t transferred = 0) {
+    void operator()(Self& self, ErrorCode error = {}, std::size_t size = 0) {
       GatedSocket& gated = owner;
       if (!std::exchange(started, true)) {
         const Buffers target = buffers;
@@ -89,7 +103,8 @@ class GatedSocket {
       }
       if (!std::exchange(read, true)) {
         result = error;
-        count = transferred;
+        count = size;
+        gated.transferred += size;
       }
       if (!result && gated.MustWait()) {
         gated.gate->timer.async_wait(std::move(self));
@@ -106,10 +121,11 @@ class GatedSocket {
     bool writing = false;
 
     template <typename Self>
-    void operator()(Self& self, ErrorCode error = {}, std::size_t transferred = 0) {
+    void operator()(Self& self, ErrorCode error = {}, std::size_t size = 0) {
       GatedSocket& gated = owner;
       if (writing) {
-        self.complete(error, transferred);
+        gated.transferred += size;
+        self.complete(error, size);
       } else if (gated.MustWait()) {
         gated.gate->timer.async_wait(std::move(self));
       } else {
@@ -120,8 +136,49 @@ class GatedSocket {
     }
   };
 
+  struct Lingering {
+    explicit Lingering(const executor_type& executor) : timer(executor) {}
+    boost::asio::steady_timer timer;
+    std::array<char, 65536> waste{};
+    std::size_t count = 0;
+    bool started = false;
+    bool over = false;
+  };
+
+  struct LingerOperation {
+    GatedSocket& owner;
+    std::shared_ptr<Lingering> state;
+
+    template <typename Self>
+    void operator()(Self& self, ErrorCode error = {}, std::size_t size = 0) {
+      constexpr auto LongestTime = std::chrono::seconds(10);
+      constexpr std::size_t MostBytes = std::size_t{256} << 20;
+      GatedSocket& gated = owner;
+      const auto lingering = state;
+      if (!std::exchange(lingering->started, true)) {
+        gated.socket.shutdown(Socket::shutdown_send, error);
+        lingering->timer.expires_after(LongestTime);
+        lingering->timer.async_wait([lingering, &gated](ErrorCode stopped) {
+          if (!stopped && !lingering->over) {
+            gated.Close();
+          }
+        });
+      }
+      lingering->count += size;
+      if (!error && lingering->count < MostBytes) {
+        gated.socket.async_read_some(boost::asio::buffer(lingering->waste), std::move(self));
+        return;
+      }
+      lingering->over = true;
+      lingering->timer.cancel();
+      gated.Close();
+      self.complete(error == boost::asio::error::eof ? ErrorCode() : error);
+    }
+  };
+
   Socket socket;
   StallGate* gate;
+  std::size_t transferred = 0;
 };
 
 }  // namespace ZoSensor

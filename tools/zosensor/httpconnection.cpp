@@ -30,8 +30,6 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 using ErrorCode = boost::system::error_code;
 
-// From one request's end to the next one's.
-constexpr auto IdleTime = std::chrono::seconds(60);
 constexpr std::size_t LargestHeader = 16384;
 
 std::string_view View(beast::string_view text) {
@@ -68,6 +66,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     parser.emplace();
     parser->header_limit(LargestHeader);
     parser->body_limit(site.limits.maxMessage);
+    transferring = false;
     AwaitIdleness();
     http::async_read_header(
         *socket, buffer, *parser,
@@ -107,6 +106,8 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
   }
 
   void ReadBody() {
+    transferring = true;
+    AwaitIdleness();
     http::async_read(*socket, buffer, *parser, [self = shared_from_this()](ErrorCode error, std::size_t) {
       error ? self->RefuseUnreadable(error) : self->Serve();
     });
@@ -136,7 +137,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
       End();
       return;
     }
-    idleTimer.cancel();
+    EndIdleness();
     UpgradeRequest request;
     request.base() = parser->release().base();
     StartWebSession(site, std::move(*socket), std::move(request), entry.namesProtocol, peer);
@@ -145,6 +146,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
   }
 
   void Serve() {
+    EndIdleness();
     const auto request = parser->release();
     origin = View(request[http::field::origin]);
     if (request.method() == http::verb::options) {
@@ -187,6 +189,8 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
   }
 
   void Finish(RestAnswer answer, bool keepAlive) {
+    transferring = true;
+    AwaitIdleness();
     response = {};
     response.version(version);
     response.result(answer.status);
@@ -199,6 +203,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     }
     if (answer.status == 426) {
       response.set(http::field::upgrade, "websocket");
+      response.set(http::field::sec_websocket_version, "13");
     }
     AddCrossOriginHeaders(answer.status == 204);
     const bool ends = !keepAlive || site.closing;
@@ -250,6 +255,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
       ErrorCode ignored;
       socket->Tcp().shutdown(GatedSocket::Socket::shutdown_send, ignored);
       drained = 0;
+      transferring = false;
       idleTimer.expires_after(std::chrono::seconds(2));
       AwaitExpiry();
       Drain();
@@ -268,26 +274,38 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
                             });
   }
 
+  // Counts the time in which the client does nothing. What the sensor takes for an answer is not its fault.
   void AwaitIdleness() {
-    idleTimer.expires_after(IdleTime);
+    bytesSeen = socket->Transferred();
+    idleTimer.expires_after(site.limits.idleTime);
     AwaitExpiry();
   }
 
   void AwaitExpiry() {
+    counting = true;
     idleTimer.async_wait([self = shared_from_this()](ErrorCode error) {
-      if (error) {
-        return;
-      }
-      if (self->site.gate.Closed()) {
-        self->AwaitIdleness();  // a stall is no reason to close
-      } else {
-        self->CloseSocket();
+      if (!error && self->counting && self->idleTimer.expiry() <= Clock::now()) {
+        self->JudgeIdleness();
       }
     });
   }
 
-  void CloseSocket() {
+  void JudgeIdleness() {
+    const bool moves = transferring && socket && socket->Transferred() != bytesSeen;
+    if (socket && (moves || site.gate.Closed())) {
+      AwaitIdleness();  // a stall is no reason to close
+    } else {
+      CloseSocket();
+    }
+  }
+
+  void EndIdleness() {
+    counting = false;
     idleTimer.cancel();
+  }
+
+  void CloseSocket() {
+    EndIdleness();
     delayTimer.cancel();
     if (socket) {
       socket->Close();
@@ -312,6 +330,9 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
   std::string broken;
   std::string origin;
   std::size_t drained = 0;
+  std::size_t bytesSeen = 0;  // when idleness was last judged
+  bool counting = false;      // idle time; not while a request is served
+  bool transferring = false;  // a body or an answer, which may take long as long as it moves
   unsigned version = 11;
   bool head = false;
 };

@@ -1,5 +1,7 @@
 #include "tools/zosensor/resource.h"
 
+#include <utility>
+
 namespace ZoSensor {
 namespace {
 
@@ -24,12 +26,12 @@ const SharedText& Resource::Text() {
   return text;
 }
 
-bool Resource::SetContent(ZoJson next) {
+bool Resource::SetContent(ZoJson next, SharedText printed) {
   if (next == content) {
     return false;
   }
   content = std::move(next);
-  text.reset();
+  text = std::move(printed);
   return true;
 }
 

@@ -42,8 +42,8 @@ class Resource {
   const ZoJson& Content() const { return content; }
   // The content as JSON text, printed when first asked for after a change.
   const SharedText& Text();
-  // Whether the content is another one now.
-  bool SetContent(ZoJson next);
+  // Whether the content is another one now. printed: its text, when that is there already.
+  bool SetContent(ZoJson next, SharedText printed = nullptr);
 
   void AddDrive(ZoJsonPointer member, std::unique_ptr<Waveform> wave);
   const std::vector<Drive>& Drives() const { return drives; }

@@ -1,10 +1,12 @@
 #include "tools/zosensor/resourcefile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <set>
 #include <utility>
@@ -44,15 +46,22 @@ std::optional<std::uint64_t> WholeNumber(std::string_view text) {
 
 PathRange ParsePathRange(std::string_view text, const ZoJsonPointer& where) {
   const auto open = text.find('{');
-  const auto dots = text.find("..", open == std::string_view::npos ? text.size() : open);
-  const auto close = text.find('}', dots == std::string_view::npos ? text.size() : dots);
   PathRange range;
-  if (close == std::string_view::npos) {
+  if (open == std::string_view::npos) {
     range.head = Uri::Parse(text).path;
     return range;
   }
-  const std::string_view firstText = text.substr(open + 1, dots - open - 1);
-  const std::string_view lastText = text.substr(dots + 2, close - dots - 2);
+  const auto close = text.find('}', open);
+  if (close == std::string_view::npos) {
+    throw DescriptionError(where, "a { in a URI begins a range, and there is no } to end it");
+  }
+  if (text.find('{', open + 1) != std::string_view::npos) {
+    throw DescriptionError(where, "a URI holds one range at most");
+  }
+  const std::string_view body = text.substr(open + 1, close - open - 1);
+  const auto dots = std::min(body.find(".."), body.size());
+  const std::string_view firstText = body.substr(0, dots);
+  const std::string_view lastText = body.substr(std::min(dots + 2, body.size()));
   const auto first = WholeNumber(firstText);
   const auto last = WholeNumber(lastText);
   if (!first || !last || *last < *first || *last - *first >= MostCopies) {
@@ -149,6 +158,7 @@ class DescriptionReader {
       ReadRange(it.Key(), it.Value(),
                 ZoJsonPointer::Combine(reader.Place("resources"), ZoJsonPointer::Member(it.Key())));
     }
+    CheckReferences();
     description.resources = std::move(planned);
     return description;
   }
@@ -165,10 +175,53 @@ class DescriptionReader {
           Pattern{"/faults", true, true}.Matches(path)) {
         throw DescriptionError(where, fmt::format("{} belongs to every sensor", path));
       }
-      if (!paths.insert(path).second) {
+      if (hasContent.contains(path)) {
         throw DescriptionError(where, fmt::format("{} is there already", path));
       }
       planned.push_back(ReadOne(path, value, where));
+      hasContent[path] = planned.back().resource->hasContent;
+    }
+    CollectReferences(value, where);
+  }
+
+  // Of a resource that has been read, so that everything in it is of its kind.
+  void CollectReferences(const ZoJson& resource, const ZoJsonPointer& where) {
+    const auto below = [](const ZoJsonPointer& top, std::string_view name) {
+      return ZoJsonPointer::Combine(top, ZoJsonPointer::Member(name));
+    };
+    if (resource.HasKey("waves")) {
+      for (ZoJsonIterator it(resource.At("waves")); it.Valid(); it.Next()) {
+        if (it.Value().HasKey("source")) {
+          references.push_back({Uri::Parse(it.Value().At("source").Get<std::string>()).path,
+                                below(below(below(where, "waves"), it.Key()), "source"), false});
+        }
+      }
+    }
+    const ZoJson call = resource.HasKey("call") ? resource.At("call") : ZoJson();
+    const ZoJsonPointer callPlace = below(where, "call");
+    if (call.HasKey("merge_into") && call.At("merge_into").ToString() != "\"\"") {
+      references.push_back(
+          {Uri::Parse(call.At("merge_into").Get<std::string>()).path, below(callPlace, "merge_into"), true});
+    }
+    if (call.HasKey("set")) {
+      for (ZoJsonIterator it(call.At("set")); it.Valid(); it.Next()) {
+        references.push_back({Uri::Parse(it.Key()).path, below(below(callPlace, "set"), it.Key()), true});
+      }
+    }
+  }
+
+  // Once everything is read: a resource may be named before the place that defines it.
+  void CheckReferences() const {
+    for (const Reference& reference : references) {
+      const auto found = hasContent.find(reference.path);
+      const bool own = reference.path == "/system" || reference.path == "/faults";
+      if (found == hasContent.end() && (reference.updates || !own)) {
+        throw DescriptionError(reference.place, fmt::format("there is no resource {}", reference.path));
+      }
+      if (found != hasContent.end() && reference.updates && !found->second) {
+        throw DescriptionError(reference.place,
+                               fmt::format("{} is a method and has no content", reference.path));
+      }
     }
   }
 
@@ -203,8 +256,16 @@ class DescriptionReader {
     return plan;
   }
 
+  // Where one resource names another.
+  struct Reference {
+    std::string path;
+    ZoJsonPointer place;
+    bool updates;
+  };
+
   double defaultRate = 10;
-  std::set<std::string> paths;
+  std::map<std::string, bool> hasContent;  // by path
+  std::vector<Reference> references;
   std::vector<PlannedResource> planned;
 };
 

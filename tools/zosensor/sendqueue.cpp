@@ -40,4 +40,10 @@ void SendQueue::Written() {
   bytes -= std::exchange(writing, 0);
 }
 
+void SendQueue::Clear() {
+  items.clear();
+  newestStreamPush.clear();
+  bytes = writing;
+}
+
 }  // namespace ZoSensor

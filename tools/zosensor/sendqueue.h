@@ -25,6 +25,8 @@ class SendQueue {
   // The oldest, to be written; its bytes count until Written. Only when not Empty.
   Outgoing Take();
   void Written();
+  // Forgets what waits.
+  void Clear();
 
   std::size_t Bytes() const { return bytes; }
   std::size_t Dropped() const { return dropped; }

@@ -10,6 +10,8 @@ namespace {
 
 constexpr const char* Root = "/";
 constexpr const char* System = "/system";
+// Between two notifications of the list of all resources.
+constexpr Duration DirectorySpacing = std::chrono::milliseconds(100);
 
 }  // namespace
 
@@ -67,7 +69,7 @@ void Sensor::AddSystemResources(Time now) {
 }
 
 Answer Sensor::SetRunning(bool run, Time now) {
-  if (run && !running && startObjection) {
+  if (run && startObjection) {
     if (auto objection = startObjection()) {
       return Answer::Failure(Status::Busy, *std::move(objection));
     }
@@ -124,18 +126,25 @@ Answer Sensor::Update(const std::string& path, const ZoJson& patch, Time now) {
   if (resource == nullptr) {
     return Answer::NoResource(path);
   }
+  if (!resource->hasContent) {
+    return Answer::Failure(Status::NotAllowed, fmt::format("{} is a method and has no content", path));
+  }
   Refresh(*resource, now);
   auto merged = Merge(resource->Content(), patch, resource->rules);
   if (const auto* refusal = std::get_if<Refusal>(&merged)) {
     return Answer::Failure(refusal->status, fmt::format("{}: {}", path, refusal->reason));
   }
   ZoJson& content = std::get<ZoJson>(merged);
+  SharedText text = ShareText(content.ToString());
+  if (text->size() > limits.maxContent) {
+    return TooLarge(path);
+  }
   if (resource->objection) {
     if (auto objection = resource->objection(content)) {
       return Answer::Failure(Status::WrongKind, *std::move(objection));
     }
   }
-  Change(*resource, std::move(content), now);
+  Change(*resource, std::move(content), now, std::move(text));
   if (resource->written) {
     resource->written(now);
   }
@@ -162,10 +171,13 @@ void Sensor::Step(Time now) {
   while (const auto resource = schedule.Take(now)) {
     Tick(resource, now);
   }
+  if (directoryDue <= now) {
+    NotifyDirectory(now);
+  }
 }
 
 Time Sensor::NextDue() const {
-  return std::min(schedule.NextDue(), lifeEvents.empty() ? Never : lifeEvents.begin()->first);
+  return std::min({schedule.NextDue(), directoryDue, lifeEvents.empty() ? Never : lifeEvents.begin()->first});
 }
 
 void Sensor::AddPermanent(std::shared_ptr<Resource> resource, Time now) {
@@ -190,7 +202,7 @@ void Sensor::Insert(const std::shared_ptr<Resource>& resource, Time now) {
     Resample(*resource, now);
     Notify(*resource, resource->Text(), now);
   }
-  NotifyDirectory(now);
+  NotifyDirectoryLater(now);
   ScheduleIfWatched(resource, now);
 }
 
@@ -201,15 +213,21 @@ void Sensor::Take(const std::string& path, Time now) {
   }
   watches.EndStreams(path);
   Notify(*resource, ShareText("null"), now);
-  NotifyDirectory(now);
+  NotifyDirectoryLater(now);
+}
+
+void Sensor::NotifyDirectoryLater(Time now) {
+  if (directoryDue == Never && watches.HasWatchers(Root)) {
+    directoryDue = std::max(now, directoryNotified + DirectorySpacing);
+  }
 }
 
 void Sensor::NotifyDirectory(Time now) {
-  if (watches.HasWatchers(Root)) {
-    const auto root = store.Find(Root);
-    Refresh(*root, now);
-    Notify(*root, root->Text(), now);
-  }
+  directoryDue = Never;
+  directoryNotified = now;
+  const auto root = store.Find(Root);
+  Refresh(*root, now);
+  Notify(*root, root->Text(), now);
 }
 
 void Sensor::Refresh(Resource& resource, Time now) {
@@ -249,9 +267,14 @@ void Sensor::RefreshFollowers(const std::string& path, Time now) {
   });
 }
 
-void Sensor::Change(Resource& resource, ZoJson content, Time now) {
+Answer Sensor::TooLarge(const std::string& path) const {
+  return Answer::Failure(Status::TooLarge,
+                         fmt::format("{} would hold more than {} bytes", path, limits.maxContent));
+}
+
+void Sensor::Change(Resource& resource, ZoJson content, Time now, SharedText text) {
   RefreshFollowers(resource.Path(), now);
-  if (resource.SetContent(std::move(content))) {
+  if (resource.SetContent(std::move(content), std::move(text))) {
     Notify(resource, resource.Text(), now);
   }
 }

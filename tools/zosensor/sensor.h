@@ -3,7 +3,8 @@
 // Every operation is told the time, and Step does whatever is due by then: tests choose the clock.
 // Threads: the I/O thread alone. Owns: resources, watch index, schedule. Borrows: watchers, until they Leave.
 // Invariants: (1) a watched resource that needs ticks is in the schedule whenever it may tick; (2) a change
-// is notified in the operation that makes it, once for each watcher and spelling.
+// is notified in the operation that makes it, once for each watcher and spelling; but for the list of all
+// resources, which Step notifies, and seldom: when thousands appear at once, each list names them all.
 #pragma once
 
 #include <functional>
@@ -70,7 +71,7 @@ class Sensor {
   void AddPermanent(std::shared_ptr<Resource> resource, Time now);
   // Puts a content in place and notifies of the change.
   void Overwrite(const std::string& path, ZoJson content, Time now);
-  // Asked before acquisition starts; a sentence refuses.
+  // Asked whenever acquisition shall start, also while it runs; a sentence refuses.
   std::function<std::optional<std::string>()> startObjection;
 
  private:
@@ -78,6 +79,7 @@ class Sensor {
   Answer SetRunning(bool run, Time now);
   void Insert(const std::shared_ptr<Resource>& resource, Time now);
   void Take(const std::string& path, Time now);
+  void NotifyDirectoryLater(Time now);
   void NotifyDirectory(Time now);
   using Patches = std::vector<std::pair<std::string, ZoJson>>;
   Answer Behave(const CallBehaviour& behaviour, const ZoJson& argument, Time now);
@@ -87,12 +89,14 @@ class Sensor {
   void ChangeAll(std::map<std::string, ZoJson> contents, Time now);
 
   Answer TooManyWatches() const;
+  Answer TooLarge(const std::string& path) const;
 
   // Brings a content up to now; Refresh also notifies of the change.
   bool Resample(Resource& resource, Time now);
   void Refresh(Resource& resource, Time now);
   void RefreshFollowers(const std::string& path, Time now);
-  void Change(Resource& resource, ZoJson content, Time now);
+  // text: the content's, when it has been printed already.
+  void Change(Resource& resource, ZoJson content, Time now, SharedText text = nullptr);
   void Notify(Resource& resource, const SharedText& payload, Time now);
   void PushStreams(Resource& resource, Time now);
   void Tick(const std::shared_ptr<Resource>& resource, Time now);
@@ -108,6 +112,8 @@ class Sensor {
   WatchIndex watches;
   Schedule schedule;
   std::multimap<Time, std::function<void(Time)>> lifeEvents;
+  Time directoryDue = Never;
+  Time directoryNotified{};
   std::size_t pendingCalls = 0;                                                     // among the life events
   std::unordered_map<std::string, std::vector<std::weak_ptr<Resource>>> followers;  // by the path they follow
   const std::function<std::optional<double>(const std::string&, const ZoJsonPointer&)> lookup;

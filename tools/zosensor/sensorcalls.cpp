@@ -75,6 +75,9 @@ std::variant<std::map<std::string, ZoJson>, Answer> Sensor::MergeAll(const Patch
     if (const auto* refusal = std::get_if<Refusal>(&merged)) {
       return Answer::Failure(refusal->status, fmt::format("{}: {}", path, refusal->reason));
     }
+    if (std::get<ZoJson>(merged).ToString().size() > limits.maxContent) {
+      return TooLarge(path);
+    }
     results[path] = std::get<ZoJson>(std::move(merged));
   }
   return results;

@@ -82,6 +82,9 @@ Answer Sensor::StartStream(Watcher& watcher, const std::string& text, Time now) 
     return Answer::NoResource(uri.path);
   }
   Refresh(*resource, now);
+  if (watches.HasStream(watcher, uri)) {
+    return Answer::Success(resource->Text());
+  }
   if (!resource->hasContent || !resource->streamable) {
     return Answer::Failure(Status::NotAllowed, fmt::format("{} cannot be streamed", uri.path));
   }

@@ -184,7 +184,8 @@ void SessionCore::Deliver(Outgoing answer, const FaultPlan& plan, Time now) {
     DeliverWithin(answer, now + plan.latency, now);
   }
   if (heldBack) {
-    DeliverWithin(*std::exchange(heldBack, std::nullopt), now + plan.latency, now);
+    // Right after the answer that overtakes it, but not later than it would have come alone.
+    DeliverWithin(*std::exchange(heldBack, std::nullopt), std::min(now + plan.latency, heldBackUntil), now);
     heldBackUntil = Never;
   }
 }

@@ -32,6 +32,9 @@ std::optional<Pattern> Pattern::Parse(std::string_view text) {
     return std::nullopt;
   }
   Uri uri = Uri::Parse(text);
+  if (subtree && uri.path == "/") {  // below "/" lies everything
+    uri.path.clear();
+  }
   return Pattern{std::move(uri.path), subtree, uri.slash};
 }
 

@@ -23,7 +23,7 @@ std::string Spell(std::string_view path, bool slash);
 // Whether a resource may bear this path: no "*", which belongs to patterns.
 bool IsPlainPath(std::string_view path);
 
-// A URI, or a URI followed by "/*" for that resource and all below it; "*" and "/*" for all resources.
+// A URI, or a URI followed by "/*" for that resource and all below it; "*", "/*" and "//*" (all below "/") for all resources.
 struct Pattern {
   std::string path;      // of the one resource, or of the subtree's top; empty for everything
   bool subtree = false;  // whether what lies below belongs to it

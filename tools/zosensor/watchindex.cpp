@@ -42,6 +42,11 @@ bool WatchIndex::StopStream(Watcher& watcher, const Uri& uri) {
   return true;
 }
 
+bool WatchIndex::HasStream(const Watcher& watcher, const Uri& uri) const {
+  const auto found = holdings.find(&watcher);
+  return found != holdings.end() && found->second.streams.contains(Spell(uri.path, uri.slash));
+}
+
 void WatchIndex::EndStreams(std::string_view path) {
   const auto found = streams.find(std::string(path));
   if (found == streams.end()) {

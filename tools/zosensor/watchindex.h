@@ -41,6 +41,7 @@ class WatchIndex {
   bool Unsubscribe(Watcher& watcher, const std::string& text);
   bool StartStream(Watcher& watcher, const Uri& uri);
   bool StopStream(Watcher& watcher, const Uri& uri);
+  bool HasStream(const Watcher& watcher, const Uri& uri) const;
   // Ends every stream of a resource.
   void EndStreams(std::string_view path);
   void Leave(Watcher& watcher);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -29,8 +30,8 @@ using ErrorCode = boost::system::error_code;
 
 // Beast finds these by name: how its WebSocket stream ends the connection below it.
 template <typename Handler>
-void async_teardown(beast::role_type role, GatedSocket& socket, Handler&& handler) {
-  websocket::async_teardown(role, socket.Tcp(), std::forward<Handler>(handler));
+void async_teardown(beast::role_type, GatedSocket& socket, Handler&& handler) {
+  socket.AsyncLinger(std::forward<Handler>(handler));
 }
 inline void teardown(beast::role_type role, GatedSocket& socket, ErrorCode& error) {
   websocket::teardown(role, socket.Tcp(), error);
@@ -42,7 +43,9 @@ inline void beast_close_socket(GatedSocket& socket) {
 namespace {
 
 constexpr auto HandshakeTime = std::chrono::seconds(10);
-constexpr auto ClosingTime = std::chrono::milliseconds(1500);
+// For a client to take notice of the end, and to finish what it is sending; less when the sensor itself ends.
+constexpr auto ClosingTime = std::chrono::seconds(10);
+constexpr auto FarewellTime = std::chrono::milliseconds(1500);
 constexpr auto PingInterval = std::chrono::seconds(20);
 constexpr std::size_t FragmentSize = 65536;
 
@@ -59,7 +62,8 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
 
   void Start(UpgradeRequest upgrade, bool namesProtocol) {
     request = std::move(upgrade);
-    stream.read_message_max(site.limits.maxMessage);
+    stream.read_message_max(
+        0);  // TakePart counts: a message that is too large is still read, and thrown away
     // In fragments, so that a pong need not wait until the client has fetched a large answer.
     stream.auto_fragment(true);
     stream.write_buffer_bytes(FragmentSize);
@@ -85,9 +89,10 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
 
   void Cut(std::string_view reason) override {
     ending = true;
+    KeepReason(reason);
     stream.next_layer().Close();
     // Not from here: the sensor may be walking over its watchers, of which the core is one.
-    asio::post(site.io, [self = shared_from_this(), why = std::string(reason)] { self->End(why); });
+    asio::post(site.io, [self = shared_from_this()] { self->End("cut"); });
   }
 
   // Outlet
@@ -110,7 +115,10 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
     if (std::exchange(ending, true)) {
       return;
     }
-    closeTimer.expires_after(ClosingTime);
+    KeepReason(reason);
+    closing = true;
+    queue.Clear();
+    closeTimer.expires_after(site.closing ? FarewellTime : ClosingTime);
     closeTimer.async_wait([self = shared_from_this()](ErrorCode error) {
       if (!error) {
         self->stream.next_layer().Close();
@@ -118,10 +126,9 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
     });
     const websocket::close_reason why(static_cast<websocket::close_code>(code),
                                       beast::string_view(reason.data(), reason.size()));
-    stream.async_close(why, [self = shared_from_this()](ErrorCode) {
-      self->stream.next_layer().Close();
-      self->End("closed");
-    });
+    stream.async_close(why, [self = shared_from_this()](ErrorCode) { self->End("closed"); });
+    // A client that reads only when it has sent everything must get that far, or it never sees the close.
+    asio::post(site.io, [self = shared_from_this()] { self->ReadOn(); });
   }
 
   void WakeAt(Time time) override {
@@ -154,33 +161,38 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
 
   void Read() {
     reading = true;
-    stream.async_read(buffer, [self = shared_from_this()](ErrorCode error, std::size_t) {
+    stream.async_read_some(buffer, 0, [self = shared_from_this()](ErrorCode error, std::size_t) {
       self->reading = false;
-      self->TakeMessage(error);
+      self->TakePart(error);
     });
   }
 
-  void TakeMessage(ErrorCode error) {
+  void TakePart(ErrorCode error) {
     if (error) {
-      if (error == websocket::error::message_too_big) {
-        site.log.Warning("{} sent more than {} bytes at once", peer, site.limits.maxMessage);
+      if (!closing) {  // else the end comes when the close is over
+        End(error == websocket::error::closed ? "closed by the client" : error.message());
       }
-      End(error == websocket::error::closed ? "closed by the client" : error.message());
       return;
     }
     heard = true;
-    if (!ending) {
+    if (ending) {
+      buffer.consume(buffer.size());
+    } else if (buffer.size() > site.limits.maxMessage) {
+      site.log.Warning("{} sent more than {} bytes at once", peer, site.limits.maxMessage);
+      buffer.consume(buffer.size());
+      Close(CloseCode::TooBig, "too large a message");
+    } else if (stream.is_message_done()) {
       const auto data = buffer.cdata();
       core->Receive({static_cast<const char*>(data.data()), data.size()}, stream.got_text(), Clock::now());
       site.attend();
+      buffer.consume(buffer.size());
     }
-    buffer.consume(buffer.size());
     ReadOn();
   }
 
   // A client that does not fetch its answers is not read from until it does.
   void ReadOn() {
-    if (!reading && !ending && !queue.Congested()) {
+    if (!reading && !ended && (closing || (!ending && !queue.Congested()))) {
       Read();
     }
   }
@@ -238,12 +250,20 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
     AwaitSilence();
   }
 
+  // What ends the session; what happens after it is a consequence.
+  void KeepReason(std::string_view reason) {
+    if (firstReason.empty()) {
+      firstReason = reason;
+    }
+  }
+
   void End(std::string_view reason) {
     if (std::exchange(ended, true)) {
       return;
     }
     ending = true;
-    site.log.Info("{} ends its session: {}", peer, reason);
+    KeepReason(reason);
+    site.log.Info("{} ends its session: {}", peer, firstReason);
     wakeTimer.cancel();
     closeTimer.cancel();
     pingTimer.cancel();
@@ -264,14 +284,16 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
   beast::flat_buffer buffer;
   Outgoing current;
   Time wakeDue = Never;
+  std::string firstReason;
   int silentRounds = 0;
   bool started = false;  // the handshake is over
   bool reading = false;
   bool writing = false;
   bool pinging = false;
   bool heard = false;
-  bool ending = false;  // nothing more is answered or sent
-  bool ended = false;   // the site has forgotten it
+  bool ending = false;   // nothing more is answered or sent
+  bool closing = false;  // what comes is thrown away until the client has taken notice
+  bool ended = false;    // the site has forgotten it
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/zosensor/standin.h"
 #include "zovyrnsdk/json/zojsonnesting.h"
 
 namespace ZoSensor {
@@ -16,6 +17,15 @@ constexpr std::array<std::string_view, 9> MethodNames = {"read", "create", "upda
 ZoJson Member(const ZoJson& object, std::string_view name) {
   const ZoJsonPointer member = ZoJsonPointer::Member(name);
   return object.HasKey(member) ? object.At(member) : ZoJson();
+}
+
+// A message that is JSON, though it holds what a ZoJson cannot; nothing for what is no JSON at all.
+std::optional<ZoJson> ParseWithStandIns(std::string_view message) {
+  try {
+    return ZoJson::ParseString(WithStandIns(message));
+  } catch (const ZoJsonError&) {
+    return std::nullopt;
+  }
 }
 
 }  // namespace
@@ -37,17 +47,24 @@ std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDep
     return std::nullopt;
   }
   ZoJson document;
+  Request request;
   try {
     document = ZoJson::ParseString(message);
-  } catch (const ZoJsonError&) {
-    return std::nullopt;
+  } catch (const ZoJsonError& error) {
+    const auto standIn = ParseWithStandIns(message);
+    if (!standIn) {
+      return std::nullopt;
+    }
+    document = *standIn;
+    request.fault = error.what();
   }
   if (!document.IsObject()) {
     return std::nullopt;
   }
-  Request request;
   const ZoJson id = Member(document, "id");
-  request.idText = id.ToString();
+  if (request.fault.empty() || id.IsUnsigned()) {  // a stand-in is no unsigned integer, and not to be echoed
+    request.idText = id.ToString();
+  }
   const ZoJson uri = Member(document, "uri");
   if (uri.IsString()) {
     request.uri = uri.Get<std::string>();
@@ -58,6 +75,9 @@ std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDep
   }
   if (document.HasKey("payload")) {
     request.payload = document.At("payload");
+  }
+  if (!request.fault.empty()) {
+    return request;
   }
   if (!id.IsUnsigned()) {
     request.fault = "\"id\" must be an unsigned integer";
