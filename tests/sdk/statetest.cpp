@@ -281,6 +281,7 @@ TEST(Restorer, PatternsNameTheirResources) {
   EXPECT_FALSE(PatternMatches("/a/*", "/ab"));
   EXPECT_TRUE(PatternMatches("*", "/x"));
   EXPECT_TRUE(PatternMatches("/*", "/x"));
+  EXPECT_TRUE(PatternMatches("//*", "/x"));
 }
 
 TEST(Watchdog, PingsEachSecondAndGivesUpAfterThreeOfSilence) {

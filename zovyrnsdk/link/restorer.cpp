@@ -119,7 +119,7 @@ void Restorer::Leave(const Key& key, const Wish& wish) {
 }
 
 bool PatternMatches(const std::string& pattern, const std::string& uri) {
-  if (pattern == "*" || pattern == "/*") {
+  if (pattern == "*" || pattern == "/*" || pattern == "//*") {
     return true;
   }
   if (!pattern.ends_with("/*")) {
