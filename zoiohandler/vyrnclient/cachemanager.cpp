@@ -33,13 +33,13 @@ struct CacheManager::State {
   State(int maxAge, long long startTime) : maxAge(maxAge), startTime(startTime) {}
 
   void Trim(long long now) {
-    std::vector<History::node_type> old;  // freed when the lock is free again: documents may be large
+    std::multimap<long long, ZoJson> old;  // freed when the lock is free again: documents may be large
     Zo::Locker held(lock);
     const long long threshold = (now - maxAge) - startTime;
     std::erase_if(several, [&](Slot* slot) {
       History& history = slot->history;
       while (history.size() >= 2 && history.begin()->first < threshold) {
-        old.push_back(history.extract(history.begin()));
+        old.insert(history.extract(history.begin()));  // which needs no memory
       }
       slot->listed = history.size() >= 2;
       return !slot->listed;

@@ -1,8 +1,8 @@
 // The buffer behind one log line: gathers characters and hands them to the host's log callback in one piece.
 //
 // It has no put area, so every character that is written to it goes through overflow and is safe there; only sync
-// delivers. Append takes a whole text at once. Lives for one log write. Threads: any; in practice the one that writes the line. Lock: mutex, rank LogBuffer,
-// held during the callback.
+// delivers. Append takes a whole text at once. Lives for one log write. Threads: any; in practice the one that writes
+// the line. Lock: mutex, rank LogBuffer, held during the callback.
 #pragma once
 
 #include <cstdint>
