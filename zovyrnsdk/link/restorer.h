@@ -32,8 +32,7 @@ class Restorer {
 
   // A caller's own request, of this id, was granted. Answers may come in any order, so the highest id counts.
   void Granted(const Key& key, std::uint64_t id);
-  // A caller's own request, of this id, was refused, or ended it: what it was told holds, unless a later one
-  // was granted.
+  // A caller's own request, of this id, was refused: what it was told holds, unless a later one was granted.
   void Forget(const Key& key, std::uint64_t id);
   Cancelled Cancel(const Key& key);
   void CancelAll();
