@@ -13,8 +13,13 @@ bool SameValue(const Entry& a, const Entry& b) {
 }  // namespace
 
 Recorder::Matcher IsInteger(std::string item, std::int64_t number) {
-  return [item = std::move(item), number](const Entry& entry) {
-    return entry.IsValue(item) && entry.value.type == enumtype_int64 && entry.value.value.int64 == number;
+  return IsIntegerIn(std::move(item), number, number);
+}
+
+Recorder::Matcher IsIntegerIn(std::string item, std::int64_t least, std::int64_t most) {
+  return [item = std::move(item), least, most](const Entry& entry) {
+    return entry.IsValue(item) && entry.value.type == enumtype_int64 && entry.value.value.int64 >= least &&
+           entry.value.value.int64 <= most;
   };
 }
 

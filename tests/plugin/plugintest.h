@@ -19,6 +19,7 @@ namespace ZoTest {
 
 // Matchers on recorded values.
 Recorder::Matcher IsInteger(std::string item, std::int64_t number);
+Recorder::Matcher IsIntegerIn(std::string item, std::int64_t least, std::int64_t most);
 Recorder::Matcher IsText(std::string item, std::string text);
 Recorder::Matcher IsOfType(std::string item, enumtype type);
 

@@ -91,15 +91,19 @@ TEST_F(Reading, AReplacedResourceIsRebuiltByTheNextPass) {
   EXPECT_TRUE(recorder.WaitForEntry(IsInteger("res#/int", 1)));
 }
 
+// Two items on "res" now: of their pass the cache may keep the first document only, so that the 0 need not be seen.
 TEST_F(Reading, AReadOfOneItemInvalidatesItsNeighboursUntilTheNextPass) {
   Subscribe(handle, {"res#/int", "other#/int"});
-  ASSERT_TRUE(recorder.WaitForEntry(IsInteger("res#/int", 1)));
-  ASSERT_TRUE(recorder.WaitForEntry(IsInteger("other#/int", 1)));
+  ASSERT_TRUE(recorder.WaitForEntry(IsInteger("res#/int", 2)));
+  ASSERT_TRUE(recorder.WaitForEntry(IsInteger("other#/int", 2)));
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));  // the pass has left this millisecond taken
   recorder.Clear();
   EXPECT_EQ(Read(handle, "res#/other"), 0);
-  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("res#/int", 0)));
-  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("other#/int", 3)));
+  EXPECT_TRUE(recorder.WaitForEntry(IsOfType("res#/int", enumtype_invalid)));
+  EXPECT_TRUE(recorder.WaitForEntry(IsIntegerIn("res#/int", 0, 1)));
+  EXPECT_TRUE(recorder.WaitForEntry(IsIntegerIn("other#/int", 4, 9)));
   EXPECT_EQ(recorder.Count(IsOfType("other#/int", enumtype_invalid)), 0u);
+  EXPECT_EQ(recorder.Count(IsIntegerIn("other#/int", 0, 1)), 0u);
 }
 
 // A resource that holds its URI text is a string from then on: letters change their case, nothing else.

@@ -100,7 +100,7 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
     if (ending) {
       return;
     }
-    if (!queue.Add(std::move(item))) {
+    if (!queue.Add(std::move(item), Clock::now())) {
       Cut("it does not read what it is sent");
       return;
     }
