@@ -1,10 +1,13 @@
 #include "zovyrnsdk/zoresponse.h"
 
+#include "zovyrnsdk/link/members.h"
+
 ZoJson ZoResponse::Payload() const {
-  return raw.HasKey("/payload") ? raw.At("/payload") : ZoJson();
+  const ZoJson* const payload = raw.Find(ZoSdk::payloadMember);
+  return payload != nullptr ? *payload : ZoJson();
 }
 
 std::string ZoResponse::Path() const {
-  const ZoJson uri = raw.HasKey("/uri") ? raw.At("/uri") : ZoJson();
-  return uri.IsString() ? uri.Get<std::string>() : std::string();
+  const ZoJson* const uri = raw.Find(ZoSdk::uriMember);
+  return uri != nullptr && uri->IsString() ? uri->Get<std::string>() : std::string();
 }

@@ -13,10 +13,9 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/compose.hpp>
 #include <boost/asio/error.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "tools/zosensor/clock.h"
+#include "tools/zosensor/io.h"
 
 namespace ZoSensor {
 
@@ -37,12 +36,12 @@ class StallGate {
 
  private:
   friend class GatedSocket;
-  boost::asio::steady_timer timer;
+  Timer timer;
 };
 
 class GatedSocket {
  public:
-  using Socket = boost::asio::ip::tcp::socket;
+  using Socket = TcpSocket;
   using executor_type = Socket::executor_type;
   using ErrorCode = boost::system::error_code;
 
@@ -138,7 +137,7 @@ class GatedSocket {
 
   struct Lingering {
     explicit Lingering(const executor_type& executor) : timer(executor) {}
-    boost::asio::steady_timer timer;
+    Timer timer;
     std::array<char, 65536> waste{};
     std::size_t count = 0;
     bool started = false;

@@ -9,7 +9,6 @@
 
 #include <fmt/format.h>
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
@@ -322,7 +321,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
   Site& site;
   const std::string peer;
   std::optional<GatedSocket> socket;  // gone once a session has it
-  asio::steady_timer idleTimer, delayTimer;
+  Timer idleTimer, delayTimer;
   RestDoor door;
   beast::flat_buffer buffer;
   std::optional<http::request_parser<http::string_body>> parser;

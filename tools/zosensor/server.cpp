@@ -9,7 +9,6 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "tools/zosensor/host.h"
 #include "tools/zosensor/httpconnection.h"
@@ -67,7 +66,7 @@ class Server::Impl {
     };
     const tcp::endpoint endpoint(address, options.port);
     attempt([&] { acceptor.open(endpoint.protocol(), error); });
-    attempt([&] { acceptor.set_option(tcp::acceptor::reuse_address(true), error); });
+    attempt([&] { acceptor.set_option(TcpAcceptor::reuse_address(true), error); });
     attempt([&] { acceptor.bind(endpoint, error); });
     attempt([&] { acceptor.listen(asio::socket_base::max_listen_connections, error); });
     if (error) {
@@ -98,7 +97,7 @@ class Server::Impl {
 
  private:
   void Accept() {
-    acceptor.async_accept([this](ErrorCode error, tcp::socket socket) {
+    acceptor.async_accept([this](ErrorCode error, TcpSocket socket) {
       if (site.closing) {
         return;
       }
@@ -137,7 +136,7 @@ class Server::Impl {
 
   template <typename Action>
   void Later(Duration delay, Action action) {
-    auto timer = std::make_shared<asio::steady_timer>(io, delay);
+    auto timer = std::make_shared<Timer>(io, delay);
     timer->async_wait([this, timer, action](ErrorCode error) {
       if (!error && !site.closing) {
         action();
@@ -190,12 +189,12 @@ class Server::Impl {
   Log& log;
   Sensor sensor;
   FaultController faults;
-  asio::io_context io{1};
+  asio::io_context io{BOOST_ASIO_CONCURRENCY_HINT_UNSAFE_IO};  // others only post
   Site site;
-  tcp::acceptor acceptor{io};
+  TcpAcceptor acceptor{io};
   asio::signal_set signals{io};
-  asio::steady_timer dueTimer{io};
-  asio::steady_timer farewellTimer{io};
+  Timer dueTimer{io};
+  Timer farewellTimer{io};
   Time dueTimerSet = Never;
 };
 

@@ -10,7 +10,6 @@
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -279,7 +278,7 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
   websocket::stream<GatedSocket> stream;
   UpgradeRequest request;
   SendQueue queue;
-  asio::steady_timer wakeTimer, closeTimer, pingTimer;
+  Timer wakeTimer, closeTimer, pingTimer;
   std::unique_ptr<SessionCore> core;
   beast::flat_buffer buffer;
   Outgoing current;

@@ -8,6 +8,8 @@ namespace ZoIO {
 
 namespace {
 
+const ZoJsonPointer payloadPlace("/payload");
+
 // Takes a primitive into the item. The order of the tests decides: an integer that fits signed 64 bits is
 // signed, though it may count as unsigned too.
 void TakeValue(ItemManager::ItemInfo& item, const ZoJson& element) {
@@ -49,7 +51,7 @@ bool ItemFeed::IsSensorManagerReady() const {
 
 void ItemFeed::UpdateResource(const std::string& resource) {
   try {
-    const ZoJson payload = sensor->Read(resource, true).At("/payload");
+    const ZoJson payload = sensor->Read(resource, true).At(payloadPlace);
     cache->Add(resource, payload);
   } catch (const std::exception& e) {
     WriteLog(*logger, e.what(), LogLevel_Error, "ZoIO::ZoVyrnClient::UpdateResource");

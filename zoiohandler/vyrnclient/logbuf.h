@@ -1,12 +1,13 @@
 // The buffer behind one log line: gathers characters and hands them to the host's log callback in one piece.
 //
 // It has no put area, so every character that is written to it goes through overflow and is safe there; only sync
-// delivers. Append takes a whole text at once. Lives for one log write. Threads: any; in practice the one that writes
+// delivers. Append takes whole texts at once. Lives for one log write. Threads: any; in practice the one that writes
 // the line. Lock: mutex, rank LogBuffer, held during the callback.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <sstream>
+#include <initializer_list>
 #include <streambuf>
 #include <string>
 #include <string_view>
@@ -30,9 +31,16 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
   ~LogBuf() override = default;
 
   // The same as writing each of the characters, but takes the lock once and not a hundred times a line.
-  void Append(std::basic_string_view<Char, Traits> characters) {
+  void Append(std::initializer_list<std::basic_string_view<Char, Traits>> parts) {
     Zo::MutexLock held(mutex);
-    text.sputn(characters.data(), static_cast<std::streamsize>(characters.size()));
+    std::size_t size = text.size();
+    for (const auto& part : parts) {
+      size += part.size();
+    }
+    text.reserve(size);
+    for (const auto& part : parts) {
+      text += part;
+    }
   }
 
  protected:
@@ -41,13 +49,14 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
     if (Traits::eq_int_type(character, Traits::eof())) {
       return Traits::eof();
     }
-    return text.sputc(Traits::to_char_type(character));
+    text += Traits::to_char_type(character);
+    return character;
   }
 
   int sync() override {
     Zo::MutexLock held(mutex);
     // Taken out before the callback: one that raises must not get the line a second time.
-    const std::basic_string<Char, Traits> line = std::move(text).str();
+    const std::basic_string<Char, Traits> line = std::exchange(text, {});
     if (!line.empty()) {
       const CallbackGate::Entry entry(gate);
       if (callback != nullptr && entry) {
@@ -63,7 +72,7 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
   const ioLogCallback callback;
   const std::int32_t level;
   CallbackGate* const gate;
-  std::basic_stringbuf<Char, Traits> text Q_GUARDED_BY(mutex);
+  std::basic_string<Char, Traits> text Q_GUARDED_BY(mutex);
 };
 
 }  // namespace ZoIO

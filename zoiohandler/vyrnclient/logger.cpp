@@ -4,7 +4,7 @@
 #include <string>
 
 #include "qapi/thread.h"
-#include "zoiohandler/vyrnclient/logstream.h"
+#include "zoiohandler/vyrnclient/logbuf.h"
 
 namespace ZoIO {
 
@@ -18,10 +18,9 @@ void Write(const Logger& logger, std::string_view message, std::int32_t level, c
     }
     return;
   }
-  LogStream<char> stream(logger.Context(), logger.Callback(), level, logger.Gate());
-  // The number as text: the host's global locale must not group its digits.
-  stream.Append("[").Append(function).Append("](").Append(std::to_string(qThread_CurrentId())).Append(")");
-  stream.Append(message) << std::endl;
+  LogBuf<char> buffer(logger.Context(), logger.Callback(), level, logger.Gate());
+  buffer.Append({"[", function, "](", std::to_string(qThread_CurrentId()), ")", message, "\n"});
+  buffer.pubsync();
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The stream that assembles one log line; std::endl delivers it.
+// The stream that assembles one log line out of values of any kind; std::endl delivers it. (WriteLog has texts alone,
+// and hands them to a LogBuf itself: making a stream costs more than the rest of a line.)
 //
 // Threads: one. Lives for one log write.
 #pragma once
@@ -6,7 +7,6 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
-#include <string_view>
 
 #include "zoiohandler/vyrnclient/logbuf.h"
 
@@ -21,12 +21,6 @@ class LogStream : public std::basic_ostream<Char, Traits> {
   }
   LogStream(const LogStream&) = delete;
   LogStream& operator=(const LogStream&) = delete;
-
-  // Behind what was inserted before.
-  LogStream& Append(std::basic_string_view<Char, Traits> characters) {
-    buffer.Append(characters);
-    return *this;
-  }
 
   ~LogStream() override {
     try {

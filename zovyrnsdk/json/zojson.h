@@ -119,6 +119,8 @@ class ZoJson {
   // Whether At would find something (a null counts).
   bool HasKey(std::string_view key) const;
   bool HasKey(const ZoJsonPointer& pointer) const;
+  // What At gives a copy of, or null when there is nothing. Valid until this value is edited or destroyed.
+  const ZoJson* Find(const ZoJsonPointer& pointer) const;
 
   // Puts a value at a pointer. Missing containers on the way are made, as objects, also for numeric segments;
   // a scalar in the way is replaced by an object; an array in the way is indexed ("-" or its length appends),

@@ -75,6 +75,12 @@ ZoJson ZoJson::At(const ZoJsonPointer& pointer) const {
   return Take(*this, ZoJsonPointerPath(pointer));
 }
 
+const ZoJson* ZoJson::Find(const ZoJsonPointer& pointer) const {
+  ZoJsonPointerPath path(pointer);
+  const ZoJson& value = Follow(*this, path);
+  return path.Done() ? &value : nullptr;
+}
+
 bool ZoJson::HasKey(std::string_view key) const {
   return Exists(*this, ZoJsonTextPath(key));
 }

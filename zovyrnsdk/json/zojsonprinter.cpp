@@ -192,7 +192,8 @@ class Printer {
 }  // namespace
 
 std::string PrintJson(const ZoJson& value) {
-  return Printer().Print(value);
+  Printer printer;  // "Printer()" would clear its whole buffer first
+  return printer.Print(value);
 }
 
 std::string ZoJson::ToString() const {

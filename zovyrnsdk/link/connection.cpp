@@ -413,18 +413,21 @@ void Connection::Pump() {
   if (stopped) {
     return;
   }
-  if (session && session->IsOpen() && !writing) {
-    std::optional<std::string> message;
-    {
-      Zo::MutexLock lock(mutex);
+  const bool canSend = CanSend();
+  std::optional<std::string> message;
+  Time due = never;
+  {
+    Zo::MutexLock lock(mutex);
+    if (canSend) {
       message = state.NextMessage(Clock::now());
     }
-    if (message) {
-      writing = true;
-      session->Send(std::move(*message));
-    }
+    due = state.NextDue(canSend && !message);
   }
-  SetAlarm();
+  if (message) {
+    writing = true;
+    session->Send(std::move(*message));
+  }
+  SetAlarm(due);
 }
 
 void Connection::TakeOver() {
@@ -486,11 +489,17 @@ void Connection::Step() {
 }
 
 void Connection::SetAlarm() {
-  Time due = std::min(attemptDue, attemptLimit);
+  Time due = never;
   {
     Zo::MutexLock lock(mutex);
-    due = std::min(due, state.NextDue(session && session->IsOpen() && !writing));
+    due = state.NextDue(CanSend());
   }
+  SetAlarm(due);
+}
+
+// due: as the state has it.
+void Connection::SetAlarm(Time due) {
+  due = std::min({due, attemptDue, attemptLimit});
   if (due < alarmAt) {
     alarmAt = never;  // should the next line raise, none is set
     loop.SetAlarm(due, [this] { Step(); });

@@ -69,7 +69,9 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   void KickPump();
   void Step();
   void TakeOver();
+  bool CanSend() const { return session && session->IsOpen() && !writing; }
   void SetAlarm();
+  void SetAlarm(Time due);
   void Lost(const std::string& cause);
   void FirstOutcome(std::string cause);
   void SayGoodbye() noexcept;

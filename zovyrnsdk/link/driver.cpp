@@ -28,7 +28,7 @@ void Driver::AwaitClosing(const std::atomic<bool>& done, Time deadline) {
 }
 
 void Driver::AwaitUntil(const std::atomic<bool>& done, Time deadline, bool closing) {
-  Waiter self{&done, {}};
+  Waiter self{&done, {}, false};
   Zo::MutexLock lock(mutex);
   const auto place = waiters.insert(closing ? waiters.begin() : waiters.end(), &self);
   // What raises, for want of memory, must leave no trace here: neither a waiter that is gone nor a driver that
@@ -57,11 +57,13 @@ void Driver::AwaitUntil(const std::atomic<bool>& done, Time deadline, bool closi
           break;
         }
       }
+      self.asleep = true;
       if (deadline == never) {
         self.wake.wait(mutex);
       } else {
         self.wake.wait_until(mutex, deadline);
       }
+      self.asleep = false;
     }
   }
   waiters.erase(place);
@@ -73,8 +75,9 @@ void Driver::AwaitUntil(const std::atomic<bool>& done, Time deadline, bool closi
 
 void Driver::Drive(const std::atomic<bool>& done, Time deadline, bool closing) {
   atTakeOver();
-  while (!done && (closing || !closed) && Clock::now() < deadline) {
-    loop.RunOne(deadline);
+  bool inTime = true;
+  while (inTime && !done && (closing || !closed)) {
+    inTime = loop.RunOne(deadline);
   }
 }
 
@@ -92,7 +95,7 @@ void Driver::PassOn() {
 void Driver::Notify() {
   Zo::MutexLock lock(mutex);
   for (Waiter* waiter : waiters) {
-    if (*waiter->done) {
+    if (waiter->asleep && *waiter->done) {
       waiter->wake.notify_one();
     }
   }

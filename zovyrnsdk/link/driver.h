@@ -56,6 +56,7 @@ class Driver {
   struct Waiter {
     const std::atomic<bool>* done;
     std::condition_variable_any wake;
+    bool asleep = false;  // else it drives, or is on its way to look
   };
   enum class Own { Away, Driving, Waiting };
 

@@ -11,12 +11,8 @@ EventLoop::EventLoop() : impl(std::make_unique<Impl>()) {}
 
 EventLoop::~EventLoop() = default;
 
-void EventLoop::RunOne(Time until) {
-  if (until == never) {
-    impl->context.run_one();
-  } else {
-    impl->context.run_one_until(until);
-  }
+bool EventLoop::RunOne(Time until) {
+  return (until == never ? impl->context.run_one() : impl->context.run_one_until(until)) != 0;
 }
 
 void EventLoop::Post(std::function<void()> work) {

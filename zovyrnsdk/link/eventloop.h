@@ -20,8 +20,8 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
   ~EventLoop();
 
-  // Waits for one thing to do and does it, until the time at most.
-  void RunOne(Time until);
+  // Waits for one thing to do and does it, until the time at most. False when there was none.
+  bool RunOne(Time until);
 
   // Lets the driver run this next.
   void Post(std::function<void()> work);

@@ -39,9 +39,8 @@ std::optional<std::string_view> AfterMember(std::string_view text, std::string_v
 }
 
 Incoming ReadPush(Incoming message, std::string_view event) {
-  const bool complete = message.document.HasKey(uriMember) && message.document.At(uriMember).IsString() &&
-                        message.document.HasKey(payloadMember);
-  if (!complete) {
+  const ZoJson* const uri = message.document.Find(uriMember);
+  if (uri == nullptr || !uri->IsString() || !message.document.HasKey(payloadMember)) {
     return message;
   }
   if (event == "stream") {
@@ -51,7 +50,7 @@ Incoming ReadPush(Incoming message, std::string_view event) {
   } else {
     return message;
   }
-  message.uri = message.document.At(uriMember).Get<std::string>();
+  message.uri = uri->Get<std::string>();
   return message;
 }
 
@@ -73,18 +72,18 @@ Incoming ReadIncoming(std::string_view text) {
     message.kind = Incoming::Kind::Malformed;
     return message;
   }
-  if (message.document.HasKey(idMember)) {
-    const ZoJson id = message.document.At(idMember);
-    if (id.IsUnsigned()) {
+  if (const ZoJson* const id = message.document.Find(idMember)) {
+    if (id->IsUnsigned()) {
       message.kind = Incoming::Kind::Answer;
-      message.id = id.Get<unsigned long long>();
+      message.id = id->Get<unsigned long long>();
       message.document.Remove(idMember);
     }
     return message;
   }
-  if (message.document.HasKey(eventMember) && message.document.At(eventMember).IsString()) {
-    const std::string event = message.document.At(eventMember).Get<std::string>();
-    return ReadPush(std::move(message), event);
+  const ZoJson* const event = message.document.Find(eventMember);
+  if (event != nullptr && event->IsString()) {
+    const std::string kind = event->Get<std::string>();
+    return ReadPush(std::move(message), kind);
   }
   return message;
 }

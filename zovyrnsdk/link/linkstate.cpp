@@ -15,24 +15,19 @@ constexpr int brakedStatus = -599;
 
 // 0 when there is none.
 long long StatusOf(const ZoJson& document) {
-  if (!document.HasKey(statusMember)) {
-    return 0;
-  }
-  const ZoJson status = document.At(statusMember);
-  return status.IsInteger() ? status.Get<long long>() : 0;
+  const ZoJson* const status = document.Find(statusMember);
+  return status != nullptr && status->IsInteger() ? status->Get<long long>() : 0;
 }
 
 bool HasContent(const ZoJson& document) {
-  return document.HasKey(payloadMember) && !document.At(payloadMember).IsNull();
+  const ZoJson* const payload = document.Find(payloadMember);
+  return payload != nullptr && !payload->IsNull();
 }
 
 // The URI that an answer names by itself; empty when it names none.
 std::string UriOf(const ZoJson& document) {
-  if (!document.HasKey(uriMember)) {
-    return std::string();
-  }
-  const ZoJson uri = document.At(uriMember);
-  return uri.IsString() ? uri.Get<std::string>() : std::string();
+  const ZoJson* const uri = document.Find(uriMember);
+  return uri != nullptr && uri->IsString() ? uri->Get<std::string>() : std::string();
 }
 
 // Whether a success of this method answers with the resource's content.
@@ -267,10 +262,9 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   const auto pending = entry.pending.lock();
   const long long status = StatusOf(message.document);
   const bool bare = message.document.Empty();
-  if (entry.method == ZoRequestMethod_Read && pending && status == 1 &&
-      message.document.HasKey(payloadMember)) {
-    pushes.AnswerArrived(entry.uri, message.document.At(payloadMember), message.bytes, pending->waiters != 0,
-                         now);
+  const ZoJson* const payload = message.document.Find(payloadMember);
+  if (entry.method == ZoRequestMethod_Read && pending && status == 1 && payload != nullptr) {
+    pushes.AnswerArrived(entry.uri, *payload, message.bytes, pending->waiters != 0, now);
   }
   NoteOutcome(entry, status == 1, message, now);
   if (!pending) {

@@ -1,5 +1,6 @@
 #include "zovyrnsdk/link/outgoing.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -11,7 +12,8 @@ namespace ZoSdk {
 
 namespace {
 
-constexpr std::size_t idRoom = 32;  // for {"id": and 20 digits
+constexpr std::size_t idRoom = 32;     // for {"id": and 20 digits
+constexpr std::size_t frameRoom = 64;  // for method, names and punctuation
 
 const char* MethodName(ZoRequestMethod method) {
   switch (method) {
@@ -67,14 +69,27 @@ std::size_t SequenceLength(std::string_view text) noexcept {
   return 0;
 }
 
+// What stands in a JSON string as it is, whatever comes next to it.
+bool IsPlain(std::string_view text) noexcept {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+}
+
 }  // namespace
 
 OutgoingText ComposeRequest(ZoRequestMethod method, const std::string& uri, const ZoJson* payload) {
-  if (!IsUtf8(uri)) {
+  const bool plain = IsPlain(uri);
+  if (!plain && !IsUtf8(uri)) {
     return Refuse(-400, "The URI is not valid UTF-8.");
   }
   OutgoingText out;
-  out.tail = std::string(",\"method\":\"") + MethodName(method) + "\",\"uri\":" + ZoJson::Of(uri).ToString();
+  out.tail.reserve(uri.size() + frameRoom);
+  out.tail.append(R"(,"method":")").append(MethodName(method)).append(R"(","uri":)");
+  if (plain) {
+    out.tail.append(1, '"').append(uri).append(1, '"');
+  } else {
+    out.tail += ZoJson::Of(uri).ToString();
+  }
   if (payload != nullptr) {
     try {
       out.tail += ",\"payload\":" + payload->ToString();

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "zovyrnsdk/link/members.h"
 #include "zovyrnsdk/zorequesterror.h"
 
 bool ZoPendingRequest::Answer(ZoRequestResponse answer) {
@@ -39,8 +40,8 @@ ZoRequestResponse ZoPendingRequest::Take() const {
   if (!response) {
     throw std::runtime_error(lastingFailure != nullptr ? lastingFailure : failure.c_str());
   }
-  const ZoJson& raw = response->Raw();
-  if (raw.HasKey("/status") && raw.At("/status").IsInteger() && raw.At("/status").Get<long long>() < 0) {
+  const ZoJson* const status = response->Raw().Find(ZoSdk::statusMember);
+  if (status != nullptr && status->IsInteger() && status->Get<long long>() < 0) {
     throw ZoRequestError(*response);
   }
   return *response;

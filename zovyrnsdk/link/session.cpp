@@ -4,9 +4,7 @@
 #include <array>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/field.hpp>
 #include <boost/beast/websocket/error.hpp>
@@ -43,15 +41,15 @@ constexpr std::chrono::milliseconds lingerLimit{200};
 constexpr std::chrono::milliseconds unhindered{5};  // a write into an empty buffer takes less
 
 // A socket whose WebSocket teardown does not wait for the peer: the session does its own, bounded lingering.
-class LinkSocket : public Tcp::socket {
+class LinkSocket : public LoopSocket {
  public:
-  using Tcp::socket::socket;
+  using LoopSocket::LoopSocket;
 };
 
 template <typename Handler>
 void async_teardown(beast::role_type, LinkSocket& socket, Handler&& handler) {
   error_code ignored;
-  socket.shutdown(Tcp::socket::shutdown_send, ignored);
+  socket.shutdown(LinkSocket::shutdown_send, ignored);
   asio::post(socket.get_executor(),
              [handler = std::forward<Handler>(handler)]() mutable { handler(error_code()); });
 }
@@ -115,7 +113,7 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   Time writeBegan{};        // of the frame that is being written
   bool pinging = false;
   bool pauseAsked = false;
-  asio::steady_timer linger;
+  LoopTimer linger;
   std::function<void()> whenGone;
   std::array<char, 4096> scratch{};
 };
@@ -355,7 +353,7 @@ void Session::Impl::Drop() {
   linger.cancel();
   error_code ignored;
   // A forked child may hold the socket too; the peer is to see the end all the same.
-  Socket().shutdown(Tcp::socket::shutdown_both, ignored);
+  Socket().shutdown(LinkSocket::shutdown_both, ignored);
   Socket().close(ignored);
   if (const auto call = std::exchange(whenGone, nullptr)) {
     call();
