@@ -137,8 +137,8 @@ ZoJson* ZoJson::ObjectNode::Append(std::string_view name, std::uint64_t hash, Zo
 }
 
 void ZoJson::ObjectNode::Adopt(std::uint32_t keyOffset, std::uint32_t keySize, std::uint64_t hash,
-                               ZoJson&& value) noexcept {
-  const std::uint32_t there = Find({Keys() + keyOffset, keySize}, hash);
+                               ZoJson&& value, bool mayBeThere) noexcept {
+  const std::uint32_t there = mayBeThere ? Find({Keys() + keyOffset, keySize}, hash) : none;
   if (there != none) {
     Slots()[there].value = std::move(value);
     return;

@@ -77,7 +77,9 @@ struct ZoJson::ObjectNode : Node {
   ZoJson* Append(std::string_view name, std::uint64_t hash, ZoJson value) noexcept;
   // Adds a member whose name stands in Keys() already, room provided. Of equal names the last value wins, at
   // the place of the first.
-  void Adopt(std::uint32_t keyOffset, std::uint32_t keySize, std::uint64_t hash, ZoJson&& value) noexcept;
+  // mayBeThere: false when no member that was adopted before has this hash.
+  void Adopt(std::uint32_t keyOffset, std::uint32_t keySize, std::uint64_t hash, ZoJson&& value,
+             bool mayBeThere) noexcept;
   void Remove(std::uint32_t slot) noexcept;
   // Fills this empty object with the living members of another: copies, or the values themselves when `take`.
   void Fill(ObjectNode& from, bool take) noexcept;
