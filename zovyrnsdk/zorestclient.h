@@ -20,7 +20,8 @@ class ZoLink;
 // has been down for 3 s, others fail at once until it is back.
 //
 // Handlers are called on the link's own thread, one at a time, with what a stream or a subscription brings; other
-// pushes are dropped. They must not raise and should be quick. After ZoSystem::Disconnect returned none is called any
+// pushes are dropped. They must not raise and should be quick: while one runs and nobody asks, the sensor's pings wait.
+// After ZoSystem::Disconnect returned none is called any
 // more. Set them before Connect, or at any time: the next push uses the new one.
 class ZoRestClient {
  public:

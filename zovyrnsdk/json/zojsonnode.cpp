@@ -90,27 +90,29 @@ std::uint32_t ZoJson::ObjectNode::Living(std::uint32_t slot) noexcept {
 }
 
 std::uint32_t ZoJson::ObjectNode::Find(std::string_view name, std::uint64_t hash) noexcept {
-  const Member* slots = Slots();
-  const char* keys = Keys();
-  const auto matches = [&](const Member& member) {
-    return member.hash == hash && member.keySize == name.size() &&
-           std::memcmp(keys + member.keyOffset, name.data(), name.size()) == 0;
-  };
-  if (!indexed) {
-    for (std::uint32_t slot = 0; slot < used; ++slot) {
-      if (matches(slots[slot])) {
-        return slot;
-      }
-    }
-    return none;
+  if (indexed) {
+    return *Entry(name, hash);
   }
-  const std::uint32_t* index = Index();
-  for (auto at = static_cast<std::uint32_t>(hash) & indexMask; index[at] != none; at = (at + 1) & indexMask) {
-    if (matches(slots[index[at]])) {
-      return index[at];
+  for (std::uint32_t slot = 0; slot < used; ++slot) {
+    if (Matches(Slots()[slot], name, hash)) {
+      return slot;
     }
   }
   return none;
+}
+
+bool ZoJson::ObjectNode::Matches(const Member& member, std::string_view name, std::uint64_t hash) noexcept {
+  return member.hash == hash && member.keySize == name.size() &&
+         std::memcmp(Keys() + member.keyOffset, name.data(), name.size()) == 0;
+}
+
+std::uint32_t* ZoJson::ObjectNode::Entry(std::string_view name, std::uint64_t hash) noexcept {
+  std::uint32_t* index = Index();
+  auto at = static_cast<std::uint32_t>(hash) & indexMask;
+  while (index[at] != none && !Matches(Slots()[index[at]], name, hash)) {
+    at = (at + 1) & indexMask;
+  }
+  return index + at;
 }
 
 void ZoJson::ObjectNode::Enter(std::uint32_t slot) noexcept {
@@ -138,19 +140,21 @@ ZoJson* ZoJson::ObjectNode::Append(std::string_view name, std::uint64_t hash, Zo
 
 void ZoJson::ObjectNode::Adopt(std::uint32_t keyOffset, std::uint32_t keySize, std::uint64_t hash,
                                ZoJson&& value, bool mayBeThere) noexcept {
-  const std::uint32_t there = mayBeThere ? Find({Keys() + keyOffset, keySize}, hash) : none;
+  const std::string_view name(Keys() + keyOffset, keySize);
+  std::uint32_t* const entry = indexed ? Entry(name, hash) : nullptr;
+  const std::uint32_t there = indexed ? *entry : mayBeThere ? Find(name, hash) : none;
   if (there != none) {
     Slots()[there].value = std::move(value);
     return;
+  }
+  if (indexed) {
+    *entry = used;
   }
   new (Slots() + used) Member{std::move(value), hash, keyOffset, keySize};
   keyUsed = keyOffset + keySize;
   keyLiving += keySize;
   ++size;
   ++used;
-  if (indexed) {
-    Enter(used - 1);
-  }
 }
 
 void ZoJson::ObjectNode::Remove(std::uint32_t slot) noexcept {

@@ -100,6 +100,9 @@ struct ZoJson::ObjectNode : Node {
     return capacity > linearMax ? std::bit_ceil(capacity * 2) : 0;
   }
   std::uint32_t* Index() noexcept { return reinterpret_cast<std::uint32_t*>(Slots() + capacity); }
+  bool Matches(const Member& member, std::string_view name, std::uint64_t hash) noexcept;
+  // Where the index has this name's slot, or would have it. Only when indexed.
+  std::uint32_t* Entry(std::string_view name, std::uint64_t hash) noexcept;
   void Enter(std::uint32_t slot) noexcept;
   void CloseUp() noexcept;
 };
