@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <iterator>
+#include <unordered_map>
 #include <vector>
 
 #include "zoapi/exception.h"
@@ -71,7 +72,7 @@ struct CacheManager::State {
   const int maxAge;
   const long long startTime;
 
-  std::map<std::string, Slot> cache Q_GUARDED_BY(lock);
+  std::unordered_map<std::string, Slot> cache Q_GUARDED_BY(lock);  // slots stay where they are
   std::vector<Slot*> several
       Q_GUARDED_BY(lock);  // the slots that hold two values or more: trimming looks at no others
   std::atomic<bool> running = false;
