@@ -315,6 +315,32 @@ TEST(Watchdog, DeafTimeNeverReachesIntoTheFuture) {
   EXPECT_EQ(dog.Step(start + seconds(14)), Watchdog::Verdict::Silent);
 }
 
+TEST(Watchdog, PeerThatSpeaksButAnswersNoPingIsGivenUpThreeSecondsAfterThePing) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Ping);
+  dog.PeerHears(start + milliseconds(1001));
+  EXPECT_EQ(dog.Step(start + seconds(2)), Watchdog::Verdict::Ping);
+  dog.PeerHears(start + milliseconds(1999));  // a sign from before the ping says nothing
+  dog.BytesArrived(start + milliseconds(4998));
+  EXPECT_EQ(dog.Step(start + milliseconds(4998)), Watchdog::Verdict::Ping);
+  EXPECT_EQ(dog.NextDue(), start + seconds(5));
+  EXPECT_EQ(dog.Step(start + milliseconds(4999)), Watchdog::Verdict::Healthy);
+  EXPECT_EQ(dog.Step(start + seconds(5)), Watchdog::Verdict::Unheard);
+  dog.PeerHears(start + milliseconds(2500));
+  EXPECT_EQ(dog.Step(start + seconds(5)), Watchdog::Verdict::Healthy);
+}
+
+TEST(Watchdog, PongsThatNobodyCouldHearAreNotMissed) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Ping);
+  dog.Deaf(seconds(10), start + seconds(11));
+  dog.BytesArrived(start + seconds(13));
+  EXPECT_NE(dog.Step(start + milliseconds(13999)), Watchdog::Verdict::Unheard);
+  EXPECT_EQ(dog.Step(start + seconds(14)), Watchdog::Verdict::Unheard);
+}
+
 TEST(Watchdog, TwoUnansweredRequestsInARowAskForASignWithinASecond) {
   Watchdog dog;
   dog.SessionOpened(start);

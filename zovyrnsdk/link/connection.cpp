@@ -364,6 +364,10 @@ void Connection::OnBytes() {
   heardAt = Clock::now();
 }
 
+void Connection::OnHeard() {
+  peerHeardAt = Clock::now();
+}
+
 void Connection::OnSent() {
   writing = false;
   Pump();
@@ -459,8 +463,10 @@ void Connection::Step() {
   {
     Zo::MutexLock lock(mutex);
     state.BytesArrived(heardAt);
+    state.PeerHears(peerHeardAt);
     if (paused) {
       state.BytesArrived(now);  // it is we who do not listen
+      state.PeerHears(now);
     } else if (now > expected + lateAlarm) {
       state.Deaf(now - expected, now);  // likewise: nobody drove
     }
@@ -475,6 +481,10 @@ void Connection::Step() {
     case Watchdog::Verdict::Silent:
       session->Abort();
       Lost("the sensor has been silent for 3 s");
+      break;
+    case Watchdog::Verdict::Unheard:
+      session->Abort();
+      Lost("the sensor has answered no ping for 3 s");
       break;
     case Watchdog::Verdict::Mute:
       session->Close(Session::CloseCode_Normal, nullptr);

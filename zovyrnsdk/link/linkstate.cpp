@@ -218,6 +218,7 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
   const bool asked = message.id <= table.LastId();
   if (asked) {
     watchdog.AnswerArrived();
+    watchdog.PeerHears(now);
   }
   const auto entry = table.Take(message.id);
   if (!entry) {
