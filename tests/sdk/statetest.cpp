@@ -344,11 +344,13 @@ TEST(Watchdog, PongsThatNobodyCouldHearAreNotMissed) {
 TEST(Watchdog, TwoUnansweredRequestsInARowAskForASignWithinASecond) {
   Watchdog dog;
   dog.SessionOpened(start);
-  EXPECT_FALSE(dog.RequestUnanswered(start));
+  EXPECT_FALSE(dog.RequestUnanswered());
   dog.AnswerArrived();
-  EXPECT_FALSE(dog.RequestUnanswered(start)) << "not in a row";
-  EXPECT_TRUE(dog.RequestUnanswered(start));
-  EXPECT_FALSE(dog.RequestUnanswered(start)) << "asked already";
+  EXPECT_FALSE(dog.RequestUnanswered()) << "not in a row";
+  EXPECT_TRUE(dog.RequestUnanswered());
+  EXPECT_FALSE(dog.RequestUnanswered()) << "asked already";
+  EXPECT_NE(dog.Step(start), Watchdog::Verdict::Mute);
+  dog.HealthAsked(start);
   EXPECT_NE(dog.Step(start + milliseconds(999)), Watchdog::Verdict::Mute);
   EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
   dog.AnswerArrived();
@@ -663,6 +665,43 @@ TEST_F(State, SensorThatLeavesRequestsUnansweredIsAskedAfter) {
   now += milliseconds(500);
   EXPECT_EQ(state.Step(now), Watchdog::Verdict::Healthy);
   now += milliseconds(500);
+  EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
+}
+
+TEST_F(State, SensorHasASecondFromWhenItIsAskedAfterItselfAndNotFromWhenThatIsDecided) {
+  state.SessionOpened(now);
+  for (const char* uri : {"/a", "/b"}) {
+    const Pending pending = Ask(ZoRequestMethod_Read, uri);
+    Sent();
+    state.TimeOut(pending, 1, now);
+  }
+  now += milliseconds(1500);  // in which a large message went out
+  state.BytesArrived(now);
+  EXPECT_NE(state.Step(now), Watchdog::Verdict::Mute);
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":3,\"method\":\"read\",\"uri\":\"/system\"}"));
+  now += milliseconds(999);
+  EXPECT_NE(state.Step(now), Watchdog::Verdict::Mute);
+  now += milliseconds(1);
+  EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
+}
+
+TEST_F(State, QuestionAboutTheSensorThatWasNeverSentIsAskedAnew) {
+  state.SessionOpened(now);
+  std::vector<Pending> pending;
+  for (const char* uri : {"/a", "/b", "/c"}) {
+    pending.push_back(Ask(ZoRequestMethod_Read, uri));
+  }
+  EXPECT_EQ(Sent().size(), 3U);
+  state.TimeOut(pending[0], 1, now);
+  state.TimeOut(pending[1], 1, now);
+  EXPECT_EQ(state.Requests().Count(RequestRole::Health), 1U);
+  now += seconds(3);  // in which nothing could be sent
+  state.BytesArrived(now);
+  EXPECT_NE(state.Step(now), Watchdog::Verdict::Mute);
+  EXPECT_EQ(state.Requests().Count(RequestRole::Health), 0U);
+  state.TimeOut(pending[2], 1, now);
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":5,\"method\":\"read\",\"uri\":\"/system\"}"));
+  now += seconds(1);
   EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
 }
 

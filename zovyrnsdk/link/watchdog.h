@@ -46,18 +46,28 @@ class Watchdog {
 
   void AnswerArrived() {
     unanswered = 0;
+    asking = false;
     healthDue = never;
   }
 
   // A request that was sent ended without an answer; true when the sensor is to be asked about itself now.
-  bool RequestUnanswered(Time now) {
+  bool RequestUnanswered() {
     ++unanswered;
-    if (unanswered < 2 || healthDue != never) {
+    if (unanswered < 2 || asking) {
       return false;
     }
-    healthDue = now + healthLimit;
+    asking = true;
     return true;
   }
+
+  // That question is out. Until then it waits behind what is sent before it, for which the sensor cannot be blamed.
+  void HealthAsked(Time now) {
+    if (asking) {
+      healthDue = now + healthLimit;
+    }
+  }
+  // It was never sent.
+  void HealthNotAsked() { asking = false; }
 
   Verdict Step(Time now) {
     if (now >= heard + silenceLimit) {
@@ -85,6 +95,7 @@ class Watchdog {
   Time heard{};
   Time nextPing{};
   Time unheardSince = never;  // the first ping without a pong
+  bool asking = false;        // about itself
   Time healthDue = never;
   unsigned unanswered = 0;
 };
