@@ -255,7 +255,9 @@ Time Connection::DeliverDue() {
       return next;
     }
     for (Push& push : due) {
-      gate.Deliver(std::move(push));
+      while (!gate.Deliver(push) && !driver.Closed()) {
+        std::this_thread::sleep_for(faultPause);
+      }
     }
   }
 }
