@@ -22,6 +22,7 @@
 #include "qapi/socket.h"
 #include "zovyrnsdk/link/eventloopimpl.h"
 #include "zovyrnsdk/link/limits.h"
+#include "zovyrnsdk/link/outgoing.h"
 
 namespace ZoSdk {
 
@@ -90,13 +91,14 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   std::string HandshakeFault(const error_code& error) const;
   void Configure();
   void Read();
-  void ReadSome(const error_code& error);
+  void ReadSome(const error_code& error, std::size_t size);
   bool Deliver();
   void Write();
   void Written(const error_code& error);
   void End(const std::string& cause, std::string_view partial);
   std::string_view RefusedText();
   void NoteLongMessage();
+  bool EndsInsideACharacter();
   bool TooLarge();
   void SayGoodbye(CloseCode code);
   void LimitLinger();
@@ -217,12 +219,13 @@ void Session::Impl::Read() {
   if (message.size() == 0) {
     std::memset(message.prepare(readStep).data(), 0, glimpse);
   }
-  stream.async_read_some(
-      message, readStep,
-      [self = shared_from_this()](const error_code& error, std::size_t) { self->ReadSome(error); });
+  stream.async_read_some(message, readStep,
+                         [self = shared_from_this()](const error_code& error, std::size_t size) {
+                           self->ReadSome(error, size);
+                         });
 }
 
-void Session::Impl::ReadSome(const error_code& error) {
+void Session::Impl::ReadSome(const error_code& error, std::size_t size) {
   if (events == nullptr) {
     return;
   }
@@ -242,6 +245,13 @@ void Session::Impl::ReadSome(const error_code& error) {
     End("the sensor sent a message larger than 64 MiB", {static_cast<const char*>(data.data()), data.size()});
     message = {};
     SayGoodbye(CloseCode_TooLarge);
+    return;
+  }
+  if (size == 0 && EndsInsideACharacter()) {
+    const auto data = message.cdata();
+    End("the sensor sent a text that is no UTF-8", {static_cast<const char*>(data.data()), data.size()});
+    message = {};
+    SayGoodbye(CloseCode_BadMessage);
     return;
   }
   if (stream.is_message_done() && !Deliver()) {
@@ -272,6 +282,14 @@ void Session::Impl::NoteLongMessage() {
   if (stream.is_message_done()) {
     messageBegan = never;
   }
+}
+
+// The library looks at the bytes of each frame; that a text ends in the middle of a character escapes it when the last
+// frame holds none.
+bool Session::Impl::EndsInsideACharacter() {
+  const auto data = message.cdata();
+  return stream.is_message_done() && !stream.got_binary() &&
+         !IsUtf8({static_cast<const char*>(data.data()), data.size()});
 }
 
 // Also of a frame whose header claims more than may come.
