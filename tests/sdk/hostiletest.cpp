@@ -178,6 +178,11 @@ INSTANTIATE_TEST_SUITE_P(
                   [](FakePeer& peer) { peer.SendFrame(FakePeer::Binary, "{\"id\":1,\"status\":1}"); }},
         Hostility{"invalid_utf8",
                   [](FakePeer& peer) { peer.Send("{\"id\":1,\"status\":1,\"payload\":\"\xC3(\"}"); }},
+        Hostility{"text_that_ends_inside_a_character_before_an_empty_fragment",
+                  [](FakePeer& peer) {
+                    peer.SendFrame(FakePeer::Text, "{}\xE2\x82", false);
+                    peer.SendFrame(FakePeer::Continuation, "");
+                  }},
         Hostility{"nesting_of_100000",
                   [](FakePeer& peer) {
                     peer.Send("{\"id\":1,\"payload\":" + std::string(100000, '[') + std::string(100000, ']') +

@@ -5,6 +5,8 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
+#include <semaphore>
 #include <stdexcept>
 #include <string>
 
@@ -86,6 +88,48 @@ TEST_F(LinkMemory, AnswersAreGotLaterOrNotAtAll) {
         transaction = std::make_unique<ZoTransaction>(request());
       },
       [&] { transaction->GetResponse(second / 2); }, [this] { WorksAgain(); });
+}
+
+// The own thread's allocations between one handler and the next.
+TEST_F(LinkMemory, PushesAreHandedOnLater) {
+  std::binary_semaphore entered(0);
+  std::binary_semaphore released(0);
+  std::binary_semaphore handedOn(0);
+  std::optional<FailingNew> failing;  // of the own thread, which alone touches it
+  bool failed = true;
+  int nth = 0;
+  Renew();
+  const std::shared_ptr<void> endFirst(nullptr, [this](void*) { system.reset(); });
+  system->Client().SetStreamHandler([&](const std::shared_ptr<ZoStreamResponse>& response) {
+    const bool hasFailed = failing && failing->HasFailed();
+    failing.reset();
+    if (response->Path() == "/first") {
+      entered.release();
+      EXPECT_TRUE(released.try_acquire_for(kLimit));
+      failing.emplace(nth);
+    } else {
+      failed = hasFailed;
+      handedOn.release();
+    }
+  });
+  system->Connect();
+  for (const char* uri : {"/first", "/second"}) {
+    system->Client().StartStream(uri, ZoJson(), ZoJson()).GetResponse(patience);
+  }
+  constexpr int most = 100;
+  while (failed && nth < most) {
+    ++nth;
+    SCOPED_TRACE("allocation " + std::to_string(nth));
+    ASSERT_TRUE(sensor.Push(R"({"event":"stream","uri":"/first","payload":1})"));
+    ASSERT_TRUE(entered.try_acquire_for(kLimit));
+    // It is there when the answer behind it is, and then waits for the own thread.
+    ASSERT_TRUE(sensor.Push(R"({"event":"stream","uri":"/second","payload":2})"));
+    EXPECT_NO_THROW(system->Client().Read("/res", ZoJson(), ZoJson()).GetResponse(patience));
+    released.release();
+    ASSERT_TRUE(handedOn.try_acquire_for(kLimit)) << "the second push is lost";
+  }
+  EXPECT_LT(nth, most) << "no end of allocations";
+  EXPECT_GT(nth, 1) << "nothing was tried";
 }
 
 TEST_F(LinkMemory, DisconnectEndsEverythingAllTheSame) {

@@ -5,22 +5,34 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include "fuzz/sdk/receive.h"
+#include "fuzz/sdk/stream.h"
 
 namespace ZoTest {
 namespace {
 
-TEST(ReceiveReplay, EveryScriptOfTheCorpusKeepsTheInvariants) {
+// Plays every file of the folder; each play aborts when an invariant breaks.
+std::size_t Replay(const char* folder, void (*play)(std::string_view)) {
   std::size_t played = 0;
-  for (const auto& file : std::filesystem::directory_iterator(ZOIO_SDK_CORPUS)) {
+  const std::filesystem::path path = std::filesystem::path(ZOIO_SDK_CORPUS) / folder;
+  for (const auto& file : std::filesystem::directory_iterator(path)) {
     std::ifstream stream(file.path(), std::ios::binary);
-    const std::string script((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+    const std::string input((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
     SCOPED_TRACE(file.path());
-    ZoFuzz::ReceiveScript(script);  // aborts when an invariant breaks
+    play(input);
     ++played;
   }
-  EXPECT_GE(played, 5U) << "the corpus is there";
+  return played;
+}
+
+TEST(ReceiveReplay, EveryScriptOfTheCorpusKeepsTheInvariants) {
+  EXPECT_GE(Replay("receive", ZoFuzz::ReceiveScript), 5U) << "the corpus is there";
+}
+
+TEST(StreamReplay, EveryInputOfTheCorpusKeepsTheInvariants) {
+  EXPECT_GE(Replay("stream", ZoFuzz::PlayStream), 34U) << "the corpus is there";
 }
 
 }  // namespace

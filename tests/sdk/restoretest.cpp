@@ -199,6 +199,44 @@ TEST_F(Restore, SilentPeerIsNoticedAlsoWhileRequestsGoOut) {
   EXPECT_LT(watch.Milliseconds().count(), 4000);
 }
 
+TEST_F(Restore, PeerThatSpeaksButAnswersNoPingIsLost) {
+  const EndFirst endFirst(*this);
+  system.Connect();
+  EXPECT_EQ(FailureOf(StartStream("/s")), "");
+  sensor.AnswerPings(false);
+  const Stopwatch watch;
+  for (int i = 0; sensor.ConnectionCount() == 1 && watch.Milliseconds().count() < 20000; ++i) {
+    sensor.Push(PushText("stream", "/s", std::to_string(i)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  sensor.AnswerPings(true);
+  EXPECT_EQ(sensor.ConnectionCount(), 2U);
+  EXPECT_LT(watch.Milliseconds().count(), 15000);
+  EXPECT_TRUE(sensor.WaitForRequest("startStream", "/s", 2)) << "restored";
+}
+
+// The pong waits behind the frame.
+TEST_F(Restore, MessageThatTakesLongInOneFrameDoesNotCostTheSession) {
+  const EndFirst endFirst(*this);
+  system.Connect();
+  EXPECT_EQ(FailureOf(StartStream("/s")), "");
+  sensor.AnswerPings(false);
+  sensor.SetResponder([&](FakePeer& peer, const FakeRequest&) {
+    const std::string frame =
+        FakePeer::FrameBytes(FakePeer::Text, PushText("stream", "/s", std::string(50, '4')));
+    for (const char byte : frame) {
+      peer.SendBytes({&byte, 1});
+      std::this_thread::sleep_for(std::chrono::milliseconds(5000 / frame.size()));
+    }
+    sensor.AnswerPings(true);
+  });
+  Read("/s");
+  EXPECT_TRUE(pushes.WaitForCount(1));
+  sensor.SetResponder({});
+  EXPECT_EQ(FailureOf(Read("/s")), "");
+  EXPECT_EQ(sensor.ConnectionCount(), 1U);
+}
+
 TEST_F(Restore, HandlerThatBlocksForLongDoesNotCostTheSession) {
   std::promise<void> done;
   const EndFirst endFirst(*this);

@@ -315,14 +315,42 @@ TEST(Watchdog, DeafTimeNeverReachesIntoTheFuture) {
   EXPECT_EQ(dog.Step(start + seconds(14)), Watchdog::Verdict::Silent);
 }
 
+TEST(Watchdog, PeerThatSpeaksButAnswersNoPingIsGivenUpThreeSecondsAfterThePing) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Ping);
+  dog.PeerHears(start + milliseconds(1001));
+  EXPECT_EQ(dog.Step(start + seconds(2)), Watchdog::Verdict::Ping);
+  dog.PeerHears(start + milliseconds(1999));  // a sign from before the ping says nothing
+  dog.BytesArrived(start + milliseconds(4998));
+  EXPECT_EQ(dog.Step(start + milliseconds(4998)), Watchdog::Verdict::Ping);
+  EXPECT_EQ(dog.NextDue(), start + seconds(5));
+  EXPECT_EQ(dog.Step(start + milliseconds(4999)), Watchdog::Verdict::Healthy);
+  EXPECT_EQ(dog.Step(start + seconds(5)), Watchdog::Verdict::Unheard);
+  dog.PeerHears(start + milliseconds(2500));
+  EXPECT_EQ(dog.Step(start + seconds(5)), Watchdog::Verdict::Healthy);
+}
+
+TEST(Watchdog, PongsThatNobodyCouldHearAreNotMissed) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Ping);
+  dog.Deaf(seconds(10), start + seconds(11));
+  dog.BytesArrived(start + seconds(13));
+  EXPECT_NE(dog.Step(start + milliseconds(13999)), Watchdog::Verdict::Unheard);
+  EXPECT_EQ(dog.Step(start + seconds(14)), Watchdog::Verdict::Unheard);
+}
+
 TEST(Watchdog, TwoUnansweredRequestsInARowAskForASignWithinASecond) {
   Watchdog dog;
   dog.SessionOpened(start);
-  EXPECT_FALSE(dog.RequestUnanswered(start));
+  EXPECT_FALSE(dog.RequestUnanswered());
   dog.AnswerArrived();
-  EXPECT_FALSE(dog.RequestUnanswered(start)) << "not in a row";
-  EXPECT_TRUE(dog.RequestUnanswered(start));
-  EXPECT_FALSE(dog.RequestUnanswered(start)) << "asked already";
+  EXPECT_FALSE(dog.RequestUnanswered()) << "not in a row";
+  EXPECT_TRUE(dog.RequestUnanswered());
+  EXPECT_FALSE(dog.RequestUnanswered()) << "asked already";
+  EXPECT_NE(dog.Step(start), Watchdog::Verdict::Mute);
+  dog.HealthAsked(start);
   EXPECT_NE(dog.Step(start + milliseconds(999)), Watchdog::Verdict::Mute);
   EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
   dog.AnswerArrived();
@@ -637,6 +665,43 @@ TEST_F(State, SensorThatLeavesRequestsUnansweredIsAskedAfter) {
   now += milliseconds(500);
   EXPECT_EQ(state.Step(now), Watchdog::Verdict::Healthy);
   now += milliseconds(500);
+  EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
+}
+
+TEST_F(State, SensorHasASecondFromWhenItIsAskedAfterItselfAndNotFromWhenThatIsDecided) {
+  state.SessionOpened(now);
+  for (const char* uri : {"/a", "/b"}) {
+    const Pending pending = Ask(ZoRequestMethod_Read, uri);
+    Sent();
+    state.TimeOut(pending, 1, now);
+  }
+  now += milliseconds(1500);  // in which a large message went out
+  state.BytesArrived(now);
+  EXPECT_NE(state.Step(now), Watchdog::Verdict::Mute);
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":3,\"method\":\"read\",\"uri\":\"/system\"}"));
+  now += milliseconds(999);
+  EXPECT_NE(state.Step(now), Watchdog::Verdict::Mute);
+  now += milliseconds(1);
+  EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
+}
+
+TEST_F(State, QuestionAboutTheSensorThatWasNeverSentIsAskedAnew) {
+  state.SessionOpened(now);
+  std::vector<Pending> pending;
+  for (const char* uri : {"/a", "/b", "/c"}) {
+    pending.push_back(Ask(ZoRequestMethod_Read, uri));
+  }
+  EXPECT_EQ(Sent().size(), 3U);
+  state.TimeOut(pending[0], 1, now);
+  state.TimeOut(pending[1], 1, now);
+  EXPECT_EQ(state.Requests().Count(RequestRole::Health), 1U);
+  now += seconds(3);  // in which nothing could be sent
+  state.BytesArrived(now);
+  EXPECT_NE(state.Step(now), Watchdog::Verdict::Mute);
+  EXPECT_EQ(state.Requests().Count(RequestRole::Health), 0U);
+  state.TimeOut(pending[2], 1, now);
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":5,\"method\":\"read\",\"uri\":\"/system\"}"));
+  now += seconds(1);
   EXPECT_EQ(state.Step(now), Watchdog::Verdict::Mute);
 }
 

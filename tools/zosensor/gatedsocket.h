@@ -4,6 +4,9 @@
 // Threads: the I/O thread alone. Owner: the gate belongs to the server, the socket to its connection.
 #pragma once
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -49,8 +52,15 @@ class GatedSocket {
 
   executor_type get_executor() { return socket.get_executor(); }
   Socket& Tcp() { return socket; }
-  // Bytes that went through, in both directions: a transfer that stands still can be told from a slow one.
-  std::size_t Transferred() const { return transferred; }
+  // Bytes that went through, in both directions: a transfer that stands still can be told from a slow one. What waits in
+  // this system has not gone through; a slow client's share of that may stand there for long before more is written.
+  std::size_t Transferred() {
+    int waiting = 0;
+    if (::ioctl(socket.native_handle(), SIOCOUTQ, &waiting) != 0) {
+      waiting = 0;
+    }
+    return transferred - static_cast<std::size_t>(waiting);
+  }
 
   void Close() {
     ErrorCode ignored;  // closing a socket that is closed already is no fault

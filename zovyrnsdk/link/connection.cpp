@@ -255,7 +255,9 @@ Time Connection::DeliverDue() {
       return next;
     }
     for (Push& push : due) {
-      gate.Deliver(std::move(push));
+      while (!gate.Deliver(push) && !driver.Closed()) {
+        std::this_thread::sleep_for(faultPause);
+      }
     }
   }
 }
@@ -364,6 +366,10 @@ void Connection::OnBytes() {
   heardAt = Clock::now();
 }
 
+void Connection::OnHeard() {
+  peerHeardAt = Clock::now();
+}
+
 void Connection::OnSent() {
   writing = false;
   Pump();
@@ -462,8 +468,10 @@ void Connection::Step() {
   {
     Zo::MutexLock lock(mutex);
     state.BytesArrived(heardAt);
+    state.PeerHears(peerHeardAt);
     if (paused) {
       state.BytesArrived(now);  // it is we who do not listen
+      state.PeerHears(now);
     } else if (now > expected + lateAlarm) {
       state.Deaf(now - expected, now);  // likewise: nobody drove
     }
@@ -478,6 +486,10 @@ void Connection::Step() {
     case Watchdog::Verdict::Silent:
       session->Abort();
       Lost("the sensor has been silent for 3 s");
+      break;
+    case Watchdog::Verdict::Unheard:
+      session->Abort();
+      Lost("the sensor has answered no ping for 3 s");
       break;
     case Watchdog::Verdict::Mute:
       session->Close(Session::CloseCode_Normal, nullptr);

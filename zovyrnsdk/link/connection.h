@@ -57,6 +57,7 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   void OnOpen() override;
   bool OnMessage(std::string_view text, bool binary) override;
   void OnBytes() override;
+  void OnHeard() override;
   void OnSent() override;
   void OnEnd(const SessionEnd& end) override;
 
@@ -93,7 +94,8 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   Time attemptDue = never;    // when the next attempt begins
   Time attemptLimit = never;  // when the running attempt has failed
   Time alarmAt = never;
-  Time heardAt{};  // bytes came last; told to the state when it looks at the clock
+  Time heardAt{};      // bytes came last; told to the state when it looks at the clock
+  Time peerHeardAt{};  // a sign came last that the peer takes what is sent; likewise
 
   Driver driver;
   HandlerGate gate;

@@ -1,6 +1,7 @@
 #include "zovyrnsdk/link/handlergate.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "zoapi/logging.h"
@@ -29,32 +30,40 @@ std::shared_ptr<const SubHandler> Handlers::Sub() const {
   return sub;
 }
 
-void HandlerGate::Deliver(Push push) {
+template <typename Response, typename Handler>
+bool HandlerGate::Call(const Handler& handler, Push& push) {
+  if (!handler) {
+    return true;
+  }
+  std::shared_ptr<Response> response;
+  try {
+    response =
+        std::make_shared<Response>(std::move(push.document));  // moves nothing before it has the memory
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  try {
+    (*handler)(response);
+  } catch (const std::exception& error) {
+    // The thread serves others too; a handler that breaks its promise must not end the process.
+    Zo::Logging::Zo_Debug_Log(__LINE__, __FILE__, 0, "ZoSdk::HandlerGate::Call", error.what());
+  }
+  return true;
+}
+
+bool HandlerGate::Deliver(Push& push) {
   {
     Zo::MutexLock lock(mutex);
     if (shut) {
-      return;
+      return true;
     }
     running = std::this_thread::get_id();
   }
-  try {
-    Call(std::move(push));
-  } catch (const std::exception& error) {
-    // The thread serves others too; a handler that breaks its promise must not end the process.
-    Zo::Logging::Zo_Debug_Log(__LINE__, __FILE__, 0, "ZoSdk::HandlerGate::Deliver", error.what());
-  }
+  const bool called = push.kind == Push::Kind::Stream ? Call<ZoStreamResponse>(handlers->Stream(), push)
+                                                      : Call<ZoNotificationResponse>(handlers->Sub(), push);
   Zo::MutexLock lock(mutex);
   running = std::thread::id();
-}
-
-void HandlerGate::Call(Push push) {
-  if (push.kind == Push::Kind::Stream) {
-    if (const auto handler = handlers->Stream()) {
-      (*handler)(std::make_shared<ZoStreamResponse>(std::move(push.document)));
-    }
-  } else if (const auto handler = handlers->Sub()) {
-    (*handler)(std::make_shared<ZoNotificationResponse>(std::move(push.document)));
-  }
+  return called;
 }
 
 bool HandlerGate::InHandler() const {

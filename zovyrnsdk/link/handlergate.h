@@ -39,8 +39,9 @@ class HandlerGate {
  public:
   explicit HandlerGate(std::shared_ptr<const Handlers> handlers) : handlers(std::move(handlers)) {}
 
-  // Calls the handler unless the gate is shut. The own thread only.
-  void Deliver(Push push);
+  // Calls the handler unless the gate is shut. False when there was no memory to call it: the push is as it was. The own
+  // thread only.
+  bool Deliver(Push& push);
 
   // Whether the calling thread is inside a handler.
   bool InHandler() const;
@@ -54,7 +55,8 @@ class HandlerGate {
   bool WaitEnded(Time deadline);
 
  private:
-  void Call(Push push);
+  template <typename Response, typename Handler>
+  static bool Call(const Handler& handler, Push& push);
 
   const std::shared_ptr<const Handlers> handlers;
   mutable Zo::Mutex mutex{"ZoLink handler gate", Zo::LockRank_HandlerGate};

@@ -213,6 +213,7 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
   const bool asked = message.id <= table.LastId();
   if (asked) {
     watchdog.AnswerArrived();
+    watchdog.PeerHears(now);
   }
   const auto entry = table.Take(message.id);
   if (!entry) {
@@ -323,7 +324,17 @@ void LinkState::AnswerRestore(const Entry& entry, const Incoming& message, Time 
 std::optional<std::string> LinkState::NextMessage(Time now) {
   // Restores and callers take turns: neither waits behind a long row of the other.
   AskForRestores(now);
-  return table.NextMessage(now);
+  auto message = table.NextMessage(now);
+  NoteHealthAsked(now);
+  return message;
+}
+
+void LinkState::NoteHealthAsked(Time now) {
+  const Entry* const entry = healthId != 0 ? table.Find(healthId) : nullptr;
+  if (entry != nullptr && entry->sent) {
+    watchdog.HealthAsked(now);
+    healthId = 0;
+  }
 }
 
 void LinkState::AskForRestores(Time now) {
@@ -367,6 +378,8 @@ void LinkState::SweepStale(Time now) {
     }
     if (entry.sent) {
       NoteUnanswered(now);
+    } else if (entry.role == RequestRole::Health) {
+      watchdog.HealthNotAsked();
     }
     if (const auto pending = entry.pending.lock()) {
       pending->Fail("The link to the sensor was down, and nobody waited for the request.");
@@ -376,8 +389,8 @@ void LinkState::SweepStale(Time now) {
 }
 
 void LinkState::NoteUnanswered(Time now) {
-  if (open && watchdog.RequestUnanswered(now)) {
-    EnqueueOwn(RequestRole::Health, ZoRequestMethod_Read, "/system", now);
+  if (open && watchdog.RequestUnanswered()) {
+    healthId = EnqueueOwn(RequestRole::Health, ZoRequestMethod_Read, "/system", now);
   }
 }
 
@@ -401,8 +414,9 @@ std::uint64_t LinkState::Enqueue(RequestRole role, ZoRequestMethod method, const
   return id;
 }
 
-void LinkState::EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri, Time now) {
-  Enqueue(role, method, uri, ComposeRequest(method, uri, nullptr).tail, nullptr, now);
+std::uint64_t LinkState::EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri,
+                                    Time now) {
+  return Enqueue(role, method, uri, ComposeRequest(method, uri, nullptr).tail, nullptr, now);
 }
 
 }  // namespace ZoSdk

@@ -49,6 +49,7 @@ class LinkState {
   // One readable message of the sensor.
   void Receive(Incoming message, Time now);
   void BytesArrived(Time now) { watchdog.BytesArrived(now); }
+  void PeerHears(Time when) { watchdog.PeerHears(when); }
   void Deaf(Duration time, Time now) { watchdog.Deaf(time, now); }
 
   // The next message to send, if any. Only while a session is open.
@@ -73,7 +74,7 @@ class LinkState {
   // Returns the id.
   std::uint64_t Enqueue(RequestRole role, ZoRequestMethod method, const std::string& uri, std::string tail,
                         const std::shared_ptr<ZoPendingRequest>& pending, Time now);
-  void EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri, Time now);
+  std::uint64_t EnqueueOwn(RequestRole role, ZoRequestMethod method, const std::string& uri, Time now);
   void ReceiveAnswer(Incoming message, Time now);
   void ReceivePush(Incoming message, Time now);
   void AnswerCaller(const Entry& entry, Incoming message, Time now);
@@ -81,6 +82,7 @@ class LinkState {
   void NoteOutcome(const Entry& entry, bool granted, const Incoming& message, Time now);
   void NoteUnanswered(Time now);
   void AskForRestores(Time now);
+  void NoteHealthAsked(Time now);
   void SweepStale(Time now);
 
   RequestTable table;
@@ -89,6 +91,7 @@ class LinkState {
   ReadBrake brake;
   PushQueue pushes;
   Watchdog watchdog;
+  std::uint64_t healthId = 0;  // of a question about the sensor's health that waits to be sent; 0 for none
   bool open = false;
   Time lostAt = never;        // when open became false
   bool waitedInVain = false;  // somebody, for a whole time-out, since then

@@ -20,6 +20,7 @@
 #include "qapi/socket.h"
 #include "zovyrnsdk/link/eventloopimpl.h"
 #include "zovyrnsdk/link/limits.h"
+#include "zovyrnsdk/link/outgoing.h"
 
 namespace ZoSdk {
 
@@ -39,6 +40,7 @@ constexpr std::size_t glimpse = 512;             // of a refused message, enough
 constexpr std::size_t keptBuffer = 1024 * 1024;  // a larger one is given back after the message
 constexpr std::chrono::milliseconds lingerLimit{200};
 constexpr std::chrono::milliseconds unhindered{5};  // a write into an empty buffer takes less
+constexpr std::chrono::milliseconds longMessage{500};
 
 // A socket whose WebSocket teardown does not wait for the peer: the session does its own, bounded lingering.
 class LinkSocket : public LoopSocket {
@@ -87,12 +89,14 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   std::string HandshakeFault(const error_code& error) const;
   void Configure();
   void Read();
-  void ReadSome(const error_code& error);
+  void ReadSome(const error_code& error, std::size_t size);
   bool Deliver();
   void Write();
   void Written(const error_code& error);
   void End(const std::string& cause, std::string_view partial);
   std::string_view RefusedText();
+  void NoteLongMessage();
+  bool EndsInsideACharacter();
   bool TooLarge();
   void SayGoodbye(CloseCode code);
   void LimitLinger();
@@ -108,6 +112,7 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   websocket::stream<LinkSocket> stream;
   websocket::response_type response;
   beast::flat_buffer message{messageLimit + readStep};  // which keeps it from doubling beyond
+  Time messageBegan = never;                            // to come, as far as it is not there yet
   std::string outgoing;
   std::size_t written = 0;  // of outgoing
   Time writeBegan{};        // of the frame that is being written
@@ -168,9 +173,12 @@ void Session::Impl::Configure() {
   stream.auto_fragment(false);  // the session cuts its messages itself
   stream.write_buffer_bytes(64 * 1024);
   stream.text(true);
-  stream.control_callback([this](websocket::frame_type, beast::string_view) {
+  stream.control_callback([this](websocket::frame_type type, beast::string_view) {
     if (events != nullptr) {
       events->OnBytes();
+      if (type == websocket::frame_type::pong) {
+        events->OnHeard();
+      }
     }
   });
 }
@@ -209,12 +217,13 @@ void Session::Impl::Read() {
   if (message.size() == 0) {
     std::memset(message.prepare(readStep).data(), 0, glimpse);
   }
-  stream.async_read_some(
-      message, readStep,
-      [self = shared_from_this()](const error_code& error, std::size_t) { self->ReadSome(error); });
+  stream.async_read_some(message, readStep,
+                         [self = shared_from_this()](const error_code& error, std::size_t size) {
+                           self->ReadSome(error, size);
+                         });
 }
 
-void Session::Impl::ReadSome(const error_code& error) {
+void Session::Impl::ReadSome(const error_code& error, std::size_t size) {
   if (events == nullptr) {
     return;
   }
@@ -228,11 +237,19 @@ void Session::Impl::ReadSome(const error_code& error) {
     return;
   }
   events->OnBytes();
+  NoteLongMessage();
   if (TooLarge()) {
     const auto data = message.cdata();
     End("the sensor sent a message larger than 64 MiB", {static_cast<const char*>(data.data()), data.size()});
     message = {};
     SayGoodbye(CloseCode_TooLarge);
+    return;
+  }
+  if (size == 0 && EndsInsideACharacter()) {
+    const auto data = message.cdata();
+    End("the sensor sent a text that is no UTF-8", {static_cast<const char*>(data.data()), data.size()});
+    message = {};
+    SayGoodbye(CloseCode_BadMessage);
     return;
   }
   if (stream.is_message_done() && !Deliver()) {
@@ -251,6 +268,26 @@ std::string_view Session::Impl::RefusedText() {
   }
   const char* const start = static_cast<const char*>(message.prepare(readStep).data());
   return {start, strnlen(start, glimpse)};
+}
+
+// A peer that sends a large message as one frame can send no pong before its end.
+void Session::Impl::NoteLongMessage() {
+  const Time now = Clock::now();
+  messageBegan = std::min(messageBegan, now);
+  if (now - messageBegan > longMessage) {
+    events->OnHeard();
+  }
+  if (stream.is_message_done()) {
+    messageBegan = never;
+  }
+}
+
+// The library looks at the bytes of each frame; that a text ends in the middle of a character escapes it when the last
+// frame holds none.
+bool Session::Impl::EndsInsideACharacter() {
+  const auto data = message.cdata();
+  return stream.is_message_done() && !stream.got_binary() &&
+         !IsUtf8({static_cast<const char*>(data.data()), data.size()});
 }
 
 // Also of a frame whose header claims more than may come.
@@ -291,6 +328,7 @@ void Session::Impl::Written(const error_code& error) {
     // made room for them.
     if (outgoing.size() > writeStep && Clock::now() - writeBegan > unhindered) {
       events->OnBytes();
+      events->OnHeard();
     }
     if (written < outgoing.size()) {
       Write();

@@ -36,6 +36,9 @@ class SessionEvents {
   virtual bool OnMessage(std::string_view text, bool binary) = 0;
   // Bytes came, or the peer took some.
   virtual void OnBytes() = 0;
+  // A sign that the peer takes what is sent: a pong, or room for more of a message. Also while a long message of the
+  // peer's own keeps it from giving one.
+  virtual void OnHeard() = 0;
   // The message given to Send is out.
   virtual void OnSent() = 0;
   virtual void OnEnd(const SessionEnd& end) = 0;

@@ -1,9 +1,9 @@
 // Notices a peer that is gone although its connection stands.
 //
-// Two signs: no byte for 3 s although it was pinged every second, and requests that end without an answer
-// while the peer still answers pings. After two of those in a row the sensor is asked about "/system", and is
-// lost when that is not answered within a second. A plain state machine: the caller brings the time. Guarded
-// by its owner.
+// Three signs: no byte for 3 s although it was pinged every second; bytes, but no pong within 3 s, so that it does not
+// hear us; and requests that end without an answer while the peer still answers pings. After two of those in a row the
+// sensor is asked about "/system", and is lost when that is not answered within a second. A plain state machine: the
+// caller brings the time. Guarded by its owner.
 #pragma once
 
 #include <algorithm>
@@ -15,15 +15,23 @@ namespace ZoSdk {
 
 class Watchdog {
  public:
-  enum class Verdict { Healthy, Ping, Silent, Mute };
+  enum class Verdict { Healthy, Ping, Silent, Unheard, Mute };
 
   void SessionOpened(Time now) {
     heard = now;
     nextPing = now + pingInterval;
+    unheardSince = never;
     AnswerArrived();
   }
 
   void BytesArrived(Time when) { heard = std::max(heard, when); }
+
+  // A sign that the peer takes what is sent to it.
+  void PeerHears(Time when) {
+    if (when >= unheardSince) {
+      unheardSince = never;
+    }
+  }
 
   // For so long nobody could have heard anything: a handler blocked the only thread, or the machine slept.
   void Deaf(Duration time, Time now) {
@@ -31,22 +39,35 @@ class Watchdog {
     if (healthDue != never) {
       healthDue += time;
     }
+    if (unheardSince != never) {
+      unheardSince = std::min(unheardSince + time, now);
+    }
   }
 
   void AnswerArrived() {
     unanswered = 0;
+    asking = false;
     healthDue = never;
   }
 
   // A request that was sent ended without an answer; true when the sensor is to be asked about itself now.
-  bool RequestUnanswered(Time now) {
+  bool RequestUnanswered() {
     ++unanswered;
-    if (unanswered < 2 || healthDue != never) {
+    if (unanswered < 2 || asking) {
       return false;
     }
-    healthDue = now + healthLimit;
+    asking = true;
     return true;
   }
+
+  // That question is out. Until then it waits behind what is sent before it, for which the sensor cannot be blamed.
+  void HealthAsked(Time now) {
+    if (asking) {
+      healthDue = now + healthLimit;
+    }
+  }
+  // It was never sent.
+  void HealthNotAsked() { asking = false; }
 
   Verdict Step(Time now) {
     if (now >= heard + silenceLimit) {
@@ -55,18 +76,26 @@ class Watchdog {
     if (now >= healthDue) {
       return Verdict::Mute;
     }
+    if (now >= HearingDue()) {
+      return Verdict::Unheard;
+    }
     if (now >= nextPing) {
       nextPing = now + pingInterval;
+      unheardSince = std::min(unheardSince, now);
       return Verdict::Ping;
     }
     return Verdict::Healthy;
   }
 
-  Time NextDue() const { return std::min({heard + silenceLimit, healthDue, nextPing}); }
+  Time NextDue() const { return std::min({heard + silenceLimit, HearingDue(), healthDue, nextPing}); }
 
  private:
+  Time HearingDue() const { return unheardSince == never ? never : unheardSince + hearingLimit; }
+
   Time heard{};
   Time nextPing{};
+  Time unheardSince = never;  // the first ping without a pong
+  bool asking = false;        // about itself
   Time healthDue = never;
   unsigned unanswered = 0;
 };

@@ -1,0 +1,105 @@
+// An answer and a newer push that come together: what the host sees in the end.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/sdk/fakesensor.h"
+#include "tests/wire/wiretest.h"
+
+namespace ZoTest {
+namespace {
+
+// What brings the newer value.
+struct Newer {
+  const char* event;
+  bool streamed;
+
+  friend void PrintTo(const Newer& newer, std::ostream* out) { *out << newer.event; }
+};
+
+class NewestValue : public WireTest, public testing::WithParamInterface<Newer> {
+ protected:
+  NewestValue() {
+    sensor.SetResponder([this](FakePeer& peer, const FakeRequest& request) { Respond(peer, request); });
+  }
+  ~NewestValue() override { sensor.End(); }
+
+  // Each read is answered by the next even number, and in the same bytes pushes the odd one behind it.
+  void Respond(FakePeer& peer, const FakeRequest& request) {
+    const auto payload = [](int value) { return ",\"payload\":{\"v\":" + std::to_string(value) + "}"; };
+    const std::string granted = "\"status\":1,\"uri\":\"" + request.uri + "\"";
+    const std::lock_guard lock(mutex);
+    if (request.method == "startStream" && GetParam().streamed) {
+      peer.Send(FakeSensor::Answer(request, granted + payload(newest[request.uri])));
+    } else if (request.method == "read") {
+      int& value = newest[request.uri];
+      value += value % 2 + 2;
+      const std::string answer = FakeSensor::Answer(request, granted + payload(value));
+      ++value;
+      const std::string push = std::string("{\"event\":\"") + GetParam().event + "\",\"uri\":\"" +
+                               request.uri + "\"" + payload(value) + "}";
+      peer.SendBytes(FakePeer::FrameBytes(FakePeer::Text, answer) +
+                     FakePeer::FrameBytes(FakePeer::Text, push));
+    } else {
+      peer.Send(FakeSensor::Answer(request, granted));
+    }
+  }
+
+  int NewestOf(const std::string& uri) {
+    const std::lock_guard lock(mutex);
+    return newest[uri];
+  }
+
+  std::mutex mutex;
+  std::map<std::string, int> newest;  // by resource; guarded by mutex
+  FakeSensor sensor;
+};
+
+TEST_P(NewestValue, OfAnAnswerAndAPushInOneSegmentIsTheLastToReachTheHost) {
+  constexpr int resources = 10;
+  constexpr int rounds = 20;  // 200 pairs in all
+  std::vector<std::string> uris;
+  std::vector<std::string> items;
+  for (int i = 0; i < resources; ++i) {
+    uris.push_back("/r" + std::to_string(i));
+    items.push_back(uris.back() + "#/v");
+  }
+  void* const handle = Connect(sensor.Port());
+  EXPECT_EQ(Subscribe(handle, items), 0);
+  for (int round = 0; round < rounds; ++round) {
+    for (std::size_t i = 0; i < resources; ++i) {
+      ASSERT_EQ(Read(handle, items[i]), 0);
+    }
+    for (std::size_t i = 0; i < resources; ++i) {
+      ASSERT_TRUE(recorder.WaitForEntry(IsInteger(items[i], NewestOf(uris[i]))))
+          << items[i] << ", round " << round;
+    }
+  }
+  // All values go through the cache: a tick of each item shows what it holds in the end.
+  const Clock::time_point end = Clock::now();
+  for (std::size_t i = 0; i < resources; ++i) {
+    ASSERT_TRUE(recorder.WaitForEntry(
+        [&](const Entry& entry) { return entry.time > end && entry.IsValue(items[i]); }, 2));
+    std::int64_t last = -1;
+    for (const Entry& entry : recorder.Values(items[i])) {
+      ASSERT_EQ(entry.value.type, enumtype_int64) << items[i];
+      const std::int64_t value = entry.value.value.int64;
+      EXPECT_GE(value, last) << items[i];
+      last = value;
+    }
+    EXPECT_EQ(last, NewestOf(uris[i]));
+  }
+  EXPECT_GE(sensor.CountRequests("read", "/r0"), static_cast<std::size_t>(rounds));
+}
+
+INSTANTIATE_TEST_SUITE_P(Wire, NewestValue,
+                         testing::Values(Newer{"notification", false}, Newer{"stream", true}),
+                         [](const auto& each) { return std::string(each.param.event); });
+
+}  // namespace
+}  // namespace ZoTest
