@@ -3,13 +3,19 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "tests/sdk/fakesensor.h"
+#include "tests/vyrnclient/eventually.h"
+#include "tests/vyrnclient/fakesensormanager.h"
 #include "tests/wire/wiretest.h"
+#include "zoiohandler/vyrnclient/cachemanager.h"
+#include "zoiohandler/vyrnclient/sensormanager.h"
+#include "zoiohandler/vyrnclient/zovyrnclient.h"
 
 namespace ZoTest {
 namespace {
@@ -95,6 +101,25 @@ TEST_P(NewestValue, OfAnAnswerAndAPushInOneSegmentIsTheLastToReachTheHost) {
     EXPECT_EQ(last, NewestOf(uris[i]));
   }
   EXPECT_GE(sensor.CountRequests("read", "/r0"), static_cast<std::size_t>(rounds));
+}
+
+// The machine may stop a thread between taking an answer and storing it, for as long as it likes.
+TEST_P(NewestValue, AReaderThatIsHeldUpStoresNoOlderAnswer) {
+  const auto other = std::make_shared<FakeSensorManager>(
+      std::make_shared<ZoIO::Logger>(recorder.Param().context, recorder.Param().log));
+  ZoIO::ZoVyrnClient client{other, other, recorder.Param()};
+  ZoIO::SensorManager manager(client, "127.0.0.1", sensor.Port(),
+                              std::make_shared<ZoIO::Logger>(recorder.Param().context, recorder.Param().log));
+  EXPECT_FALSE((GetParam().streamed ? manager.Stream("/r", true) : manager.Subscribe("/r", true)).Empty());
+  const auto cached = [&] { return manager.Cache()->Get("/r", 0).At("v").Get<int>(); };
+  for (int round = 0; round < 20; ++round) {
+    const ZoJson answer = manager.Read("/r", true).At("payload");
+    const int newer = NewestOf("/r");
+    EXPECT_EQ(answer.At("v").Get<int>(), newer - 1);
+    ASSERT_TRUE(Eventually([&] { return manager.Cache()->Exists("/r") && cached() == newer; })) << round;
+    manager.Keep("/r", answer);
+    EXPECT_EQ(cached(), newer);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Wire, NewestValue,

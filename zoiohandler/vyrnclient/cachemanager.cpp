@@ -47,16 +47,17 @@ struct CacheManager::State {
     });
   }
 
-  void Add(const std::string& key, const ZoJson& value, long long now) Q_REQUIRES(lock) {
+  bool Add(const std::string& key, const ZoJson& value, long long now) Q_REQUIRES(lock) {
     Slot& slot = cache[key];
     if (!slot.history.try_emplace(now - startTime, value).second) {
-      return;
+      return false;
     }
     slot.version.fetch_add(1, std::memory_order_release);
     if (slot.history.size() >= 2 && !slot.listed) {
       several.push_back(&slot);
       slot.listed = true;
     }
+    return true;
   }
 
   const ZoJson& Value(const std::string& key, int age, long long now) const Q_REQUIRES(lock) {
@@ -105,14 +106,14 @@ void CacheManager::Shutdown() noexcept {
   thread.Reset();
 }
 
-void CacheManager::Add(const std::string& key, const ZoJson& value) {
+bool CacheManager::Add(const std::string& key, const ZoJson& value) {
   Zo::Locker held(state->lock);
-  state->Add(key, value, TimeInMills());
+  return state->Add(key, value, TimeInMills());
 }
 
-void CacheManager::AddAt(const std::string& key, const ZoJson& value, long long now) {
+bool CacheManager::AddAt(const std::string& key, const ZoJson& value, long long now) {
   Zo::Locker held(state->lock);
-  state->Add(key, value, now);
+  return state->Add(key, value, now);
 }
 
 bool CacheManager::Exists(const std::string& key) const {

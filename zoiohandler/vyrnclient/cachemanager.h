@@ -30,8 +30,9 @@ class CacheManager {
   // Ends the worker, at most a second later. Values stay readable. Done by the destructor at the latest.
   void Shutdown() noexcept;
 
-  // Stores value under key at the current time. Of two values within one millisecond the first is kept.
-  void Add(const std::string& key, const ZoJson& value);
+  // Stores value under key at the current time. Of two values within one millisecond the first is kept; false for the
+  // second.
+  bool Add(const std::string& key, const ZoJson& value);
 
   bool Exists(const std::string& key) const;
 
@@ -56,7 +57,7 @@ class CacheManager {
   static long long TimeInMills();
 
   // The steps behind Add, Get and the worker, at a time (as TimeInMills gives it) that the caller chooses.
-  void AddAt(const std::string& key, const ZoJson& value, long long now);
+  bool AddAt(const std::string& key, const ZoJson& value, long long now);
   ZoJson GetAt(const std::string& key, int age, long long now) const;
   void TrimAt(long long now);
 

@@ -52,7 +52,7 @@ bool ItemFeed::IsSensorManagerReady() const {
 void ItemFeed::UpdateResource(const std::string& resource) {
   try {
     const ZoJson payload = sensor->Read(resource, true).At(payloadPlace);
-    cache->Add(resource, payload);
+    sensor->Keep(resource, payload);
   } catch (const std::exception& e) {
     WriteLog(*logger, e.what(), LogLevel_Error, "ZoIO::ZoVyrnClient::UpdateResource");
   }

@@ -1,7 +1,10 @@
 #include "zoiohandler/vyrnclient/sensormanager.h"
 
+#include <chrono>
 #include <optional>
 #include <stdexcept>
+#include <thread>
+#include <unordered_map>
 #include <utility>
 
 #include "zoapi/threads/lockranks.h"
@@ -22,6 +25,9 @@ constexpr const char* destructorName = "ZoIO::SensorManager::~SensorManager";
 constexpr const char* responseName = "ZoIO::SensorManager::ResponseToZoJson";
 constexpr const char* streamName = "ZoIO::SensorManager::StreamHandler";
 constexpr const char* notificationName = "ZoIO::SensorManager::NotificationHandler";
+
+// Of the answer that this thread got last; see ZoResponse::Order.
+thread_local std::uint64_t answerOrder = 0;
 
 }  // namespace
 
@@ -81,12 +87,33 @@ struct SensorManager::Shared {
     try {
       const ZoJson payload = response->Payload();
       const std::string path = response->Path();
-      Zo::MutexLock held(gate);
-      if (!closed) {
-        cache->Add(path, payload);
+      // The link keeps its pushes apart, but an answer may have been stored in this very millisecond.
+      while (!Store(path, payload, response->Order())) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
       }
     } catch (const std::exception& e) {
       WriteLog(*logger, e.what(), LogLevel_Error, function);
+    }
+  }
+
+  // False when the cache has a value of this millisecond, which it keeps.
+  bool Store(const std::string& path, const ZoJson& payload, std::uint64_t order) {
+    Zo::MutexLock held(gate);
+    if (closed) {
+      return true;
+    }
+    std::uint64_t& newest = pushed[path];
+    newest = order;  // whatever becomes of it, an older answer is not to be stored any more
+    return cache->Add(path, payload);
+  }
+
+  // The asking thread may have been stopped between taking its answer and coming here, and a newer push may have
+  // overtaken it.
+  void Keep(const std::string& uri, const ZoJson& payload) {
+    Zo::MutexLock held(gate);
+    const auto newest = pushed.find(uri);
+    if (newest == pushed.end() || newest->second < answerOrder) {
+      cache->Add(uri, payload);
     }
   }
 
@@ -109,10 +136,14 @@ struct SensorManager::Shared {
 
  private:
   static ZoJson Answer(ZoTransaction& transaction) {
+    const auto take = [](const ZoRequestResponse& response) {
+      answerOrder = response.Order();
+      return response.Raw();
+    };
     try {
-      return transaction.GetResponse(responseTimeout).Raw();
+      return take(transaction.GetResponse(responseTimeout));
     } catch (const ZoRequestError& e) {
-      return e.GetResponse().Raw();
+      return take(e.GetResponse());
     }
   }
 
@@ -166,6 +197,7 @@ struct SensorManager::Shared {
 
   Zo::Mutex gate{"SensorManager::gate", Zo::LockRank_HandlerGate};
   bool closed Q_GUARDED_BY(gate) = false;
+  std::unordered_map<std::string, std::uint64_t> pushed Q_GUARDED_BY(gate);  // the newest of each resource
   std::optional<ZoTransaction> waiting Q_GUARDED_BY(gate);
 };
 
@@ -344,6 +376,10 @@ ZoJson SensorManager::Request(Operation operation, const char* verb, const std::
 
 ZoJson SensorManager::Read(const std::string& uri, bool logFailure) {
   return Request(&ZoRestClient::Read, "Read", uri, ZoJson(), logFailure);
+}
+
+void SensorManager::Keep(const std::string& uri, const ZoJson& payload) {
+  shared->Keep(uri, payload);
 }
 
 ZoJson SensorManager::Create(const std::string& uri, ZoJson payload, bool logFailure) {

@@ -51,6 +51,7 @@ class SensorManager : public ISensorManager, public IShutdown {
   bool IsRunning() override;
   bool IsConnected() override;
   ZoJson Read(const std::string& uri, bool logFailure) override;
+  void Keep(const std::string& uri, const ZoJson& payload) override;
   ZoJson Create(const std::string& uri, ZoJson payload, bool logFailure) override;
   ZoJson Update(const std::string& uri, ZoJson payload, bool logFailure) override;
   ZoJson Call(const std::string& uri, ZoJson payload, bool logFailure) override;

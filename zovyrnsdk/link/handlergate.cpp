@@ -37,8 +37,8 @@ bool HandlerGate::Call(const Handler& handler, Push& push) {
   }
   std::shared_ptr<Response> response;
   try {
-    response =
-        std::make_shared<Response>(std::move(push.document));  // moves nothing before it has the memory
+    // Moves nothing before it has the memory.
+    response = std::make_shared<Response>(std::move(push.document), push.order);
   } catch (const std::bad_alloc&) {
     return false;
   }

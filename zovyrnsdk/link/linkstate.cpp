@@ -1,6 +1,7 @@
 #include "zovyrnsdk/link/linkstate.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include "zovyrnsdk/link/limits.h"
@@ -12,6 +13,9 @@ namespace {
 
 constexpr std::chrono::milliseconds sweepInterval{500};
 constexpr int brakedStatus = -599;
+
+// Over all links, for one that is connected anew goes on with the same values in its user's hands.
+std::atomic<std::uint64_t> arrivals{0};
 
 // 0 when there is none.
 long long StatusOf(const ZoJson& document) {
@@ -256,6 +260,7 @@ void LinkState::ReceivePush(Incoming message, Time now) {
   push.kind = message.kind == Incoming::Kind::Stream ? Push::Kind::Stream : Push::Kind::Notification;
   push.document = std::move(message.document);
   push.bytes = message.bytes;
+  push.order = ++arrivals;
   pushes.Offer(message.uri, std::move(push), now);
 }
 
@@ -274,7 +279,7 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   if (status == 0 && !bare) {
     pending->Fail("The sensor's answer carries no status.");
   } else {
-    pending->Answer(ZoRequestResponse(std::move(message.document)));
+    pending->Answer(ZoRequestResponse(std::move(message.document), ++arrivals));
   }
 }
 
@@ -317,6 +322,7 @@ void LinkState::AnswerRestore(const Entry& entry, const Incoming& message, Time 
     push.document.Set("uri", entry.uri);
     push.document.Set("payload", message.document.At(payloadMember));
     push.bytes = message.bytes;
+    push.order = ++arrivals;
     pushes.Offer(entry.uri, std::move(push), now);
   }
 }

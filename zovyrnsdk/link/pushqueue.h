@@ -26,6 +26,7 @@ struct Push {
   Kind kind = Kind::Stream;
   ZoJson document;
   std::size_t bytes = 0;
+  std::uint64_t order = 0;  // of its arrival; see ZoResponse
 };
 
 class PushQueue {
