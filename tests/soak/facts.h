@@ -22,6 +22,10 @@ using ZoTest::Clock;
 // sensor some ten times down.
 inline constexpr std::chrono::seconds kStaleLimit{ZoTest::kSanitized ? 45 : 20};
 
+// How long after a disturbance calls may still fail: the time to notice a dead peer, one time-out, and the next attempt to
+// connect.
+inline constexpr std::chrono::seconds kRecovery{ZoTest::kSanitized ? 20 : 10};
+
 class SensorFacts {
  public:
   explicit SensorFacts(int number) : number(number) {}

@@ -10,7 +10,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr double kDestroyShare = 0.03;
+// Instances live for half a minute or so, long enough to be left alone by faults for a while. One whose sensor was away
+// when it was made refuses everything for good and goes sooner.
+constexpr double kDestroyShare = 0.004;
+constexpr double kDestroyIdleShare = 0.05;
 
 }  // namespace
 
@@ -26,7 +29,8 @@ void HostThread::Run(const std::atomic<bool>& end) {
 
 void HostThread::Step() {
   Slot& slot = host.slots.all[Below(host.slots.all.size())];
-  if (Chance(kDestroyShare) || !slot.filled) {
+  const bool idle = slot.sensor != nullptr && !slot.worked;
+  if (Chance(idle ? kDestroyIdleShare : kDestroyShare) || !slot.filled) {
     const std::unique_lock alone(slot.guard, std::try_to_lock);
     if (alone.owns_lock()) {
       if (slot.handle != nullptr) {

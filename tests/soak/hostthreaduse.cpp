@@ -49,7 +49,7 @@ std::int64_t HostThread::NextWritten(const Slot& slot, int item) {
 void HostThread::Read(Slot& slot) {
   const Item& item = AnyItem(slot);
   const std::uint64_t generation = slot.sensor != nullptr ? slot.sensor->Generation() : 0;
-  const bool calm = slot.sensor != nullptr && slot.worked && slot.sensor->IsCalmFor(kStaleLimit);
+  const bool calm = slot.sensor != nullptr && slot.worked && slot.sensor->IsCalmFor(kRecovery);
   const int result = ReadItem(slot, item.name);
   if (calm && item.changes) {
     CheckRefusal(slot, item, result, generation);
@@ -92,7 +92,7 @@ void HostThread::WriteAndRead(Slot& slot) {
   const std::string name = fmt::format("/set{}#/v", mine);
   const std::int64_t value = NextWritten(slot, mine);
   const std::uint64_t generation = slot.sensor->Generation();
-  const bool calm = slot.sensor->IsCalmFor(kStaleLimit / 2);
+  const bool calm = slot.sensor->IsCalmFor(kRecovery);
   if (WriteItem(slot, name, Integer(value)) != 0 || Listener::Current().errors != 0) {
     return;
   }
@@ -151,6 +151,8 @@ void HostThread::Unsubscribe(Slot& slot) {
     names.push_back(item->name.c_str());
   }
   const std::lock_guard inOrder(slot.subscribing);
+  CurrentCall& current = Listener::Current();
+  current = CurrentCall();
   int result = 0;
   {
     const CallBoard::Call call(host.board, number, CallKind::Unsubscribe, Alone());
@@ -159,7 +161,7 @@ void HostThread::Unsubscribe(Slot& slot) {
   for (const Item* item : items) {
     if (result == 0) {
       slot.listener->Unsubscribed(item->name);
-    } else {
+    } else if (current.lines > 0) {  // a call that finds no connection says and does nothing
       slot.listener->BecameUncertain(item->name);
     }
   }
@@ -205,6 +207,10 @@ void HostThread::StopAndRun(Slot& slot) {
   if (slot.sensor == nullptr) {
     CallMethod(slot, "StopSensor", "", "");
     CallMethod(slot, "RunSensor", "", "");
+    return;
+  }
+  // Seldom: a sensor that is stopped all the time is never calm, and then nothing is asked of it.
+  if (!Chance(0.02)) {
     return;
   }
   const std::unique_lock alone(slot.sensor->disturbing, std::try_to_lock);

@@ -16,7 +16,7 @@ constexpr double kFaultShortest = 0.5;
 constexpr double kFaultLongest = 6;
 // Most pauses are short, so that faults meet what the one before has left; some are long enough for the watch of
 // values that stand still.
-constexpr double kLongPauseShare = 0.15;
+constexpr double kLongPauseShare = 0.25;
 
 }  // namespace
 

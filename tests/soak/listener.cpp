@@ -121,7 +121,7 @@ void Listener::Take(std::string_view name, const ioDataValue& value) {
 
 void Listener::CheckOrder(ItemState& state, const ioDataValue& value) {
   const std::uint64_t print = Fingerprint(value);
-  if (print != state.last || value.type != state.lastType) {
+  if ((print != state.last || value.type != state.lastType) && !deaf) {
     state.movedAt = Clock::now();
     state.reported = false;
   }
@@ -179,6 +179,7 @@ void Listener::OnLog(void* context, std::int32_t level, const char* text) {
 void Listener::Note(std::string_view line, std::int32_t level) {
   constexpr std::string_view starting = ")Starting stream ";
   CurrentCall& current = Current();
+  ++current.lines;
   current.errors += level >= 5 ? 1 : 0;
   if (const std::size_t at = line.find(starting); at != std::string_view::npos) {
     current.streamed = line.substr(at + starting.size());

@@ -29,7 +29,8 @@ struct CurrentCall {
   const void* token = nullptr;
   int values = 0;
   int results = 0;
-  int errors = 0;  // log lines at error
+  int lines = 0;   // of the log
+  int errors = 0;  // of these at error
   enumtype type = enumtype_invalid;
   std::int64_t integer = 0;
   std::string response;
@@ -105,6 +106,7 @@ class Listener {
   std::atomic<std::uint64_t> calls = 0;
   std::atomic<int> inCallback = 0;
   std::atomic<bool> destroyed = false;
+  std::atomic<bool> deaf = false;  // planted: nothing of any item counts as having come
   std::atomic<Clock::rep> toleratedUntil = 0;
 
   mutable std::mutex mutex;

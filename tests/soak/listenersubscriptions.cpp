@@ -82,6 +82,11 @@ void Listener::Destroyed(Clock::duration took) {
 
 void Listener::Plant(const std::string& what) {
   const std::string name = "/c0#/n";
+  if (what == "silence") {
+    deaf = true;
+    Subscribed(name, false);
+    return;
+  }
   ioDataValue value{};
   value.type = enumtype_int64;
   value.value.int64 = CounterValue(sensor->number, sensor->start, 0);

@@ -47,7 +47,7 @@ class Soak {
   void StartSensors();
   void MakeSlots();
   void Work();
-  void Plant();
+  void Plant(HostThread& first);
   // Every sensor is healthy from now on: everything that is subscribed has to move.
   void ExpectAllToMove();
   void DestroyAll(Host& host);
@@ -132,7 +132,9 @@ void Soak::Work() {
       --running;
     });
   }
-  Plant();
+  if (options.plant != "silence") {
+    Plant(first);
+  }
   std::this_thread::sleep_for(options.duration);
   end = true;
   if (!JoinAll(threads)) {
@@ -140,6 +142,9 @@ void Soak::Work() {
   }
   for (Keeper& keeper : keepers) {
     keeper.Calm();
+  }
+  if (options.plant == "silence") {
+    Plant(first);  // now that nobody unsubscribes what it takes away
   }
   ExpectAllToMove();
   DestroyAll(host);
@@ -150,7 +155,7 @@ void Soak::Work() {
   slots.ForgetBuried();
 }
 
-void Soak::Plant() {
+void Soak::Plant(HostThread& first) {
   if (options.plant.empty()) {
     return;
   }
@@ -161,11 +166,10 @@ void Soak::Plant() {
   } else {
     Slot& slot = slots.all.front();
     const std::lock_guard alone(slot.guard);
-    if (options.plant == "silence") {
-      slot.listener->Subscribed("/c0#/n", false);
-    } else {
-      slot.listener->Plant(options.plant);
+    if (!slot.filled) {
+      first.Create(slot);
     }
+    slot.listener->Plant(options.plant);
   }
 }
 
