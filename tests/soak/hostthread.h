@@ -60,8 +60,8 @@ class HostThread {
   const Item& AnyItem(const Slot& slot);
   std::vector<const Item*> AnyItems(const Slot& slot);
   bool Chance(double share) { return std::uniform_real_distribution<double>(0, 1)(random) < share; }
-  std::size_t Below(std::size_t number) {
-    return std::uniform_int_distribution<std::size_t>(0, number - 1)(random);
+  std::size_t Below(std::size_t end) {
+    return std::uniform_int_distribution<std::size_t>(0, end - 1)(random);
   }
   // Whether the next call is made alone; so each kind's own time is seen now and then.
   bool Alone() { return Chance(0.03); }
