@@ -103,7 +103,10 @@ std::string ResourceFile(int sensor, int start) {
     } else if (item.kind == ItemKind::BigCounter) {
       counter(item.uri, kBigBase + static_cast<std::uint64_t>(first), item.rate, "");
     } else if (item.kind == ItemKind::Set) {
-      add(item.uri, R"("content": {"v": 0}, "writable": true, "integers": ["/v"])");
+      // Every other one tells its changes to subscribers, once each: nothing brings a lost one back.
+      add(item.uri,
+          fmt::format(R"("content": {{"v": 0}}, "writable": true, "integers": ["/v"], "stream": {})",
+                      item.number % 2 == 0));
     }
   }
   add("/ramp", R"("rate_hz": 20, "content": {"v": 0.5}, "waves": {"/v": {"wave": "ramp", "period_s": 5}})");

@@ -37,6 +37,9 @@ class SensorFacts {
   std::atomic<int> start = 0;
   std::atomic<Clock::rep> startedAt = 0;
 
+  // What was done to it last, for messages.
+  std::atomic<const char*> lastFault = "none";
+
   // While this is held the sensor is disturbed by its holder alone.
   std::mutex disturbing;
 
@@ -85,8 +88,10 @@ struct Tallies {
   std::atomic<std::uint64_t> stragglers = 0;    // callbacks after a destruction that gave a thread up
   std::atomic<std::uint64_t> excusedFalls = 0;  // values out of order while the sensor exchanged answers
   std::atomic<std::uint64_t> refusedSubscriptions = 0;  // the sensor, told to fail, granted neither way
+  std::atomic<std::uint64_t> skippedSubscriptions = 0;  // thought to be subscribed already
   std::atomic<std::uint64_t> checkedWrites = 0;         // written and read back from a calm sensor
   std::atomic<std::uint64_t> checkedReads = 0;          // reads that a calm sensor had to answer
+  std::atomic<std::uint64_t> checkedChanges = 0;        // last changes that had to arrive
   std::atomic<std::uint64_t> restarts = 0;
 
   double Seconds() const { return std::chrono::duration<double>(Clock::now() - begin).count(); }

@@ -36,6 +36,9 @@ class HostThread {
   void Create(Slot& slot);
   // Its guard is held.
   void Destroy(Slot& slot);
+  // Its guard is held, shared at least.
+  int ReadItem(Slot& slot, const std::string& name);
+  void SubscribeItems(Slot& slot, const std::vector<const Item*>& items, long long interval);
 
  private:
   void Step();
@@ -51,7 +54,6 @@ class HostThread {
   void StopAndRun(Slot& slot);
 
   // The exports, timed and judged.
-  int ReadItem(Slot& slot, const std::string& name);
   int WriteItem(Slot& slot, const std::string& name, const ioDataValue& value);
   int CallMethod(Slot& slot, const std::string& method, const std::string& uri, const std::string& arguments);
 

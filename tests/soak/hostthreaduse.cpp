@@ -114,7 +114,10 @@ void HostThread::WriteAndRead(Slot& slot) {
 
 void HostThread::Subscribe(Slot& slot) {
   constexpr long long intervals[] = {0, 100, 100, 200, 500, 1000};
-  const std::vector<const Item*> items = AnyItems(slot);
+  SubscribeItems(slot, AnyItems(slot), intervals[Below(std::size(intervals))]);
+}
+
+void HostThread::SubscribeItems(Slot& slot, const std::vector<const Item*>& items, long long interval) {
   std::vector<const char*> names;
   for (const Item* item : items) {
     names.push_back(item->name.c_str());
@@ -126,10 +129,11 @@ void HostThread::Subscribe(Slot& slot) {
   int result = 0;
   {
     const CallBoard::Call call(host.board, number, CallKind::Subscribe, Alone());
-    result =
-        host.plugin.subscribeItems(intervals[Below(std::size(intervals))], static_cast<int>(names.size()),
-                                   names.data(), codes.data(), slot.handle);
+    result = host.plugin.subscribeItems(interval, static_cast<int>(names.size()), names.data(), codes.data(),
+                                        slot.handle);
   }
+  host.tallies.refusedSubscriptions += current.refused.size();
+  host.tallies.skippedSubscriptions += current.skipped.size();
   for (std::size_t i = 0; i < items.size(); ++i) {
     const bool known = codes[i] >= 0 && codes[i] < kFailedName;
     if (!known && (result == 0 || (codes[i] != kFailedName && codes[i] != kUntouched))) {
@@ -137,7 +141,7 @@ void HostThread::Subscribe(Slot& slot) {
     }
     if (known) {
       slot.worked = true;
-      slot.listener->Subscribed(items[i]->name, current.refused.contains(items[i]->uri));
+      slot.listener->Subscribed(items[i]->name, current.IsDoubtful(items[i]->uri));
     } else if (codes[i] == kFailedName) {
       slot.listener->BecameUncertain(items[i]->name);
     }
@@ -145,7 +149,14 @@ void HostThread::Subscribe(Slot& slot) {
 }
 
 void HostThread::Unsubscribe(Slot& slot) {
-  const std::vector<const Item*> items = AnyItems(slot);
+  std::vector<const Item*> items = AnyItems(slot);
+  // Now and then also what is not subscribed. Not often: see CurrentCall::skipped.
+  if (!Chance(0.05)) {
+    std::erase_if(items, [&slot](const Item* item) { return !slot.listener->IsSubscribed(item->name); });
+  }
+  if (items.empty()) {
+    return;
+  }
   std::vector<const char*> names;
   for (const Item* item : items) {
     names.push_back(item->name.c_str());

@@ -109,6 +109,7 @@ void Keeper::Trouble(std::size_t which) {
   const Fault& fault = kFaults[which];
   ++done[which];
   facts.Disturb();
+  facts.lastFault = fault.name;
   if (fault.disorders) {
     facts.ExcuseOrder();
   }

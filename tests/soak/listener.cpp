@@ -186,6 +186,22 @@ void Listener::Note(std::string_view line, std::int32_t level) {
     current.streamed.pop_back();
   } else if (line.ends_with(")Could not subscribe resource.\n")) {
     current.refused.insert(current.streamed);
+  } else if (line.ends_with(")Resource already subscribed.Skipping.\n")) {
+    current.skipped.insert(current.streamed);
+  }
+  Remember(line);
+}
+
+void Listener::Remember(std::string_view line) {
+  constexpr std::size_t lines = 40;
+  if (line.find("ubscribe") == std::string_view::npos && line.find("tream") == std::string_view::npos &&
+      line.find("error") == std::string_view::npos) {
+    return;
+  }
+  const std::lock_guard lock(mutex);
+  remembered.push_back(fmt::format("    {:.3f} s ", tallies.Seconds()) + std::string(line));
+  if (remembered.size() > lines) {
+    remembered.pop_front();
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -36,6 +37,11 @@ struct CurrentCall {
   std::string response;
   std::string streamed;           // the last resource that was asked to stream
   std::set<std::string> refused;  // resources that are neither streamed nor subscribed
+  // Resources whose pattern is thought to be subscribed already. The plug-in counts the users of a pattern down whenever
+  // a stream that there was not is ended, below 0 too, and then asks the sensor for nothing. No two resources of the
+  // soak share a pattern, so it may or may not be subscribed.
+  std::set<std::string> skipped;
+  bool IsDoubtful(const std::string& uri) const { return refused.contains(uri) || skipped.contains(uri); }
 };
 
 class Listener {
@@ -52,8 +58,8 @@ class Listener {
   // Of the calling thread; a call begins by clearing it.
   static CurrentCall& Current();
 
-  // What a successful call has done. code: what SubscribeItems wrote for the item; refused: what CurrentCall says.
-  void Subscribed(const std::string& name, bool refused);
+  // What a successful call has done. doubtful: what CurrentCall says.
+  void Subscribed(const std::string& name, bool doubtful);
   void Unsubscribed(const std::string& name);
   // Nobody knows how far a failed call came: from here on the item's deliveries are not watched.
   void BecameUncertain(const std::string& name);
@@ -63,6 +69,10 @@ class Listener {
   // Whether all that should move has moved since then.
   bool AllMovedSince(Clock::time_point time) const;
   std::size_t Watched() const;
+  bool IsSubscribed(const std::string& name) const;
+  // Whether an item has to deliver, as far as anybody knows, and whether this integer came last.
+  bool Delivers(const std::string& name) const;
+  bool Holds(const std::string& name, std::int64_t value) const;
 
   // Once DestroyIoInstance has returned.
   void Destroyed(Clock::duration took);
@@ -81,10 +91,11 @@ class Listener {
     Clock::time_point subscribedAt;
     int users = 0;  // as the plug-in counts them: a stream ends with the last one
     bool delivering = false;
-    bool refused = false;
+    bool doubtful = false;  // until its stream has no users any more
     bool uncertain = false;
     bool reported = false;
-    bool IsWatched() const { return item->changes && delivering && !refused && !uncertain; }
+    bool Delivers() const { return delivering && !doubtful && !uncertain; }
+    bool IsWatched() const { return item->changes && Delivers(); }
   };
   class Visit;
 
@@ -96,6 +107,7 @@ class Listener {
   void CheckOrder(ItemState& state, const ioDataValue& value);
   void Note(std::string_view line, std::int32_t level);
   void DawdleAtTimes();
+  void Remember(std::string_view line);
   Knowledge Known() const;
   std::string Place(std::string_view name) const;
 
@@ -111,6 +123,7 @@ class Listener {
 
   mutable std::mutex mutex;
   std::unordered_map<std::string_view, ItemState> states;
+  std::deque<std::string> remembered;  // log lines about subscriptions and errors, the last few
 };
 
 }  // namespace ZoSoak

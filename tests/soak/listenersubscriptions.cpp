@@ -1,5 +1,6 @@
 // What a listener knows of its subscriptions.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
@@ -15,11 +16,10 @@ constexpr std::chrono::seconds kStraggling{2};
 
 }  // namespace
 
-void Listener::Subscribed(const std::string& name, bool refused) {
+void Listener::Subscribed(const std::string& name, bool doubtful) {
   const std::lock_guard lock(mutex);
   ItemState& state = states.at(name);
-  state.refused = refused || (state.refused && state.users > 0);
-  tallies.refusedSubscriptions += refused ? 1 : 0;
+  state.doubtful = doubtful || (state.doubtful && state.users > 0);
   ++state.users;
   state.delivering = true;
   state.reported = false;
@@ -52,10 +52,13 @@ std::vector<std::string> Listener::StandingStill() {
     const auto seconds = [now](Clock::time_point time) {
       return std::chrono::duration<double>(now - time).count();
     };
-    found.push_back(fmt::format(
-        "{} has not changed for {:.1f} s; subscribed {:.1f} s ago, {} users, its sensor is calm for {:.1f} s",
-        Place(name), state.movedAt == Clock::time_point() ? -1 : seconds(state.movedAt),
-        seconds(state.subscribedAt), state.users, sensor != nullptr ? seconds(calm) : 0.0));
+    found.push_back(
+        fmt::format("{} has not changed for {:.1f} s; subscribed {:.1f} s ago, {} users, its sensor is calm "
+                    "for {:.1f} s after \"{}\"; "
+                    "what its log says:\n{}",
+                    Place(name), state.movedAt == Clock::time_point() ? -1 : seconds(state.movedAt),
+                    seconds(state.subscribedAt), state.users, sensor != nullptr ? seconds(calm) : 0.0,
+                    sensor != nullptr ? sensor->lastFault.load() : "nothing", fmt::join(remembered, "")));
   }
   return found;
 }
@@ -71,6 +74,22 @@ std::size_t Listener::Watched() const {
   const std::lock_guard lock(mutex);
   return static_cast<std::size_t>(
       std::count_if(states.begin(), states.end(), [](const auto& each) { return each.second.IsWatched(); }));
+}
+
+bool Listener::IsSubscribed(const std::string& name) const {
+  const std::lock_guard lock(mutex);
+  return states.at(name).delivering;
+}
+
+bool Listener::Delivers(const std::string& name) const {
+  const std::lock_guard lock(mutex);
+  return states.at(name).Delivers();
+}
+
+bool Listener::Holds(const std::string& name, std::int64_t value) const {
+  const std::lock_guard lock(mutex);
+  const ItemState& state = states.at(name);
+  return state.lastType == enumtype_int64 && state.last == static_cast<std::uint64_t>(value);
 }
 
 void Listener::Destroyed(Clock::duration took) {

@@ -7,8 +7,9 @@
 #include "tests/soak/soak.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-// Freed memory is kept for less long than by default: what is watched here is growth, too.
-extern "C" const char* __asan_default_options() {
+// Freed memory is kept for less long than by default: what is watched here is growth, too. The sanitizer's library looks
+// for it, so it must be visible.
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
   return "quarantine_size_mb=16";
 }
 #endif

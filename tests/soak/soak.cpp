@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "tests/soak/duration.h"
+#include "tests/soak/finale.h"
 #include "tests/soak/hostthread.h"
 #include "tests/soak/keeper.h"
 #include "tests/soak/summary.h"
@@ -147,6 +148,9 @@ void Soak::Work() {
     Plant(first);  // now that nobody unsubscribes what it takes away
   }
   ExpectAllToMove();
+  if (options.plant.empty()) {
+    ExpectLastChanges(host, first, options.seed);
+  }
   DestroyAll(host);
   plugin.Unload();
   if (plugin.IsMapped()) {

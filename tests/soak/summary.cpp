@@ -39,8 +39,10 @@ void PrintCounts(std::ostream& out, const Tallies& tallies) {
   line("callbacks of threads that were given up", tallies.stragglers);
   line("values out of order by the sensor's doing", tallies.excusedFalls);
   line("subscriptions that a faulty sensor refused", tallies.refusedSubscriptions);
+  line("subscriptions that asked for nothing", tallies.skippedSubscriptions);
   line("writes read back from calm sensors", tallies.checkedWrites);
   line("reads that calm sensors had to answer", tallies.checkedReads);
+  line("last changes that had to arrive", tallies.checkedChanges);
   fmt::print(out, "\n");
 }
 
