@@ -34,6 +34,10 @@ std::vector<const Item*> HostThread::AnyItems(const Slot& slot) {
   const std::size_t count = Chance(0.6) ? 1 : 1 + Below(kMostNames);
   while (chosen.size() < count) {
     const Item& item = AnyItem(slot);
+    const bool everything = item.uri.empty() || item.uri == "/" || item.uri.starts_with('*');
+    if (everything && !slot.everything) {
+      continue;
+    }
     // Twice in one batch would be twice subscribed: allowed, but it is enough that separate calls do it.
     if (std::find(chosen.begin(), chosen.end(), &item) == chosen.end()) {
       chosen.push_back(&item);

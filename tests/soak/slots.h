@@ -21,6 +21,9 @@ namespace ZoSoak {
 
 struct Slot {
   SensorFacts* sensor = nullptr;  // null: the simulator
+  // Whether names may be subscribed whose pattern is everything. One such subscription brings the changes of all
+  // resources, and so hides a stream that was lost.
+  bool everything = false;
   std::shared_mutex guard;
   std::mutex subscribing;  // one at a time, so that what is known of the subscriptions is in their order
   void* handle = nullptr;

@@ -33,7 +33,7 @@ constexpr std::int64_t kOwnFiles = 24;
 // What the end may have more than the beginning. In use: what the runtime keeps for the process (locales, streams).
 // Resident: the allocator keeps what many threads' arenas held, the more the more of them worked at a time.
 constexpr std::int64_t kHeapLeft = 1LL << 20U;
-constexpr std::int64_t kMemoryLeft = (ZoTest::kSanitized ? 512LL : 32LL) << 20U;
+constexpr std::int64_t kMemoryLeft = (ZoTest::kSanitized ? 192LL : 32LL) << 20U;
 
 class Soak {
  public:
@@ -83,6 +83,7 @@ void Soak::MakeSlots() {
   for (int i = 0; i < options.instances; ++i) {
     slots.all.emplace_back().sensor = &facts[static_cast<std::size_t>(i % options.sensors)];
   }
+  slots.all.back().everything = options.instances > 1;
   for (int i = 0; i < options.simulators; ++i) {
     slots.all.emplace_back();
   }

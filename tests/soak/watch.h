@@ -21,7 +21,7 @@ namespace ZoSoak {
 // varies is how many instances live at a time and how full the allocator's arenas are, and that is some megabytes for
 // the default number of instances. Under sanitizers freed memory is kept for a while (the quarantine is set to 16 MiB
 // in main.cpp) and each thread that ever ran leaves its shadow.
-inline constexpr std::int64_t kGrowthLimit = (ZoTest::kSanitized ? 160LL : 16LL) << 20U;
+inline constexpr std::int64_t kGrowthLimit = (ZoTest::kSanitized ? 64LL : 16LL) << 20U;
 
 struct Allowed {
   std::int64_t threads = 0;
