@@ -40,6 +40,20 @@ TEST(Scripts, UnknownOptionIsNotUnderstood) {
   }
 }
 
+TEST(Scripts, SoakWithoutASensibleDurationIsNotUnderstood) {
+  for (const std::string duration : {"10", "ten", "10x", "m", "1.5h", "10m30s"}) {
+    const ChildResult refused = RunInShell("./check --soak " + duration);
+    EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
+    EXPECT_TRUE(
+        Contains(refused.output, "\"" + duration + "\" is no duration: write a number and s, m or h"));
+  }
+  for (const std::string arguments : {"--soak", "--soak ''", "--seed 1", "--preset asan",
+                                      "--soak 1m --preset debug", "--soak 1m --seed x", "--soak 1m --full"}) {
+    const ChildResult refused = RunInShell("./check " + arguments);
+    EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
+  }
+}
+
 TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {
   const ChildResult shown = RunInShell("./run --from '" ZOIO_PROGRAMS "'");
   EXPECT_TRUE(shown.Succeeded()) << shown.Describe();
