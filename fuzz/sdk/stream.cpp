@@ -113,6 +113,7 @@ class Play final : public SessionEvents {
   void OnBytes() override { Require(!ended && !closed, "no byte is heard after the end"); }
 
   void OnHeard() override { OnBytes(); }
+  void OnPong() override { OnBytes(); }
 
   void OnSent() override {
     Require(opened && writing && !ended && !closed, "only what was given is sent");

@@ -342,6 +342,7 @@ void FakeSensor::ServeSession(FakePeer& peer) {
     }
     if (frame->opcode == FakePeer::Ping && answerPings) {
       peer.SendFrame(FakePeer::Pong, frame->payload);
+      ++pongs;
     } else if (frame->opcode == FakePeer::Close) {
       NoteClose(frame->payload);
       peer.SendFrame(FakePeer::Close, frame->payload);

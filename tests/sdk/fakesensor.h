@@ -107,6 +107,7 @@ class FakeSensor {
   void FallSilent();
   // The default script answers no close and no ping while this is false.
   void AnswerPings(bool answer) { answerPings = answer; }
+  unsigned PongCount() const { return pongs; }
 
   // Sends a text on the newest connection that shook hands; false when there is none.
   bool Push(std::string_view text);
@@ -142,6 +143,7 @@ class FakeSensor {
   std::uint16_t port = 0;
   std::atomic<bool> silent{false};
   std::atomic<bool> answerPings{true};
+  std::atomic<unsigned> pongs{0};
 
   mutable std::mutex mutex;
   mutable std::condition_variable changed;

@@ -318,6 +318,7 @@ TEST(Watchdog, DeafTimeNeverReachesIntoTheFuture) {
 TEST(Watchdog, PeerThatSpeaksButAnswersNoPingIsGivenUpThreeSecondsAfterThePing) {
   Watchdog dog;
   dog.SessionOpened(start);
+  dog.AnswersPings();
   EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Ping);
   dog.PeerHears(start + milliseconds(1001));
   EXPECT_EQ(dog.Step(start + seconds(2)), Watchdog::Verdict::Ping);
@@ -331,9 +332,21 @@ TEST(Watchdog, PeerThatSpeaksButAnswersNoPingIsGivenUpThreeSecondsAfterThePing) 
   EXPECT_EQ(dog.Step(start + seconds(5)), Watchdog::Verdict::Healthy);
 }
 
+TEST(Watchdog, PeerThatHasNotAnsweredAPingInThisSessionNeedNot) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  dog.AnswersPings();
+  dog.SessionOpened(start + seconds(10));
+  for (int second = 11; second < 20; ++second) {
+    dog.BytesArrived(start + seconds(second));
+    EXPECT_EQ(dog.Step(start + seconds(second)), Watchdog::Verdict::Ping);
+  }
+}
+
 TEST(Watchdog, PongsThatNobodyCouldHearAreNotMissed) {
   Watchdog dog;
   dog.SessionOpened(start);
+  dog.AnswersPings();
   EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Ping);
   dog.Deaf(seconds(10), start + seconds(11));
   dog.BytesArrived(start + seconds(13));

@@ -301,6 +301,7 @@ void Connection::OnOpen() {
   wasOpen = true;
   openedAt = now;
   heardAt = now;
+  pongs = false;
   {
     Zo::MutexLock lock(mutex);
     if (closed) {
@@ -368,6 +369,11 @@ void Connection::OnBytes() {
 
 void Connection::OnHeard() {
   peerHeardAt = Clock::now();
+}
+
+void Connection::OnPong() {
+  pongs = true;
+  OnHeard();
 }
 
 void Connection::OnSent() {
@@ -469,6 +475,9 @@ void Connection::Step() {
     Zo::MutexLock lock(mutex);
     state.BytesArrived(heardAt);
     state.PeerHears(peerHeardAt);
+    if (pongs) {
+      state.AnswersPings();
+    }
     if (paused) {
       state.BytesArrived(now);  // it is we who do not listen
       state.PeerHears(now);

@@ -58,6 +58,7 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   bool OnMessage(std::string_view text, bool binary) override;
   void OnBytes() override;
   void OnHeard() override;
+  void OnPong() override;
   void OnSent() override;
   void OnEnd(const SessionEnd& end) override;
 
@@ -96,6 +97,7 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   Time alarmAt = never;
   Time heardAt{};      // bytes came last; told to the state when it looks at the clock
   Time peerHeardAt{};  // a sign came last that the peer takes what is sent; likewise
+  bool pongs = false;  // the peer of this session has answered a ping
 
   Driver driver;
   HandlerGate gate;

@@ -50,6 +50,7 @@ class LinkState {
   void Receive(Incoming message, Time now);
   void BytesArrived(Time now) { watchdog.BytesArrived(now); }
   void PeerHears(Time when) { watchdog.PeerHears(when); }
+  void AnswersPings() { watchdog.AnswersPings(); }
   void Deaf(Duration time, Time now) { watchdog.Deaf(time, now); }
 
   // The next message to send, if any. Only while a session is open.

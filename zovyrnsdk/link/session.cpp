@@ -177,7 +177,7 @@ void Session::Impl::Configure() {
     if (events != nullptr) {
       events->OnBytes();
       if (type == websocket::frame_type::pong) {
-        events->OnHeard();
+        events->OnPong();
       }
     }
   });

@@ -36,8 +36,9 @@ class SessionEvents {
   virtual bool OnMessage(std::string_view text, bool binary) = 0;
   // Bytes came, or the peer took some.
   virtual void OnBytes() = 0;
-  // A sign that the peer takes what is sent: a pong, or room for more of a message. Also while a long message of the
-  // peer's own keeps it from giving one.
+  // A ping was answered.
+  virtual void OnPong() = 0;
+  // Another sign that the peer takes what is sent, or a reason why it can give none: a long message of its own.
   virtual void OnHeard() = 0;
   // The message given to Send is out.
   virtual void OnSent() = 0;

@@ -1,7 +1,7 @@
 // Notices a peer that is gone although its connection stands.
 //
-// Three signs: no byte for 3 s although it was pinged every second; bytes, but no pong within 3 s, so that it does not
-// hear us; and requests that end without an answer while the peer still answers pings. After two of those in a row the
+// Three signs: no byte for 3 s although it was pinged every second; bytes, but no pong within 3 s from a peer that has
+// answered pings before, so that it does not hear us any more; and requests that end without an answer while the peer still answers pings. After two of those in a row the
 // sensor is asked about "/system", and is lost when that is not answered within a second. A plain state machine: the
 // caller brings the time. Guarded by its owner.
 #pragma once
@@ -21,6 +21,7 @@ class Watchdog {
     heard = now;
     nextPing = now + pingInterval;
     unheardSince = never;
+    answersPings = false;
     AnswerArrived();
   }
 
@@ -32,6 +33,9 @@ class Watchdog {
       unheardSince = never;
     }
   }
+
+  // Not every peer does.
+  void AnswersPings() { answersPings = true; }
 
   // For so long nobody could have heard anything: a handler blocked the only thread, or the machine slept.
   void Deaf(Duration time, Time now) {
@@ -81,7 +85,9 @@ class Watchdog {
     }
     if (now >= nextPing) {
       nextPing = now + pingInterval;
-      unheardSince = std::min(unheardSince, now);
+      if (answersPings) {
+        unheardSince = std::min(unheardSince, now);
+      }
       return Verdict::Ping;
     }
     return Verdict::Healthy;
@@ -95,7 +101,8 @@ class Watchdog {
   Time heard{};
   Time nextPing{};
   Time unheardSince = never;  // the first ping without a pong
-  bool asking = false;        // about itself
+  bool answersPings = false;
+  bool asking = false;  // about itself
   Time healthDue = never;
   unsigned unanswered = 0;
 };
