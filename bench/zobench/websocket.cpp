@@ -2,12 +2,11 @@
 
 #include <sys/socket.h>
 
-#include <boost/beast/core/detail/base64.hpp>
-#include <boost/beast/core/detail/sha1.hpp>
 #include <cerrno>
 #include <cstring>
 
 #include "bench/zobench/checkfailed.h"
+#include "tests/support/acceptkey.h"
 
 namespace ZoBench {
 namespace {
@@ -22,29 +21,16 @@ std::string ReadHead(const Socket& socket) {
   return head;
 }
 
-std::string AcceptKey(const std::string& key) {
-  const std::string text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
-  boost::beast::detail::sha1_context context;
-  boost::beast::detail::init(context);
-  boost::beast::detail::update(context, text.data(), text.size());
-  char digest[boost::beast::detail::sha1_context::digest_size];
-  boost::beast::detail::finish(context, digest);
-  std::string encoded(boost::beast::detail::base64::encoded_size(sizeof digest), '\0');
-  encoded.resize(boost::beast::detail::base64::encode(encoded.data(), digest, sizeof digest));
-  return encoded;
-}
-
 }  // namespace
 
 void AcceptWebSocket(const Socket& socket) {
   const std::string head = ReadHead(socket);
-  const std::string name = "Sec-WebSocket-Key: ";
-  const std::size_t at = head.find(name);
-  Check(at != std::string::npos, "a client asked for no WebSocket");
+  const std::string key = ZoTest::AcceptKey(head);
+  Check(!key.empty(), "a client asked for no WebSocket");
   const std::string answer =
       "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
       "Sec-WebSocket-Protocol: vyrn.v1.json\r\nSec-WebSocket-Accept: " +
-      AcceptKey(head.substr(at + name.size(), 24)) + "\r\n\r\n";
+      key + "\r\n\r\n";
   WriteAll(socket.File(), answer.data(), answer.size());
 }
 

@@ -7,10 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <boost/beast/core/detail/base64.hpp>
-#include <boost/beast/core/detail/sha1.hpp>
 
 #include "fuzz/json/require.h"
+#include "tests/support/acceptkey.h"
 
 namespace ZoFuzz {
 
@@ -45,21 +44,6 @@ struct Listener {
 Listener& TheListener() {
   static Listener listener;
   return listener;
-}
-
-std::string AcceptKey(const std::string& upgrade) {
-  constexpr std::string_view name = "Sec-WebSocket-Key: ";
-  const std::size_t at = upgrade.find(name);
-  Require(at != std::string::npos, "an upgrade brings a key");
-  const std::string text = upgrade.substr(at + name.size(), 24) + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
-  boost::beast::detail::sha1_context context;
-  boost::beast::detail::init(context);
-  boost::beast::detail::update(context, text.data(), text.size());
-  char digest[boost::beast::detail::sha1_context::digest_size];
-  boost::beast::detail::finish(context, digest);
-  std::string encoded(boost::beast::detail::base64::encoded_size(sizeof digest), '\0');
-  encoded.resize(boost::beast::detail::base64::encode(encoded.data(), digest, sizeof digest));
-  return encoded;
 }
 
 }  // namespace
@@ -130,7 +114,8 @@ bool StreamPeer::Receive() {
 
 void StreamPeer::Answer() {
   answered = true;
-  acceptKey = AcceptKey(received);
+  acceptKey = ZoTest::AcceptKey(received);
+  Require(!acceptKey.empty(), "an upgrade brings a key");
   const std::string proper =
       "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
       "Sec-WebSocket-Accept: $KEY\r\nSec-WebSocket-Protocol: vyrn.v1.json\r\n\r\n";

@@ -1,4 +1,5 @@
 #include "tests/sdk/fakesensor.h"
+#include "tests/support/acceptkey.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -8,8 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <boost/beast/core/detail/base64.hpp>
-#include <boost/beast/core/detail/sha1.hpp>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -39,21 +38,6 @@ int MakeListener(std::uint16_t port) {
     throw std::system_error(errno, std::generic_category(), "listen");
   }
   return listener;
-}
-
-std::string AcceptKey(const std::string& upgrade) {
-  const std::string name = "Sec-WebSocket-Key: ";
-  const std::size_t at = upgrade.find(name);
-  const std::string key = at == std::string::npos ? std::string() : upgrade.substr(at + name.size(), 24);
-  const std::string text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
-  boost::beast::detail::sha1_context context;
-  boost::beast::detail::init(context);
-  boost::beast::detail::update(context, text.data(), text.size());
-  char digest[boost::beast::detail::sha1_context::digest_size];
-  boost::beast::detail::finish(context, digest);
-  std::string encoded(boost::beast::detail::base64::encoded_size(sizeof digest), '\0');
-  encoded.resize(boost::beast::detail::base64::encode(encoded.data(), digest, sizeof digest));
-  return encoded;
 }
 
 }  // namespace

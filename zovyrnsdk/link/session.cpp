@@ -272,6 +272,9 @@ std::string_view Session::Impl::RefusedText() {
 
 // A peer that sends a large message as one frame can send no pong before its end.
 void Session::Impl::NoteLongMessage() {
+  if (stream.is_message_done() && messageBegan == never) {
+    return;  // it came at once
+  }
   const Time now = Clock::now();
   messageBegan = std::min(messageBegan, now);
   if (now - messageBegan > longMessage) {
