@@ -102,7 +102,10 @@ struct SensorManager::Shared {
     if (closed) {
       return true;
     }
-    std::uint64_t& newest = pushed[path];
+    std::uint64_t& newest = stored[path];
+    if (order < newest) {
+      return true;  // an answer that came after it is there already
+    }
     newest = order;  // whatever becomes of it, an older answer is not to be stored any more
     return cache->Add(path, payload);
   }
@@ -111,8 +114,9 @@ struct SensorManager::Shared {
   // overtaken it.
   void Keep(const std::string& uri, const ZoJson& payload) {
     Zo::MutexLock held(gate);
-    const auto newest = pushed.find(uri);
-    if (newest == pushed.end() || newest->second < answerOrder) {
+    std::uint64_t& newest = stored[uri];
+    if (newest <= answerOrder) {
+      newest = answerOrder;
       cache->Add(uri, payload);
     }
   }
@@ -197,7 +201,7 @@ struct SensorManager::Shared {
 
   Zo::Mutex gate{"SensorManager::gate", Zo::LockRank_HandlerGate};
   bool closed Q_GUARDED_BY(gate) = false;
-  std::unordered_map<std::string, std::uint64_t> pushed Q_GUARDED_BY(gate);  // the newest of each resource
+  std::unordered_map<std::string, std::uint64_t> stored Q_GUARDED_BY(gate);  // the newest of each resource
   std::optional<ZoTransaction> waiting Q_GUARDED_BY(gate);
 };
 

@@ -268,9 +268,10 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   const auto pending = entry.pending.lock();
   const long long status = StatusOf(message.document);
   const bool bare = message.document.Empty();
+  const std::uint64_t order = ++arrivals;
   const ZoJson* const payload = message.document.Find(payloadMember);
   if (entry.method == ZoRequestMethod_Read && pending && status == 1 && payload != nullptr) {
-    pushes.AnswerArrived(entry.uri, *payload, message.bytes, pending->waiters != 0, now);
+    pushes.AnswerArrived(entry.uri, *payload, message.bytes, pending->waiters != 0, now, order);
   }
   NoteOutcome(entry, status == 1, message, now);
   if (!pending) {
@@ -279,7 +280,7 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   if (status == 0 && !bare) {
     pending->Fail("The sensor's answer carries no status.");
   } else {
-    pending->Answer(ZoRequestResponse(std::move(message.document), ++arrivals));
+    pending->Answer(ZoRequestResponse(std::move(message.document), order));
   }
 }
 

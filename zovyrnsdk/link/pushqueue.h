@@ -35,7 +35,8 @@ class PushQueue {
 
   // An answer with the resource's content arrived. Its receiver may drop it, so it takes the place of a push that
   // waits, and nothing is lost. taking: somebody waits for it and will report AnswerTaken.
-  void AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking, Time now);
+  void AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking, Time now,
+                     std::uint64_t order = 0);
   void AnswerTaken(const std::string& uri, Time now);
 
   // Takes out what is due, oldest due first, at most limit of them. Until Delivered it counts as bytes.
