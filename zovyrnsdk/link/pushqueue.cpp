@@ -30,13 +30,13 @@ void PushQueue::Offer(const std::string& uri, Push push, Time now) {
 }
 
 void PushQueue::AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking,
-                              Time now, std::uint64_t order) {
+                              Time now, std::uint64_t arrivalOrder) {
   Prune(now);
   Slot& slot = slots.try_emplace(uri).first->second;
   slot.last = taking ? now + pushPatience - pushSpacing : now;
   if (slot.waiting) {
     slot.push.document.Set("payload", payload);
-    slot.push.order = std::max(slot.push.order, order);  // it is as new as its content
+    slot.push.order = std::max(slot.push.order, arrivalOrder);  // it is as new as its content
     bytes += size;
     bytes -= std::exchange(slot.push.bytes, size);
     slot.arrived = now;
