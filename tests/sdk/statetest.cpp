@@ -91,6 +91,17 @@ TEST(PushQueue, AnswerTakesThePlaceOfWhatWaitsAndHoldsItBack) {
   EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(2), 9)), ElementsAre(2));
 }
 
+TEST(PushQueue, PushThatTakesAnAnswersContentTakesItsOrderToo) {
+  PushQueue queue;
+  Push push = PushOf("/a", 1);
+  push.order = 1;
+  queue.Offer("/a", std::move(push), start);
+  queue.AnswerArrived("/a", ZoJson::Of(2), 7, false, start, 2);
+  const std::vector<Push> due = queue.TakeDue(start + milliseconds(2), 9);
+  ASSERT_EQ(due.size(), 1U);
+  EXPECT_EQ(due[0].order, 2U);
+}
+
 TEST(PushQueue, AnswerHoldsBackWhatFollows) {
   PushQueue queue;
   queue.AnswerArrived("/a", ZoJson::Of(1), 7, false, start);

@@ -3,13 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <thread>
 #include <vector>
 
+#include "tests/qapi/failingnew.h"
 #include "tests/vyrnclient/eventually.h"
 
 namespace ZoTest {
 namespace {
+
+using Added = ZoIO::CacheManager::Added;
 
 constexpr int maxAge = 5000;
 
@@ -130,6 +134,48 @@ TEST_F(CacheManager, ClockThatStepsBackLeavesTheLaterStampOnTop) {
   EXPECT_EQ(cache.SizeAt("/k"), 2u);
   EXPECT_EQ(GetAt("/k", 0, start + 60), 1);
   EXPECT_EQ(GetAt("/k", 0, start + 200), 1);
+}
+
+TEST_F(CacheManager, OfValuesInOrderAnOlderOneIsLeftOut) {
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(1), 7, start), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(2), 9, start + 1), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(3), 8, start + 2), Added::Outdated);
+  EXPECT_EQ(GetAt("/k", 0, start + 2), 2);
+  EXPECT_EQ(cache.SizeAt("/k"), 2u);
+  EXPECT_EQ(cache.AddInOrderAt("/other", Number(4), 8, start + 2), Added::Stored);
+}
+
+TEST_F(CacheManager, ValueOfTheSameOrderIsStored) {
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(1), 7, start), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(2), 7, start + 1), Added::Stored);
+  EXPECT_EQ(GetAt("/k", 0, start + 1), 2);
+}
+
+TEST_F(CacheManager, ValueThatFindsItsMillisecondTakenDoesNotCountAsStored) {
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(1), 7, start), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(2), 9, start), Added::MillisecondTaken);
+  EXPECT_EQ(GetAt("/k", 0, start), 1);
+  // What is newer than the value that is there, if older than the one that was not stored, is still welcome.
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(3), 8, start + 1), Added::Stored);
+  EXPECT_EQ(GetAt("/k", 0, start + 1), 3);
+}
+
+TEST_F(CacheManager, ValueWithoutAnOrderIsAlwaysStoredAndLeavesTheOrderAsItIs) {
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(1), 7, start), Added::Stored);
+  cache.AddAt("/k", Number(2), start + 1);
+  EXPECT_EQ(GetAt("/k", 0, start + 1), 2);
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(3), 6, start + 2), Added::Outdated);
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(4), 7, start + 2), Added::Stored);
+}
+
+TEST_F(CacheManager, ValueThatFindsNoMemoryDoesNotCountAsStored) {
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(1), 7, start), Added::Stored);
+  const ZoJson value = Number(2);
+  {
+    const FailingNew failing(1);
+    EXPECT_THROW(cache.AddInOrderAt("/k", value, 9, start + 1), std::bad_alloc);
+  }
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(3), 8, start + 1), Added::Stored);
 }
 
 TEST_F(CacheManager, TrimmingDropsWhatIsStrictlyOlderThanTheMaximumAge) {

@@ -16,16 +16,15 @@ constexpr std::size_t most = 10'000;
 
 FakeSensorManager::FakeSensorManager(std::shared_ptr<ZoIO::Logger> theLogger, Worker worker, bool simulated)
     : logger(std::move(theLogger)), cache(std::make_shared<CacheManager>(5000)) {
-  ItemManager::RetryRead retryRead;
-  if (worker == Worker::Quiet) {
-    retryRead = [this, test = std::this_thread::get_id()](const std::string& uri) {
-      if (std::this_thread::get_id() != test) {
-        throw std::runtime_error("The worker does not read in this test.");
-      }
-      return Read(uri, false);
-    };
-  }
-  registry = std::make_shared<ItemManager>(*this, simulated, retryRead);
+  ItemManager::Source source;
+  source.read = [this, worker, test = std::this_thread::get_id()](const std::string& uri) {
+    if (worker == Worker::Quiet && std::this_thread::get_id() != test) {
+      throw std::runtime_error("The worker does not read in this test.");
+    }
+    return Read(uri, false);
+  };
+  source.keep = [this](const std::string& uri, const ZoJson& payload) { Keep(uri, payload); };
+  registry = std::make_shared<ItemManager>(*this, simulated, source);
 }
 
 FakeSensorManager::~FakeSensorManager() {

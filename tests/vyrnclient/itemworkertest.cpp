@@ -120,10 +120,15 @@ TEST(ItemWorkerTimeOut, IsLoggedAtErrorAndTheWorkerTouchesNothingThatIsGone) {
   {
     const auto held = std::make_shared<int>(0);
     heldByWorker = held;
-    auto registry = std::make_unique<ZoIO::ItemManager>(*sensor, false, [gate, held](const std::string&) {
+    ZoIO::ItemManager::Source source;
+    source.read = [gate, held](const std::string&) {
       gate->Wait();
       return ZoJson(R"({"status":1,"payload":{"a":1}})");
-    });
+    };
+    source.keep = [cache = sensor->Cache()](const std::string& uri, const ZoJson& payload) {
+      cache->Add(uri, payload);
+    };
+    auto registry = std::make_unique<ZoIO::ItemManager>(*sensor, false, std::move(source));
     registry->Item("/r#/a");
     ASSERT_TRUE(gate->WaitForArrivals());
     recorder.Clear();

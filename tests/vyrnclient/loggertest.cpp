@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "qapi/thread.h"
+#include "tests/qapi/failingnew.h"
 #include "tests/support/recorder.h"
 
 namespace ZoTest {
@@ -23,6 +24,12 @@ class Logger : public ::testing::Test {
  protected:
   Recorder recorder;
   ZoIO::Logger logger{&recorder, &Recorder::HandleLog};
+
+  // For when there is no memory to record with: everything that is delivered, in a place that has enough of it.
+  std::string lines = std::string(8192, ' ');
+  ZoIO::Logger counted{this, [](void* context, std::int32_t, const char* text) {
+                         static_cast<Logger*>(context)->lines += text;
+                       }};
 };
 
 std::string OwnThread() {
@@ -52,6 +59,29 @@ TEST_F(Logger, MessageWithNewlinesArrivesInOneCallback) {
   WriteLog(logger, "a\nb\n\nc\n", 2, "f");
   ASSERT_EQ(recorder.Size(), 1u);
   EXPECT_EQ(recorder.All()[0].text, "[f](" + OwnThread() + ")a\nb\n\nc\n\n");
+}
+
+TEST_F(Logger, LineThatFindsNoMemoryIsLostAsAWhole) {
+  const std::string message(2000, 'x');
+  const std::string whole = "[f](" + OwnThread() + ")" + message + "\n";
+  std::size_t lost = 0;
+  for (int nth = 1; nth < 100; ++nth) {
+    lines.clear();
+    bool failed = false;
+    {
+      const FailingNew failing(nth);
+      WriteLog(counted, message, 2, "f");
+      failed = failing.HasFailed();
+    }
+    if (!failed) {
+      EXPECT_EQ(lines, whole);
+      break;
+    }
+    EXPECT_EQ(lines, "");
+    ++lost;
+  }
+  EXPECT_GT(lost, 0u);
+  EXPECT_LT(lost, 99u);
 }
 
 TEST_F(Logger, LongMessageArrivesWhole) {

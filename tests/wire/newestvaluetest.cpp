@@ -1,12 +1,14 @@
 // An answer and a newer push that come together: what the host sees in the end.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/sdk/fakesensor.h"
@@ -119,6 +121,29 @@ TEST_P(NewestValue, AReaderThatIsHeldUpStoresNoOlderAnswer) {
     ASSERT_TRUE(Eventually([&] { return manager.Cache()->Exists("/r") && cached() == newer; })) << round;
     manager.Keep("/r", answer);
     EXPECT_EQ(cached(), newer);
+  }
+}
+
+TEST_P(NewestValue, OfTwoReadersTheOneThatWasAnsweredFirstStoresNothingOverTheOther) {
+  const auto other = std::make_shared<FakeSensorManager>(
+      std::make_shared<ZoIO::Logger>(recorder.Param().context, recorder.Param().log));
+  ZoIO::ZoVyrnClient client{other, other, recorder.Param()};
+  ZoIO::SensorManager manager(client, "127.0.0.1", sensor.Port(),
+                              std::make_shared<ZoIO::Logger>(recorder.Param().context, recorder.Param().log));
+  // Nothing is subscribed, so no push of this resource is expected, and none is stored for it.
+  for (int round = 0; round < 20; ++round) {
+    const std::string uri = "/r" + std::to_string(round);
+    const ZoJson first = manager.Read(uri, true).At("payload");
+    ZoJson second;
+    std::thread([&] {
+      second = manager.Read(uri, true).At("payload");
+      manager.Keep(uri, second);
+    }).join();
+    // In another millisecond, as the cache would keep the first value of this one in any case.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    manager.Keep(uri, first);
+    EXPECT_GT(second.At("v").Get<int>(), first.At("v").Get<int>());
+    EXPECT_EQ(manager.Cache()->Get(uri, 0).At("v").Get<int>(), second.At("v").Get<int>());
   }
 }
 

@@ -1,9 +1,9 @@
 #include "zoiohandler/vyrnclient/cachemanager.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <iterator>
-#include <unordered_map>
 #include <vector>
 
 #include "zoapi/exception.h"
@@ -26,6 +26,7 @@ constexpr std::uint64_t joinTimeout = 1'000'000;  // µs
 
 struct CacheManager::Slot {
   History history;
+  std::uint64_t order = 0;  // of the newest value that has one
   std::atomic<std::uint64_t> version = 0;
   bool listed = false;  // among those with something to trim
 };
@@ -47,17 +48,23 @@ struct CacheManager::State {
     });
   }
 
-  bool Add(const std::string& key, const ZoJson& value, long long now) Q_REQUIRES(lock) {
+  // order: 0 for a value that has none.
+  Added Add(const std::string& key, const ZoJson& value, std::uint64_t order, long long now)
+      Q_REQUIRES(lock) {
     Slot& slot = cache[key];
-    if (!slot.history.try_emplace(now - startTime, value).second) {
-      return false;
+    if (order != 0 && order < slot.order) {
+      return Added::Outdated;
     }
+    if (!slot.history.try_emplace(now - startTime, value).second) {
+      return Added::MillisecondTaken;
+    }
+    slot.order = std::max(slot.order, order);
     slot.version.fetch_add(1, std::memory_order_release);
     if (slot.history.size() >= 2 && !slot.listed) {
       several.push_back(&slot);
       slot.listed = true;
     }
-    return true;
+    return Added::Stored;
   }
 
   const ZoJson& Value(const std::string& key, int age, long long now) const Q_REQUIRES(lock) {
@@ -73,7 +80,7 @@ struct CacheManager::State {
   const int maxAge;
   const long long startTime;
 
-  std::unordered_map<std::string, Slot> cache Q_GUARDED_BY(lock);  // slots stay where they are
+  std::map<std::string, Slot> cache Q_GUARDED_BY(lock);  // slots stay where they are
   std::vector<Slot*> several
       Q_GUARDED_BY(lock);  // the slots that hold two values or more: trimming looks at no others
   std::atomic<bool> running = false;
@@ -106,14 +113,24 @@ void CacheManager::Shutdown() noexcept {
   thread.Reset();
 }
 
-bool CacheManager::Add(const std::string& key, const ZoJson& value) {
-  Zo::Locker held(state->lock);
-  return state->Add(key, value, TimeInMills());
+void CacheManager::Add(const std::string& key, const ZoJson& value) {
+  AddInOrder(key, value, 0);
 }
 
-bool CacheManager::AddAt(const std::string& key, const ZoJson& value, long long now) {
+CacheManager::Added CacheManager::AddInOrder(const std::string& key, const ZoJson& value,
+                                             std::uint64_t order) {
   Zo::Locker held(state->lock);
-  return state->Add(key, value, now);
+  return state->Add(key, value, order, TimeInMills());
+}
+
+void CacheManager::AddAt(const std::string& key, const ZoJson& value, long long now) {
+  AddInOrderAt(key, value, 0, now);
+}
+
+CacheManager::Added CacheManager::AddInOrderAt(const std::string& key, const ZoJson& value,
+                                               std::uint64_t order, long long now) {
+  Zo::Locker held(state->lock);
+  return state->Add(key, value, order, now);
 }
 
 bool CacheManager::Exists(const std::string& key) const {

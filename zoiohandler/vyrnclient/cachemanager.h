@@ -30,9 +30,13 @@ class CacheManager {
   // Ends the worker, at most a second later. Values stay readable. Done by the destructor at the latest.
   void Shutdown() noexcept;
 
-  // Stores value under key at the current time. Of two values within one millisecond the first is kept; false for the
-  // second.
-  bool Add(const std::string& key, const ZoJson& value);
+  // Stores value under key at the current time. Of two values within one millisecond the first is kept.
+  void Add(const std::string& key, const ZoJson& value);
+
+  // The same for values that come in an order of their own, in which they need not get here: a value that is older
+  // than one of the key's that was stored so is left out.
+  enum class Added { Stored, Outdated, MillisecondTaken };
+  Added AddInOrder(const std::string& key, const ZoJson& value, std::uint64_t order);
 
   bool Exists(const std::string& key) const;
 
@@ -57,7 +61,8 @@ class CacheManager {
   static long long TimeInMills();
 
   // The steps behind Add, Get and the worker, at a time (as TimeInMills gives it) that the caller chooses.
-  bool AddAt(const std::string& key, const ZoJson& value, long long now);
+  void AddAt(const std::string& key, const ZoJson& value, long long now);
+  Added AddInOrderAt(const std::string& key, const ZoJson& value, std::uint64_t order, long long now);
   ZoJson GetAt(const std::string& key, int age, long long now) const;
   void TrimAt(long long now);
 

@@ -36,9 +36,6 @@ class ISensorManager {
   virtual bool IsConnected() = 0;
 
   virtual ZoJson Read(const std::string& uri, bool logFailure) = 0;
-  // Stores the payload of this thread's last Read in the cache, unless something newer of the resource has got there
-  // meanwhile.
-  virtual void Keep(const std::string& uri, const ZoJson& payload);
   virtual ZoJson Create(const std::string& uri, ZoJson payload, bool logFailure) = 0;
   virtual ZoJson Update(const std::string& uri, ZoJson payload, bool logFailure) = 0;
   virtual ZoJson Call(const std::string& uri, ZoJson payload, bool logFailure) = 0;
@@ -49,6 +46,10 @@ class ISensorManager {
   virtual ZoJson StopStream(const std::string& uri, bool logFailure) = 0;
 
   virtual std::shared_ptr<Logger> GetLogger() = 0;
+
+  // Stores the payload of this thread's last Read in the cache, unless something newer of the resource has got there
+  // meanwhile.
+  virtual void Keep(const std::string& uri, const ZoJson& payload);
 };
 
 }  // namespace ZoIO

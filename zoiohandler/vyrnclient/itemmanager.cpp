@@ -63,17 +63,17 @@ class ListWalk {
 
 struct ItemManager::State {
   State(bool simulated, std::shared_ptr<CacheManager> cache, std::shared_ptr<Logger> logger,
-        RetryRead retryRead)
+        Source retrySource)
       : simulated(simulated),
         cache(std::move(cache)),
         logger(std::move(logger)),
-        retryRead(std::move(retryRead)) {}
+        retrySource(std::move(retrySource)) {}
 
   ZoJson Read(const std::string& uri) const {
     if (givenUp) {
       throw std::runtime_error("The item registry was given up.");
     }
-    return retryRead(uri);
+    return retrySource.read(uri);
   }
 
   void RetryPass() {
@@ -95,7 +95,7 @@ struct ItemManager::State {
         const ZoJson payload = response.At("/payload");
         found = HasValue(payload, entry.pointer);
         if (found) {
-          cache->Add(entry.uri, payload);
+          retrySource.keep(entry.uri, payload);
         }
       }
       if (found) {
@@ -112,7 +112,7 @@ struct ItemManager::State {
   const bool simulated;
   const std::shared_ptr<CacheManager> cache;  // null in a simulator's registry, which never asks it
   const std::shared_ptr<Logger> logger;
-  const RetryRead retryRead;
+  const Source retrySource;
 
   std::atomic<bool> running = false;
   std::atomic<bool> givenUp = false;
@@ -120,13 +120,17 @@ struct ItemManager::State {
   std::unordered_map<std::string, ItemInfo> items Q_GUARDED_BY(lock);
 };
 
-ItemManager::ItemManager(ISensorManager& sensorManager, bool simulated, RetryRead retryRead)
+ItemManager::ItemManager(ISensorManager& sensorManager, bool simulated)
+    : ItemManager(sensorManager, simulated,
+                  {[&sensorManager](const std::string& uri) { return sensorManager.Read(uri, false); },
+                   [&sensorManager](const std::string& uri, const ZoJson& payload) {
+                     sensorManager.Keep(uri, payload);
+                   }}) {}
+
+ItemManager::ItemManager(ISensorManager& sensorManager, bool simulated, Source retrySource)
     : sensorManager(sensorManager) {
-  if (!retryRead) {
-    retryRead = [&sensorManager](const std::string& uri) { return sensorManager.Read(uri, false); };
-  }
   state = std::make_shared<State>(simulated, sensorManager.Cache(), sensorManager.GetLogger(),
-                                  std::move(retryRead));
+                                  std::move(retrySource));
   state->running = true;
   Zo::Check(qLock_Construct(state->lock.Out(), "ItemManager", Zo::LockRank_Registry), __LINE__, source,
             constructorName);
@@ -191,7 +195,7 @@ bool ItemManager::Validate(const ItemInfo& info) {
         // A sensor's error document. Caching it would stop the retries.
         return false;
       }
-      cache.Add(info.uri, payload);
+      sensorManager.Keep(info.uri, payload);
       Log(info.name + " value updated.", LogLevel_Info, itemName);
     }
     if (cache.Get(info.uri, 0).At(info.pointer).IsNull()) {

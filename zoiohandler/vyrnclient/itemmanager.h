@@ -29,13 +29,17 @@ class ItemManager {
  public:
   using ItemInfo = ZoIO::ItemInfo;
 
-  // How the worker reads a resource. Must stay usable when the sensor manager is gone, and raise instead of
-  // waiting once the registry was given up.
-  using RetryRead = std::function<ZoJson(const std::string& uri)>;
+  // How the worker reads a resource, and stores the payload of its last read in the cache. Must stay usable when the
+  // sensor manager is gone; reading raises instead of waiting once the registry was given up.
+  struct Source {
+    std::function<ZoJson(const std::string& uri)> read;
+    std::function<void(const std::string& uri, const ZoJson& payload)> keep;
+  };
 
-  // simulated: accept every item without asking the sensor. Without retryRead the worker reads from
+  // simulated: accept every item without asking the sensor. Without a source the worker reads from
   // sensorManager, which must then outlive it. Raises Zo::Exception when a lock or thread cannot be had.
-  ItemManager(ISensorManager& sensorManager, bool simulated, RetryRead retryRead = {});
+  ItemManager(ISensorManager& sensorManager, bool simulated);
+  ItemManager(ISensorManager& sensorManager, bool simulated, Source retrySource);
   ItemManager(const ItemManager&) = delete;
   ItemManager& operator=(const ItemManager&) = delete;
   ~ItemManager();

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <sstream>
 #include <streambuf>
 #include <string>
 #include <string_view>
@@ -33,13 +34,8 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
   // The same as writing each of the characters, but takes the lock once and not a hundred times a line.
   void Append(std::initializer_list<std::basic_string_view<Char, Traits>> parts) {
     Zo::MutexLock held(mutex);
-    std::size_t size = text.size();
     for (const auto& part : parts) {
-      size += part.size();
-    }
-    text.reserve(size);
-    for (const auto& part : parts) {
-      text += part;
+      text.sputn(part.data(), static_cast<std::streamsize>(part.size()));
     }
   }
 
@@ -49,14 +45,13 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
     if (Traits::eq_int_type(character, Traits::eof())) {
       return Traits::eof();
     }
-    text += Traits::to_char_type(character);
-    return character;
+    return text.sputc(Traits::to_char_type(character));
   }
 
   int sync() override {
     Zo::MutexLock held(mutex);
     // Taken out before the callback: one that raises must not get the line a second time.
-    const std::basic_string<Char, Traits> line = std::exchange(text, {});
+    const std::basic_string<Char, Traits> line = std::move(text).str();
     if (!line.empty()) {
       const CallbackGate::Entry entry(gate);
       if (callback != nullptr && entry) {
@@ -72,7 +67,7 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
   const ioLogCallback callback;
   const std::int32_t level;
   CallbackGate* const gate;
-  std::basic_string<Char, Traits> text Q_GUARDED_BY(mutex);
+  std::basic_stringbuf<Char, Traits> text Q_GUARDED_BY(mutex){std::ios_base::out};
 };
 
 }  // namespace ZoIO

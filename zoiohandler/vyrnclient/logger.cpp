@@ -4,7 +4,7 @@
 #include <string>
 
 #include "qapi/thread.h"
-#include "zoiohandler/vyrnclient/logbuf.h"
+#include "zoiohandler/vyrnclient/logstream.h"
 
 namespace ZoIO {
 
@@ -18,9 +18,9 @@ void Write(const Logger& logger, std::string_view message, std::int32_t level, c
     }
     return;
   }
-  LogBuf<char> buffer(logger.Context(), logger.Callback(), level, logger.Gate());
-  buffer.Append({"[", function, "](", std::to_string(qThread_CurrentId()), ")", message, "\n"});
-  buffer.pubsync();
+  LogStream<char> stream(logger.Context(), logger.Callback(), level, logger.Gate());
+  stream.Append({"[", function, "](", std::to_string(qThread_CurrentId()), ")", message});
+  stream << std::endl;
 }
 
 }  // namespace

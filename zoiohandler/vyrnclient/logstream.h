@@ -1,12 +1,14 @@
-// The stream that assembles one log line out of values of any kind; std::endl delivers it. (WriteLog has texts alone,
-// and hands them to a LogBuf itself: making a stream costs more than the rest of a line.)
+// The stream that assembles one log line; std::endl delivers it.
 //
 // Threads: one. Lives for one log write.
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <new>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "zoiohandler/vyrnclient/logbuf.h"
 
@@ -21,6 +23,16 @@ class LogStream : public std::basic_ostream<Char, Traits> {
   }
   LogStream(const LogStream&) = delete;
   LogStream& operator=(const LogStream&) = delete;
+
+  // The same as inserting the texts one after another, at once. Like an inserter it does not raise: a stream that could
+  // not take everything is bad and delivers nothing.
+  void Append(std::initializer_list<std::basic_string_view<Char, Traits>> parts) {
+    try {
+      buffer.Append(parts);
+    } catch (const std::bad_alloc&) {
+      this->setstate(std::ios_base::badbit);
+    }
+  }
 
   ~LogStream() override {
     try {

@@ -4,7 +4,6 @@
 #include <optional>
 #include <stdexcept>
 #include <thread>
-#include <unordered_map>
 #include <utility>
 
 #include "zoapi/threads/lockranks.h"
@@ -20,6 +19,7 @@ namespace {
 
 constexpr int cacheAge = 5000;                        // ms
 constexpr std::uint64_t responseTimeout = 3'000'000;  // µs
+constexpr int storeAttempts = 10;  // a millisecond apart; only a clock that stands still needs more
 
 constexpr const char* destructorName = "ZoIO::SensorManager::~SensorManager";
 constexpr const char* responseName = "ZoIO::SensorManager::ResponseToZoJson";
@@ -88,7 +88,7 @@ struct SensorManager::Shared {
       const ZoJson payload = response->Payload();
       const std::string path = response->Path();
       // The link keeps its pushes apart, but an answer may have been stored in this very millisecond.
-      while (!Store(path, payload, response->Order())) {
+      for (int attempt = 0; attempt < storeAttempts && !Store(path, payload, response->Order()); ++attempt) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
       }
     } catch (const std::exception& e) {
@@ -99,27 +99,12 @@ struct SensorManager::Shared {
   // False when the cache has a value of this millisecond, which it keeps.
   bool Store(const std::string& path, const ZoJson& payload, std::uint64_t order) {
     Zo::MutexLock held(gate);
-    if (closed) {
-      return true;
-    }
-    std::uint64_t& newest = stored[path];
-    if (order < newest) {
-      return true;  // an answer that came after it is there already
-    }
-    newest = order;  // whatever becomes of it, an older answer is not to be stored any more
-    return cache->Add(path, payload);
+    return closed || cache->AddInOrder(path, payload, order) != CacheManager::Added::MillisecondTaken;
   }
 
   // The asking thread may have been stopped between taking its answer and coming here, and a newer push may have
   // overtaken it.
-  void Keep(const std::string& uri, const ZoJson& payload) {
-    Zo::MutexLock held(gate);
-    std::uint64_t& newest = stored[uri];
-    if (newest <= answerOrder) {
-      newest = answerOrder;
-      cache->Add(uri, payload);
-    }
-  }
+  void Keep(const std::string& uri, const ZoJson& payload) { cache->AddInOrder(uri, payload, answerOrder); }
 
   void CloseGate() {
     std::optional<ZoTransaction> last;
@@ -201,7 +186,6 @@ struct SensorManager::Shared {
 
   Zo::Mutex gate{"SensorManager::gate", Zo::LockRank_HandlerGate};
   bool closed Q_GUARDED_BY(gate) = false;
-  std::unordered_map<std::string, std::uint64_t> stored Q_GUARDED_BY(gate);  // the newest of each resource
   std::optional<ZoTransaction> waiting Q_GUARDED_BY(gate);
 };
 
@@ -212,7 +196,10 @@ SensorManager::SensorManager(ZoVyrnClient& client, const std::string& ipAddress,
   cacheManager = std::make_shared<CacheManager>(cacheAge);
   shared = std::make_shared<Shared>(this->logger, cacheManager);
   itemManager = std::make_shared<ItemManager>(
-      *this, false, [share = shared](const std::string& uri) { return share->RetryRead(uri); });
+      *this, false,
+      ItemManager::Source{
+          [share = shared](const std::string& uri) { return share->RetryRead(uri); },
+          [share = shared](const std::string& uri, const ZoJson& payload) { share->Keep(uri, payload); }});
   InitializeSystem();
 }
 
