@@ -4,7 +4,6 @@
 
 #include "qapi/faultswitch.h"
 #include "qapi/libraryobject.h"
-#include "qapi/platform.h"
 #include "qapi/stragglers.h"
 
 qStatus qApiLib_Construct(qApiLib* out) {
@@ -25,5 +24,5 @@ qStatus qApiLib_Construct(qApiLib* out) {
 }
 
 std::uint64_t qApiLib_ProcessId() {
-  return qApi::Platform::ProcessNumber();
+  return qApi::ProcessNumber();
 }

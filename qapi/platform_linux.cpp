@@ -39,6 +39,11 @@ std::uint64_t ProcessNumber() {
   return static_cast<std::uint64_t>(getpid());
 }
 
+void OnFork(void (*inChild)()) {
+  // Unloading the library takes the handler away again.
+  pthread_atfork(nullptr, nullptr, inChild);
+}
+
 void NameThread(std::thread& thread, const char* name) {
   pthread_setname_np(thread.native_handle(), ShortName(name).text);
 }

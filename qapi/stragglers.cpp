@@ -1,5 +1,7 @@
 #include "qapi/stragglers.h"
 
+#include <atomic>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -14,6 +16,10 @@ namespace {
 constinit std::mutex mutex;                // guards the two below
 constinit qThreadObject* first = nullptr;  // linked by nextStraggler
 constinit bool closed = false;
+
+// In a forked child, whose one thread is the only one that runs there.
+constinit qThreadObject* parents = nullptr;  // left alone, where a leak checker finds them
+std::atomic<std::uint64_t> process = 0;
 
 void Push(qThreadObject* thread) {
   thread->nextStraggler = first;
@@ -32,21 +38,29 @@ void Finish(qThreadObject* thread) {
   thread->Release();
 }
 
+// What was remembered is the parent's: its threads are not in this process, and whoever held the lock is not, either.
+void InChild() {
+  std::construct_at(&mutex);
+  while (first != nullptr) {
+    qThreadObject* const thread = std::exchange(first, first->nextStraggler);
+    thread->nextStraggler = std::exchange(parents, thread);
+  }
+  process = Platform::ProcessNumber();
+  ForgetThreadNumber();
+}
+
 class Runtime {
  public:
-  Runtime() = default;
+  Runtime() {
+    process = Platform::ProcessNumber();
+    Platform::OnFork(&InChild);
+  }
   Runtime(const Runtime&) = delete;
   Runtime& operator=(const Runtime&) = delete;
   ~Runtime();
-
- private:
-  std::uint64_t process = Platform::ProcessNumber();
 };
 
 Runtime::~Runtime() {
-  if (process != Platform::ProcessNumber()) {
-    return;  // a forked child: the threads are not in this process
-  }
   qThreadObject* thread = nullptr;
   {
     const std::lock_guard guard(mutex);
@@ -67,6 +81,11 @@ void InitialiseRuntime() {
   static const Runtime runtime;
 }
 
+std::uint64_t ProcessNumber() {
+  InitialiseRuntime();
+  return process;
+}
+
 void KeepStraggler(qThreadObject* thread) {
   InitialiseRuntime();
   ReapStragglers();
@@ -77,6 +96,7 @@ void KeepStraggler(qThreadObject* thread) {
       return;
     }
   }
+  thread->Wake();
   Finish(thread);
 }
 

@@ -5,6 +5,8 @@
 // Threads: any. Lock: one of its own, a leaf, never held while waiting for a thread.
 #pragma once
 
+#include <cstdint>
+
 struct qThreadObject;
 
 namespace qApi {
@@ -19,5 +21,11 @@ void KeepStraggler(qThreadObject* thread);
 
 // Joins those that have ended; does not wait.
 void ReapStragglers();
+
+// The number of this process, also in a forked child.
+std::uint64_t ProcessNumber();
+
+// The calling thread has another number from now on (it is the one thread of a forked child).
+void ForgetThreadNumber() noexcept;
 
 }  // namespace qApi

@@ -13,6 +13,13 @@
 
 using qApi::Fails;
 
+namespace {
+
+// Asked for with every log line; the system call would cost more than the rest.
+thread_local std::uint64_t ownNumber = 0;
+
+}  // namespace
+
 qStatus qThread_Construct(qThread* out) {
   if (out == nullptr) {
     return qStatus_InvalidArgument;
@@ -78,12 +85,15 @@ qStatus qThread_Sleep(std::uint64_t duration) {
 }
 
 std::uint64_t qThread_CurrentId() {
-  // Asked for with every log line; the system call would cost more than the rest.
-  thread_local std::uint64_t number = 0;
-  if (number == 0) {
-    number = qApi::Platform::ThreadNumber();
+  if (ownNumber == 0) {
+    qApi::InitialiseRuntime();  // which sees to it that a forked child asks again
+    ownNumber = qApi::Platform::ThreadNumber();
   }
-  return number;
+  return ownNumber;
+}
+
+void qApi::ForgetThreadNumber() noexcept {
+  ownNumber = 0;
 }
 
 void qThread_Adopt(std::thread thread) {

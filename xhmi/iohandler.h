@@ -28,6 +28,9 @@
  * A handle is live from the CreateIoInstance that made it until its DestroyIoInstance. Any other non-null handle
  * is a fault in the host which the plug-in does not answer: it rethrows "the exception being handled" where there
  * is none, which ends the process (std::terminate).
+ *
+ * After a fork the instances stay the parent's: in the child their handles get 1, and nothing touches them. The child
+ * may make instances of its own, provided that no thread of the parent was inside an export during the fork.
  */
 #ifndef XHMI_IOHANDLER_H
 #define XHMI_IOHANDLER_H
@@ -73,7 +76,8 @@ typedef struct ioDataValue {
 typedef void (*ioItemValueCallback)(const char* itemName, const ioDataValue* value, void* context);
 
 /* [callback] The result of CallMethod, before it returns. callToken is CallMethod's first argument, untouched;
- * response is a JSON text {"id": …, "errcode": 0, "data": "…"} whose "data" is itself JSON text. */
+ * response is a JSON text {"id": …, "errcode": 0, "data": "…"} whose "data" is itself JSON text. errcode is always 0: a
+ * failure shows in data alone. */
 typedef void (*ioMethodResultCallback)(const void* callToken, const char* response, void* context);
 
 /* [callback] One log line, ended by a newline: "[function](thread id)message\n". level: 2 info, 3 notice,
@@ -120,11 +124,11 @@ typedef struct ioInfo {
 
 /* [any] Makes an instance and starts it.
  * address     "simulator" (exactly so) for the built-in simulator, else the IPv4 or IPv6 address of a sensor.
- * controlPort the sensor's control port, in host byte order; not used by the simulator.
+ * controlPort the sensor's control port, usually 3600, in host byte order; not used by the simulator.
  * param       copied; see ioHandlerParam.
  * handleOut   receives the handle; not written on failure.
- * Blocks while it connects, at most 3 s. A sensor that cannot be reached is no failure: the instance exists, logs
- * the reason at error, and refuses every item with 1; it does not try again, so destroy it and create a new one.
+ * Blocks while it connects, at most 3 s. A sensor that cannot be reached, or an address that is none ("localhost"), is
+ * no failure: the instance exists, logs the reason at error, and refuses every item with 1; it does not try again, so destroy it and create a new one.
  * A connection that is lost later comes back by itself. Log callbacks may arrive before this returns.
  * Returns 0, or 1 when the instance could not be made. */
 int CreateIoInstance(const char* address, unsigned short controlPort, const ioHandlerParam* param,
@@ -141,47 +145,54 @@ const ioInfo* GetIoInfo(void);
 
 /* [any] Reads one item from its sensor and delivers it through the item-value callback before returning.
  * itemName  RESOURCE["#" POINTER], "/motor#/speed": a resource's URI, and the JSON pointer of the value in its content
- *           ("~1" stands for "/" in a name, "~0" for "~", "%20" for a blank). The first use of a name registers it for
- *           the life of the instance.
+ *           ("~1" stands for "/" in a name, "~0" for "~", "%20" for a blank). Without "#" the whole name is both; "#"
+ *           alone behind the resource names the whole content. The first use of a name registers it for the life of the
+ *           instance.
  * Blocks for the sensor's answer, at most about 3 s a request (two requests on the first use of a name), and for
  * calls of others and for the search for missing items, which ask the sensor too.
  * Values carry time stamps of a millisecond, and the first value of a millisecond counts: a read within a millisecond of
  * another value of the same resource delivers that one. To see the effect of a write, read a millisecond or more later.
  * Returns 0 when a value was delivered: the sensor's; the one of before when the sensor did not answer (an error is
- * logged then); or enumtype_invalid, when the sensor refused or the resource no longer holds the item. Returns 1 when
- * the item is not known to the sensor, or the sensor is not connected. */
+ * logged then) or has an object or an array in the item's place (no line); or enumtype_invalid, when the sensor refused
+ * or the resource no longer holds the item. Returns 1 when
+ * the item is not known to the sensor, or the sensor is not connected. A simulated item reads as enumtype_invalid,
+ * since the simulator answers a read with the resource's name: subscribe it to see its values. */
 int ReadItem(const char* itemName, void* handle);
 
 /* [any] Writes one item. value is only read during the call; its type must be 0 to 4. ignored: any number.
  * Blocks for the sensor's answer, at most about 3 s a request (two requests on the first use of a name).
  * Returns 0 when the write was sent, also when the sensor then refused it, gave no answer, or the value is none that
- * JSON can carry (NaN, infinities, text that is no UTF-8); 1 when it was refused here. A refusal of the sensor leaves no
+ * JSON can carry (NaN, infinities, text that is no UTF-8); 1 when it was refused here: another type, an item that the
+ * sensor does not have (or has as null), no connection, or an answer without a status. A refusal of the sensor leaves no
  * trace but the value: read it, a millisecond or more later, to see what became of the write. */
 int WriteItem(const char* itemName, const ioDataValue* value, int ignored, void* handle);
 
 /* [any] Subscribes items: their values then arrive through the item-value callback every intervalMs.
- * intervalMs  in milliseconds; the granularity is 100 ms, so 0 to 100 mean every 100 ms.
+ * intervalMs  in milliseconds; the granularity is 100 ms, so everything up to 100 means every 100 ms.
+ * count       of the names; with 0 or less nothing is done, and the result is 0.
  * itemNames   count names. At a null one the batch ends with 1: the names before it are subscribed, the results
  *             from there on are not written.
  * results     count words, written by the call: for each name a kind code (0 to 5; 2 for a new item), or 6 when
  *             it failed.
  * Blocks for the sensor's answers: up to three requests for a new resource, at most about 3 s each.
  * An item that the sensor does not know yet is delivered once as enumtype_invalid, and its values from when they
- * appear. Subscribing one item twice takes two unsubscribes to end its stream on the sensor.
+ * appear; one that is known (a simulated one always is) on every tick, as enumtype_invalid until it has a value. Subscribing one item twice takes two unsubscribes to end its stream on the sensor.
  * Returns 0, or 1 if any name failed or the batch ended at a null one, and then results tell how far it came; also 1,
  * with nothing written to results, when the sensor is not connected. So set them to a value of your own before. */
 int SubscribeItems(long long intervalMs, int count, const char* const* itemNames, int* results, void* handle);
 
 /* [any] Ends subscriptions: each name leaves all intervals at once. With a null name anywhere nothing is done. Blocks
  * for the sensor's answers, up to two requests for a resource that nobody uses any more, at most about 3 s each.
- * Returns 0, or 1. */
+ * Returns 0, also for items that were not subscribed; 1 for a null name, a sensor that is not connected, or a failure
+ * that is logged. */
 int UnsubscribeItems(int count, const char* const* itemNames, void* handle);
 
 /* [any] Calls a method; its response arrives through the method-result callback before the call returns.
  * callToken   opaque, handed back to the callback, never read; may be null.
  * ignored     anything.
  * methodName  "RunSensor", "StopSensor", "Read", "Create", "Update", "Delete" or "Call".
- * arguments   a JSON object as text: {"id": any primitive, "uri": "/resource", "args": "JSON as text"}.
+ * arguments   a JSON object as text: {"id": any primitive, "uri": "/resource", "args": "JSON as text"}. "RunSensor" and
+ *             "StopSensor" need none of the members, "Read" and "Delete" need uri, the others uri and args.
  * Blocks for the sensor's answer, at most about 3 s a request ("RunSensor" and "StopSensor" make two).
  * Returns 0 when a response was delivered; 1 for an unknown method, arguments that are no JSON object, or a sensor
  * that is not connected: then there is no response. */

@@ -1,5 +1,5 @@
-// The host framework's variant, as the plug-in uses it: a kind code and a payload that starts at the second
-// 8-byte word.
+// The host framework's variant, as the plug-in uses it: a kind code and a payload. Scalars lie at the second 8-byte word,
+// a text behind them.
 //
 // Threads: a plain value; give each thread its own, or lock.
 // Invariant: scalar and text are kept apart, so storing a scalar over a string leaves the string whole and

@@ -38,6 +38,9 @@ int Forward(void* handle, const Operation& operation) {
   } catch (const std::exception&) {
     return refused;
   }
+  if (client == nullptr && IoHandler::IsParents(handle)) {
+    return refused;
+  }
   if (client == nullptr) {
     // A handle that is not live is a fault which no result could answer safely: the host would go on with an
     // instance that is gone. Nothing is being handled here, so this ends the process, and no handler of ours

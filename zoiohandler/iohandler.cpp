@@ -48,16 +48,16 @@ IoHandler& IoHandler::Instance() {
   if (handler == nullptr) {
     handler = std::make_shared<IoHandler>();
   }
+  handler->LeaveToParent();
   return *handler;
 }
+
+constinit IoHandler::Instances* IoHandler::parents = nullptr;
 
 IoHandler::IoHandler() : process(qApiLib_ProcessId()), library(ConstructLibrary()), info(description) {}
 
 IoHandler::~IoHandler() {
-  if (process != qApiLib_ProcessId()) {
-    LeaveToParent();
-    return;
-  }
+  LeaveToParent();
   if (library != nullptr) {
     qObject_Destroy(library);
   }
@@ -65,17 +65,24 @@ IoHandler::~IoHandler() {
 }
 
 void IoHandler::LeaveToParent() noexcept {
-  // Where a leak checker still finds them.
-  [[gnu::used, maybe_unused]] static constinit qApiLib parentsLibrary = nullptr;
-  [[gnu::used]] static constinit Instances* parentsInstances = nullptr;
-  parentsLibrary = library;
-  static_cast<void>(parentsLibrary);
-  parentsInstances = new (std::nothrow) Instances(std::move(instances));
-  if (parentsInstances == nullptr) {
-    for (auto& [key, client] : instances) {
-      static_cast<void>(client.release());
-    }
+  if (process == qApiLib_ProcessId()) {
+    return;
   }
+  process = qApiLib_ProcessId();
+  if (parents == nullptr) {
+    parents = new (std::nothrow) Instances;
+  }
+  if (parents != nullptr) {
+    parents->merge(instances);  // which needs no memory
+  }
+  for (auto& [key, client] : instances) {
+    static_cast<void>(client.release());
+  }
+  instances.clear();
+}
+
+bool IoHandler::IsParents(const void* handle) {
+  return parents != nullptr && parents->contains(Key(handle));
 }
 
 ZoVyrnClient* IoHandler::Find(const void* handle) const {

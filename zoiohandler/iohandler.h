@@ -16,14 +16,14 @@ namespace ZoIO {
 
 class IoHandler {
  public:
-  // Made on first use. The caller holds the entry lock.
+  // Made on first use. In a forked child what was made before is the parent's, and so are its threads and connections:
+  // nothing of it is touched, and the child starts anew. The caller holds the entry lock.
   static IoHandler& Instance();
 
   IoHandler();
   IoHandler(const IoHandler&) = delete;
   IoHandler& operator=(const IoHandler&) = delete;
-  // Destroys the base library's handle first, then every instance that the host left behind. In a forked child the
-  // instances are the parent's, and so are their threads and connections: there nothing is touched.
+  // Destroys the base library's handle first, then every instance that the host left behind.
   ~IoHandler();
 
   const ioInfo& Info() const { return info; }
@@ -33,13 +33,17 @@ class IoHandler {
   void Insert(std::unique_ptr<ZoVyrnClient> client);
   void Erase(const void* handle);
 
+  // Whether a handle is of an instance that the parent made before this process was forked.
+  static bool IsParents(const void* handle);
+
  private:
   using Instances =
       std::map<std::uint64_t, std::unique_ptr<ZoVyrnClient>>;  // by address, which is the handle
 
   void LeaveToParent() noexcept;
 
-  const std::uint64_t process;
+  static Instances* parents;  // never destroyed; where a leak checker finds them
+  std::uint64_t process;
   qApiLib library = nullptr;
   ioInfo info;
   Instances instances;

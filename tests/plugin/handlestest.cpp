@@ -1,11 +1,13 @@
 // Handles that are not live: the plug-in rethrows whatever exception is being handled, and where there is
 // none the process ends.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <stdexcept>
+#include <string>
 
 #include "tests/plugin/plugintest.h"
 #include "tests/support/childprocess.h"
@@ -188,6 +190,41 @@ TEST_F(PluginTest, ForkedChildLeavesTheParentsInstancesAlone) {
   recorder.Clear();
   EXPECT_TRUE(recorder.WaitForValue("res#/int"));
   EXPECT_EQ(Destroy(handle), 0);
+}
+
+TEST_F(PluginTest, ForkedChildMayMakeInstancesOfItsOwn) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "The thread sanitizer lets no child of a process with threads start threads.";
+#endif
+  void* const parents = Create();
+  ASSERT_EQ(Read(parents, "res#/int"), 0);
+  const ChildResult child = RunInChild([&] {
+    Recorder own;
+    const ioHandlerParam param = own.Param();
+    const char* const name = "res#/int";
+    void* handle = nullptr;
+    ASSERT_EQ(plugin.createIoInstance("simulator", 0, &param, &handle), 0);
+    EXPECT_NE(handle, parents);
+    int result = -1;
+    EXPECT_EQ(plugin.subscribeItems(0, 1, &name, &result, handle), 0);
+    EXPECT_TRUE(own.WaitForValue(name));
+    // Each line carries the number of the child's thread, not of the thread that forked.
+    EXPECT_EQ(own.Logs().front().text.find("](" + std::to_string(gettid()) + ")"),
+              std::string("[ZoIO::ZoVyrnClient::ZoVyrnClient").size())
+        << own.Logs().front().text;
+    EXPECT_EQ(own.CountMessages("res#/int does not exist. Creating."), 1u);
+    EXPECT_EQ(plugin.readItem(name, parents), 1);
+    EXPECT_EQ(plugin.destroyIoInstance(parents), 1);
+    // What is left goes with the library.
+    plugin.Unload();
+    EXPECT_EQ(own.CountMessages("Destroying ZoIoHandler instance."), 1u);
+    EXPECT_FALSE(plugin.IsMapped());
+  });
+  EXPECT_TRUE(child.Succeeded()) << child.Describe();
+  recorder.Clear();
+  EXPECT_EQ(Read(parents, "res#/int"), 0);
+  EXPECT_EQ(recorder.CountMessages("Destroying ZoIoHandler instance."), 0u);
+  EXPECT_EQ(Destroy(parents), 0);
 }
 
 }  // namespace

@@ -160,6 +160,11 @@ int Run(const char* scenario) {
     first.thread = Start(EndAfterMain);
     return 0;
   }
+  if (std::strcmp(scenario, "late-sleeping-handle") == 0) {
+    first.thread = Start(SleepLong);
+    Await(threadIsReady);
+    return 0;
+  }
   if (std::strcmp(scenario, "fork") == 0) {
     return ExitInAForkedChild();
   }

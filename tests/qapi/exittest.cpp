@@ -52,6 +52,11 @@ TEST(ProcessExit, HandleDestroyedAfterTheLibraryWaitsForItsThread) {
                "last static destroyed\nfirst static destroyed\nthread ended\nlate handle destroyed\n");
 }
 
+TEST(ProcessExit, HandleDestroyedAfterTheLibraryWakesItsThread) {
+  ExpectOutput("late-sleeping-handle", 0,
+               "last static destroyed\nfirst static destroyed\nthread ended\nlate handle destroyed\n");
+}
+
 TEST(ProcessExit, ForkedChildDoesNotWaitForItsParentsThreads) {
   ExpectOutput("fork", 0,
                "last static destroyed\nfirst static destroyed\nchild exited\n"

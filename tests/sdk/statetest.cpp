@@ -615,6 +615,37 @@ TEST_F(State, PushesOfARefusedStreamAreDropped) {
   EXPECT_EQ(state.Pushes().Waiting(), 0U);
 }
 
+// Whoever started a stream goes by its first content; pushes that are dropped for a status would leave it with that.
+TEST_F(State, StreamWithAFirstContentCountsAsGrantedWhateverItsStatus) {
+  state.SessionOpened(now);
+  for (const char* const status : {"", "\"status\":0,", "\"status\":2,"}) {
+    Ask(ZoRequestMethod_StartStream, "/a");
+    const auto sent = Sent();
+    ASSERT_FALSE(sent.empty());
+    const std::string id = std::to_string(ZoJson::ParseString(sent.back()).At("id").Get<int>());
+    Receive("{\"id\":" + id + "," + status + "\"payload\":{\"v\":1}}");
+    Receive("{\"event\":\"stream\",\"uri\":\"/a\",\"payload\":{\"v\":2}}");
+    EXPECT_EQ(state.Pushes().TakeDue(now + seconds(1), 9).size(), 1U) << status;
+    EXPECT_EQ(state.Wishes().Size(), 1U) << status;
+    Ask(ZoRequestMethod_StopStream, "/a");
+    Sent();
+  }
+}
+
+TEST_F(State, FirstContentOfAStreamThatTakesAWaitingPushesPlaceIsAsNewAsItIs) {
+  state.SessionOpened(now);
+  const Pending started = Ask(ZoRequestMethod_StartStream, "/a");
+  Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  Receive("{\"event\":\"stream\",\"uri\":\"/a\",\"payload\":{\"v\":1}}");
+  Receive("{\"id\":2,\"status\":1,\"payload\":{\"v\":2}}");
+  Receive("{\"id\":1,\"status\":1,\"payload\":{\"v\":3}}");
+  const std::vector<Push> due = state.Pushes().TakeDue(now + seconds(1), 9);
+  ASSERT_EQ(due.size(), 1U);
+  EXPECT_EQ(due[0].document.At("payload").ToString(), "{\"v\":3}");
+  EXPECT_EQ(due[0].order, started->Take().Order());
+}
+
 TEST(Interest, KnowsPatternsAndBothSpellings) {
   using Kind = Restorer::Kind;
   struct Row {

@@ -28,6 +28,12 @@ bool HasContent(const ZoJson& document) {
   return payload != nullptr && !payload->IsNull();
 }
 
+// Whether an answer grants what was asked for. A stream's first content is as good as the status that says so: whoever
+// asked goes by the content.
+bool Grants(ZoRequestMethod method, const ZoJson& document) {
+  return StatusOf(document) == 1 || (method == ZoRequestMethod_StartStream && HasContent(document));
+}
+
 // The URI that an answer names by itself; empty when it names none.
 std::string UriOf(const ZoJson& document) {
   const ZoJson* const uri = document.Find(uriMember);
@@ -273,7 +279,7 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   if (entry.method == ZoRequestMethod_Read && pending && status == 1 && payload != nullptr) {
     pushes.AnswerArrived(entry.uri, *payload, message.bytes, pending->waiters != 0, now, order);
   }
-  NoteOutcome(entry, status == 1, message, now);
+  NoteOutcome(entry, message, order, now);
   if (!pending) {
     return;
   }
@@ -285,25 +291,25 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
 }
 
 // What the answer to a caller's request means for its wish.
-void LinkState::NoteOutcome(const Entry& entry, bool granted, const Incoming& message, Time now) {
+void LinkState::NoteOutcome(const Entry& entry, const Incoming& message, std::uint64_t order, Time now) {
   const auto wish = WishStartedBy(entry.method, entry.uri);
   if (!wish || entry.superseded) {
     return;
   }
-  if (!granted) {
+  if (!Grants(entry.method, message.document)) {
     interest.Refused(*wish, message.id);
     restorer.Forget(*wish, message.id);
     return;
   }
   restorer.Granted(*wish, message.id);
   if (wish->first == Restorer::Kind::Stream && message.document.HasKey(payloadMember)) {
-    pushes.AnswerArrived(entry.uri, message.document.At(payloadMember), message.bytes, false, now);
+    pushes.AnswerArrived(entry.uri, message.document.At(payloadMember), message.bytes, false, now, order);
   }
 }
 
 void LinkState::AnswerRestore(const Entry& entry, const Incoming& message, Time now) {
   const auto wish = WishStartedBy(entry.method, entry.uri);
-  if (StatusOf(message.document) != 1) {
+  if (!Grants(entry.method, message.document)) {
     restorer.Refused(*wish, now);
     return;
   }

@@ -80,7 +80,7 @@ class LinkState {
   void ReceivePush(Incoming message, Time now);
   void AnswerCaller(const Entry& entry, Incoming message, Time now);
   void AnswerRestore(const Entry& entry, const Incoming& message, Time now);
-  void NoteOutcome(const Entry& entry, bool granted, const Incoming& message, Time now);
+  void NoteOutcome(const Entry& entry, const Incoming& message, std::uint64_t order, Time now);
   void NoteUnanswered(Time now);
   void AskForRestores(Time now);
   void NoteHealthAsked(Time now);
