@@ -11,8 +11,9 @@ namespace qApi::Platform {
 std::uint64_t ThreadNumber();
 std::uint64_t ProcessNumber();
 
-// Calls inChild in every child that is forked from now on, on its only thread, before fork returns there.
-void OnFork(void (*inChild)());
+// Calls inChild in every child that is forked from now on, on its only thread, before fork returns there. False when
+// there is no memory for that.
+bool OnFork(void (*inChild)());
 
 // Shows name, cut to what the system keeps, in debuggers and process lists. A refusal is ignored: it is only
 // a label. The thread must not have been joined.

@@ -39,9 +39,9 @@ std::uint64_t ProcessNumber() {
   return static_cast<std::uint64_t>(getpid());
 }
 
-void OnFork(void (*inChild)()) {
+bool OnFork(void (*inChild)()) {
   // Unloading the library takes the handler away again.
-  pthread_atfork(nullptr, nullptr, inChild);
+  return pthread_atfork(nullptr, nullptr, inChild) == 0;
 }
 
 void NameThread(std::thread& thread, const char* name) {

@@ -19,7 +19,7 @@ constinit bool closed = false;
 
 // In a forked child, whose one thread is the only one that runs there.
 constinit qThreadObject* parents = nullptr;  // left alone, where a leak checker finds them
-std::atomic<std::uint64_t> process = 0;
+std::atomic<std::uint64_t> process = 0;      // 0 when a child would not be told
 
 void Push(qThreadObject* thread) {
   thread->nextStraggler = first;
@@ -51,10 +51,7 @@ void InChild() {
 
 class Runtime {
  public:
-  Runtime() {
-    process = Platform::ProcessNumber();
-    Platform::OnFork(&InChild);
-  }
+  Runtime() { process = Platform::OnFork(&InChild) ? Platform::ProcessNumber() : 0; }
   Runtime(const Runtime&) = delete;
   Runtime& operator=(const Runtime&) = delete;
   ~Runtime();
@@ -83,7 +80,8 @@ void InitialiseRuntime() {
 
 std::uint64_t ProcessNumber() {
   InitialiseRuntime();
-  return process;
+  const std::uint64_t known = process;
+  return known != 0 ? known : Platform::ProcessNumber();
 }
 
 void KeepStraggler(qThreadObject* thread) {

@@ -30,7 +30,8 @@
  * is none, which ends the process (std::terminate).
  *
  * After a fork the instances stay the parent's: in the child their handles get 1, and nothing touches them. The child
- * may make instances of its own, provided that no thread of the parent was inside an export during the fork.
+ * may make instances of its own, provided that during the fork no thread of the parent was inside an export, a callback
+ * or a log line; fork before the first instance, or after the last, to be sure.
  */
 #ifndef XHMI_IOHANDLER_H
 #define XHMI_IOHANDLER_H

@@ -1,6 +1,5 @@
 #include "zoiohandler/iohandler.h"
 
-#include <new>
 #include <utility>
 
 #include "qapi/library.h"
@@ -54,7 +53,12 @@ IoHandler& IoHandler::Instance() {
 
 constinit IoHandler::Instances* IoHandler::parents = nullptr;
 
-IoHandler::IoHandler() : process(qApiLib_ProcessId()), library(ConstructLibrary()), info(description) {}
+IoHandler::IoHandler() : process(qApiLib_ProcessId()), info(description) {
+  if (parents == nullptr) {
+    parents = new Instances;
+  }
+  library = ConstructLibrary();
+}
 
 IoHandler::~IoHandler() {
   LeaveToParent();
@@ -69,20 +73,11 @@ void IoHandler::LeaveToParent() noexcept {
     return;
   }
   process = qApiLib_ProcessId();
-  if (parents == nullptr) {
-    parents = new (std::nothrow) Instances;
-  }
-  if (parents != nullptr) {
-    parents->merge(instances);  // which needs no memory
-  }
-  for (auto& [key, client] : instances) {
-    static_cast<void>(client.release());
-  }
-  instances.clear();
+  parents->merge(instances);  // which needs no memory
 }
 
 bool IoHandler::IsParents(const void* handle) {
-  return parents != nullptr && parents->contains(Key(handle));
+  return parents->contains(Key(handle));
 }
 
 ZoVyrnClient* IoHandler::Find(const void* handle) const {

@@ -1,16 +1,28 @@
 // What a sensor sends: answers to requests, stream data and notifications.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
 
 #include "zovyrnsdk/json/zojson.h"
 
+// How a message arrived.
+struct ZoArrival {
+  // Rises from message to message in the order in which they arrived: answers are taken by those who asked, pushes by
+  // handlers, and this tells which of them is the newer. 0 for an answer that is none of the sensor's.
+  std::uint64_t order = 0;
+  // Of memory that the document holds, about; 0 when that is not known.
+  std::size_t bytes = 0;
+  // Of an answer to a read: an older push of the same resource was handed on less than 2 ms before, or is just being.
+  bool closeToPush = false;
+};
+
 // One message of the sensor. Immutable; copyable in O(1); any thread.
 class ZoResponse {
  public:
-  explicit ZoResponse(ZoJson document, std::uint64_t order = 0) : raw(std::move(document)), order(order) {}
+  explicit ZoResponse(ZoJson document, ZoArrival arrival = {}) : raw(std::move(document)), arrival(arrival) {}
 
   // The whole document: for an answer "status", and "uri", "payload", "error" where the sensor sent them; for a push
   // "event", "uri", "payload". Empty for a bare acknowledgement.
@@ -22,13 +34,11 @@ class ZoResponse {
   // The URI of the resource, in the spelling that was asked for; empty when the sensor sent none.
   std::string Path() const;
 
-  // Rises from message to message in the order in which they arrived: answers are taken by those who asked, pushes by
-  // handlers, and this tells which of them is the newer. 0 for an answer that is none of the sensor's.
-  std::uint64_t Order() const noexcept { return order; }
+  const ZoArrival& Arrival() const noexcept { return arrival; }
 
  private:
   ZoJson raw;
-  std::uint64_t order;
+  ZoArrival arrival;
 };
 
 // The answer to a request.

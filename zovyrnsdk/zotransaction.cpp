@@ -19,6 +19,19 @@ ZoRequestResponse ZoTransaction::GetResponse(std::uint64_t timeout) {
   return pending->Take();
 }
 
+bool ZoTransaction::Wait(std::uint64_t timeout) {
+  if (pending && pending->connection) {
+    pending->connection->AwaitOutcome(*pending, timeout);
+  }
+  return !pending || pending->Settled();
+}
+
+void ZoTransaction::EndUnanswered(std::uint64_t waited) {
+  if (pending && pending->connection) {
+    pending->connection->EndUnanswered(pending, waited);
+  }
+}
+
 void ZoTransaction::Cancel() {
   if (pending && pending->connection) {
     pending->connection->Cancel(pending);

@@ -21,6 +21,13 @@ class ZoTransaction {
   // whose time is up ends it for all.
   ZoRequestResponse GetResponse(std::uint64_t timeout);
 
+  // Waits at most timeout microseconds and tells whether GetResponse would return at once. Unlike that it ends nothing:
+  // an answer that comes later still counts.
+  bool Wait(std::uint64_t timeout);
+
+  // Without an answer by now, ends the request as a GetResponse that has waited for so long, in microseconds.
+  void EndUnanswered(std::uint64_t waited);
+
   // Ends a GetResponse that waits, and every later one, with an exception. Never blocks. For an owner who gives up.
   void Cancel();
 

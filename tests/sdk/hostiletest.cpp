@@ -2,13 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <functional>
 #include <future>
 #include <ostream>
 #include <string>
 
 #include "tests/sdk/linkfixture.h"
+#include "tests/support/memorynow.h"
 
 namespace ZoTest {
 namespace {
@@ -16,16 +16,6 @@ namespace {
 using testing::HasSubstr;
 
 // Of /proc/self/status, in bytes.
-std::size_t MemoryNow() {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("VmRSS:")) {
-      return std::stoul(line.substr(6)) * 1024;
-    }
-  }
-  return 0;
-}
-
 struct Hostility {
   const char* name;
   std::function<void(FakePeer&)> act;

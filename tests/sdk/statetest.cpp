@@ -618,7 +618,7 @@ TEST_F(State, PushesOfARefusedStreamAreDropped) {
 // Whoever started a stream goes by its first content; pushes that are dropped for a status would leave it with that.
 TEST_F(State, StreamWithAFirstContentCountsAsGrantedWhateverItsStatus) {
   state.SessionOpened(now);
-  for (const char* const status : {"", "\"status\":0,", "\"status\":2,"}) {
+  for (const char* const status : {"\"status\":2,", "\"status\":-7,"}) {
     Ask(ZoRequestMethod_StartStream, "/a");
     const auto sent = Sent();
     ASSERT_FALSE(sent.empty());
@@ -632,6 +632,38 @@ TEST_F(State, StreamWithAFirstContentCountsAsGrantedWhateverItsStatus) {
   }
 }
 
+TEST_F(State, StreamWhoseAnswerHasNoStatusIsNotGranted) {
+  state.SessionOpened(now);
+  const Pending started = Ask(ZoRequestMethod_StartStream, "/a");
+  Sent();
+  Receive("{\"id\":1,\"payload\":{\"v\":1}}");
+  EXPECT_EQ(Outcome(started), "The sensor's answer carries no status.");
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(State, AnswerTellsWhetherAPushCameShortlyBefore) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Sub, "/a");
+  Sent();
+  const auto read = [this] {
+    const Pending pending = Ask(ZoRequestMethod_Read, "/a");
+    Receive("{\"id\":" + std::to_string(ZoJson::ParseString(Sent().back()).At("id").Get<int>()) +
+            ",\"status\":1,\"payload\":1}");
+    return pending->Take().Arrival().closeToPush;
+  };
+  EXPECT_FALSE(read());
+  now += seconds(1);
+  Receive("{\"event\":\"notification\",\"uri\":\"/a\",\"payload\":1}");
+  EXPECT_FALSE(read()) << "what waits is older, and gives way";
+  EXPECT_EQ(state.Pushes().TakeDue(now + seconds(1), 9).size(), 1U);
+  EXPECT_TRUE(read()) << "it is being handed on";
+  state.Pushes().Delivered(now);
+  now += milliseconds(1);
+  EXPECT_TRUE(read());
+  now += milliseconds(1);
+  EXPECT_FALSE(read());
+}
+
 TEST_F(State, FirstContentOfAStreamThatTakesAWaitingPushesPlaceIsAsNewAsItIs) {
   state.SessionOpened(now);
   const Pending started = Ask(ZoRequestMethod_StartStream, "/a");
@@ -643,7 +675,7 @@ TEST_F(State, FirstContentOfAStreamThatTakesAWaitingPushesPlaceIsAsNewAsItIs) {
   const std::vector<Push> due = state.Pushes().TakeDue(now + seconds(1), 9);
   ASSERT_EQ(due.size(), 1U);
   EXPECT_EQ(due[0].document.At("payload").ToString(), "{\"v\":3}");
-  EXPECT_EQ(due[0].order, started->Take().Order());
+  EXPECT_EQ(due[0].order, started->Take().Arrival().order);
 }
 
 TEST(Interest, KnowsPatternsAndBothSpellings) {

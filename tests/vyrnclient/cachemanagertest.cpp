@@ -168,6 +168,38 @@ TEST_F(CacheManager, ValueWithoutAnOrderIsAlwaysStoredAndLeavesTheOrderAsItIs) {
   EXPECT_EQ(cache.AddInOrderAt("/k", Number(4), 7, start + 2), Added::Stored);
 }
 
+TEST_F(CacheManager, OldValuesAreDroppedBeforeTheirTimeWhenTheyHoldTooMuchMemory) {
+  constexpr std::size_t mebibyte = std::size_t{1} << 20;
+  for (int i = 0; i < 64; ++i) {
+    EXPECT_EQ(cache.AddInOrderAt("/a", Number(i), 0, start + i, mebibyte), Added::Stored);
+  }
+  EXPECT_EQ(cache.AddInOrderAt("/b", Number(1), 0, start, 100 * mebibyte), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/a", Number(64), 0, start + 64, mebibyte), Added::Stored);
+  EXPECT_EQ(cache.SizeAt("/a"), 65u) << "64 MiB of old values may stay, and the newest do not count";
+  EXPECT_EQ(cache.AddInOrderAt("/a", Number(65), 0, start + 65, mebibyte), Added::Stored);
+  EXPECT_EQ(cache.SizeAt("/a"), 33u);
+  EXPECT_EQ(GetAt("/a", 0, start + 65), 65);
+  EXPECT_EQ(GetAt("/a", 100'000, start + 65), 33) << "the oldest went";
+  EXPECT_EQ(GetAt("/b", 0, start), 1) << "the newest of a key never goes";
+}
+
+TEST_F(CacheManager, MemoryOfOldValuesIsCountedAsTheyComeAndGo) {
+  constexpr std::size_t mebibyte = std::size_t{1} << 20;
+  // A stamp that is not the newest is old from the beginning.
+  EXPECT_EQ(cache.AddInOrderAt("/a", Number(1), 0, start + 10, mebibyte), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/a", Number(2), 0, start + 5, 40 * mebibyte), Added::Stored);
+  EXPECT_EQ(cache.SizeAt("/a"), 2u);
+  cache.TrimAt(start + 10 + maxAge);
+  EXPECT_EQ(cache.SizeAt("/a"), 1u);
+  // What was trimmed does not count any more.
+  EXPECT_EQ(cache.AddInOrderAt("/b", Number(1), 0, start, 40 * mebibyte), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/b", Number(2), 0, start + 1, mebibyte), Added::Stored);
+  EXPECT_EQ(cache.SizeAt("/b"), 2u);
+  EXPECT_EQ(cache.AddInOrderAt("/c", Number(1), 0, start, 40 * mebibyte), Added::Stored);
+  EXPECT_EQ(cache.AddInOrderAt("/c", Number(2), 0, start + 1, mebibyte), Added::Stored);
+  EXPECT_EQ(cache.SizeAt("/b") + cache.SizeAt("/c"), 2u);
+}
+
 TEST_F(CacheManager, ValueThatFindsNoMemoryDoesNotCountAsStored) {
   EXPECT_EQ(cache.AddInOrderAt("/k", Number(1), 7, start), Added::Stored);
   const ZoJson value = Number(2);

@@ -17,6 +17,7 @@ constexpr std::size_t most = 10'000;
 FakeSensorManager::FakeSensorManager(std::shared_ptr<ZoIO::Logger> theLogger, Worker worker, bool simulated)
     : logger(std::move(theLogger)), cache(std::make_shared<CacheManager>(5000)) {
   ItemManager::Source source;
+  source.begin = [] {};
   source.read = [this, worker, test = std::this_thread::get_id()](const std::string& uri) {
     if (worker == Worker::Quiet && std::this_thread::get_id() != test) {
       throw std::runtime_error("The worker does not read in this test.");

@@ -121,6 +121,7 @@ TEST(ItemWorkerTimeOut, IsLoggedAtErrorAndTheWorkerTouchesNothingThatIsGone) {
     const auto held = std::make_shared<int>(0);
     heldByWorker = held;
     ZoIO::ItemManager::Source source;
+    source.begin = [] {};
     source.read = [gate, held](const std::string&) {
       gate->Wait();
       return ZoJson(R"({"status":1,"payload":{"a":1}})");

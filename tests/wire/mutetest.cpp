@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <iostream>
 #include <thread>
 #include <vector>
@@ -51,6 +52,43 @@ TEST_F(MuteResource, CostsOneTimeOutAndThenNothing) {
   std::cout << "slowest call: " << std::chrono::duration_cast<std::chrono::microseconds>(slowest).count()
             << " us\n";
   EXPECT_LT(slowest, quick);
+}
+
+// The registry asks for what it misses with its lock held, and calls need that lock.
+TEST_F(MuteResource, ThatWasRefusedAtFirstHoldsUpNoCallAboutOthers) {
+  constexpr int count = 30;
+  std::atomic<bool> mute{false};
+  FakeSensor sensor;
+  sensor.SetResponder([&mute](FakePeer& peer, const FakeRequest& request) {
+    if (!request.uri.starts_with("/late")) {
+      FakeSensor::Grant(peer, request);
+    } else if (!mute) {
+      peer.Send(FakeSensor::Answer(request, "\"status\":-404,\"payload\":null"));
+    }
+  });
+  void* const handle = Connect(sensor.Port());
+  EXPECT_EQ(Read(handle, "/fine#/value"), 0);
+  const auto late = [](int i) { return "/late" + std::to_string(i); };
+  for (int i = 0; i < count; ++i) {
+    EXPECT_EQ(Read(handle, late(i) + "#/value"), 1);
+  }
+  mute = true;
+  const std::size_t asked = sensor.CountRequests("read", late(count - 1));
+  Clock::duration slowest{};
+  // Time for a pass, for its requests to run out of time, and for the passes behind that.
+  const Deadline passes(std::chrono::milliseconds(6000));
+  while (!passes.Expired()) {
+    const Stopwatch watch;
+    EXPECT_EQ(Read(handle, "/fine#/value"), 0);
+    slowest = std::max(slowest, watch.Elapsed());
+    recorder.Clear();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_GT(sensor.CountRequests("read", late(count - 1)), asked);
+  std::cout << "slowest call: " << std::chrono::duration_cast<std::chrono::microseconds>(slowest).count()
+            << " us\n";
+  EXPECT_LT(slowest, quick);
+  sensor.End();
 }
 
 // The sensor manager alone: through the exports the first fifty time-outs would come one after the other.

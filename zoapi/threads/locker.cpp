@@ -23,7 +23,9 @@ constexpr long long withoutLimit = -1;
 
 }  // namespace
 
-Locker::Locker(Lock& lock, long long timeout) : handle(lock.Get()) {
+Locker::Locker(Lock& lock, long long timeout) : Locker(lock.Get(), timeout) {}
+
+Locker::Locker(qLock lock, long long timeout) : handle(lock) {
   if (timeout == withoutLimit) {
     Check(qLock_Enter(handle), enterLine, source, constructor);
   } else {

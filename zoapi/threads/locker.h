@@ -49,6 +49,8 @@ class Q_SCOPED_CAPABILITY Locker {
   // Waits without limit for a timeout of -1, else at most timeout microseconds. Raises Zo::Exception when the
   // lock cannot be entered.
   explicit Locker(Lock& lock, long long timeout = -1) Q_ACQUIRE(lock);
+  // The same for a handle that somebody else owns, unseen by the thread-safety analysis.
+  explicit Locker(qLock lock, long long timeout = -1) Q_NO_THREAD_SAFETY_ANALYSIS;
   Locker(Locker&& other) noexcept Q_NO_THREAD_SAFETY_ANALYSIS : handle(std::exchange(other.handle, nullptr)) {
   }
   Locker(const Locker&) = delete;

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <vector>
 
+#include "qapi/memory.h"
 #include "zoapi/exception.h"
 #include "zoapi/threads/lockranks.h"
 #include "zoiohandler/vyrnclient/worker.h"
@@ -22,6 +23,11 @@ constexpr const char* workerName = "ZoIO::CacheManager::ManageCache";
 constexpr std::uint64_t trimPeriod = 1'000'000;   // µs
 constexpr std::uint64_t joinTimeout = 1'000'000;  // µs
 
+// Five seconds of whatever a sensor pushes may be more than a host can spare.
+constexpr std::size_t oldLimit = std::size_t{64}
+                                 << 20;             // bytes of values that are not the newest of their key
+constexpr std::size_t huge = std::size_t{1} << 20;  // bytes of a value whose memory is given back for good
+
 }  // namespace
 
 struct CacheManager::Slot {
@@ -34,35 +40,58 @@ struct CacheManager::Slot {
 struct CacheManager::State {
   State(int maxAge, long long startTime) : maxAge(maxAge), startTime(startTime) {}
 
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+  ~State() {
+    if (heldHuge) {
+      cache.clear();
+      qMemory_GiveBack();
+    }
+  }
+
+  // What leaves the histories, to be freed when the lock is free again: documents may be large.
+  using Old = std::multimap<long long, Entry>;
+
   void Trim(long long now) {
-    std::multimap<long long, ZoJson> old;  // freed when the lock is free again: documents may be large
-    Zo::Locker held(lock);
-    const long long threshold = (now - maxAge) - startTime;
-    std::erase_if(several, [&](Slot* slot) {
-      History& history = slot->history;
-      while (history.size() >= 2 && history.begin()->first < threshold) {
-        old.insert(history.extract(history.begin()));  // which needs no memory
-      }
-      slot->listed = history.size() >= 2;
-      return !slot->listed;
-    });
+    Old old;
+    bool giveBack = false;
+    {
+      Zo::Locker held(lock);
+      const long long threshold = (now - maxAge) - startTime;
+      TrimAll(threshold, old);
+      giveBack = heldHuge && oldBytes < huge;
+      heldHuge = heldHuge && !giveBack;
+    }
+    if (giveBack) {
+      old.clear();
+      qMemory_GiveBack();
+    }
   }
 
   // order: 0 for a value that has none.
-  Added Add(const std::string& key, const ZoJson& value, std::uint64_t order, long long now)
+  Added Add(const std::string& key, const Entry& entry, std::uint64_t order, long long now, Old& old)
       Q_REQUIRES(lock) {
     Slot& slot = cache[key];
     if (order != 0 && order < slot.order) {
       return Added::Outdated;
     }
-    if (!slot.history.try_emplace(now - startTime, value).second) {
+    const auto [place, stored] = slot.history.try_emplace(now - startTime, entry);
+    if (!stored) {
       return Added::MillisecondTaken;
     }
+    if (slot.history.size() >= 2) {
+      const auto newest = std::prev(slot.history.end());
+      oldBytes += (place == newest ? std::prev(newest) : place)->second.bytes;
+    }
+    heldHuge = heldHuge || entry.bytes >= huge;
     slot.order = std::max(slot.order, order);
     slot.version.fetch_add(1, std::memory_order_release);
     if (slot.history.size() >= 2 && !slot.listed) {
       several.push_back(&slot);
       slot.listed = true;
+    }
+    if (oldBytes > oldLimit) {
+      DropDownTo(oldLimit / 2, old);
     }
     return Added::Stored;
   }
@@ -75,6 +104,35 @@ struct CacheManager::State {
     return GetNearest(found->second.history, (now - startTime) - age);
   }
 
+  // The oldest of a slot that has others.
+  void Drop(Slot& slot, Old& old) Q_REQUIRES(lock) {
+    const auto oldest = slot.history.begin();
+    oldBytes -= oldest->second.bytes;
+    old.insert(slot.history.extract(oldest));  // which needs no memory
+  }
+
+  void TrimAll(long long threshold, Old& old) Q_REQUIRES(lock) {
+    std::size_t kept = 0;
+    for (Slot* const slot : several) {
+      while (slot->history.size() >= 2 && slot->history.begin()->first < threshold) {
+        Drop(*slot, old);
+      }
+      slot->listed = slot->history.size() >= 2;
+      if (slot->listed) {
+        several[kept++] = slot;
+      }
+    }
+    several.resize(kept);
+  }
+
+  void DropDownTo(std::size_t bytes, Old& old) Q_REQUIRES(lock) {
+    for (auto slot = several.begin(); slot != several.end() && oldBytes > bytes; ++slot) {
+      while ((*slot)->history.size() >= 2 && oldBytes > bytes) {
+        Drop(**slot, old);
+      }
+    }
+  }
+
   // Set once.
   Zo::Lock lock;
   const int maxAge;
@@ -83,6 +141,8 @@ struct CacheManager::State {
   std::map<std::string, Slot> cache Q_GUARDED_BY(lock);  // slots stay where they are
   std::vector<Slot*> several
       Q_GUARDED_BY(lock);  // the slots that hold two values or more: trimming looks at no others
+  std::size_t oldBytes Q_GUARDED_BY(lock) = 0;  // of all that are not the newest of their slot
+  bool heldHuge Q_GUARDED_BY(lock) = false;     // since memory was given back
   std::atomic<bool> running = false;
 };
 
@@ -117,10 +177,11 @@ void CacheManager::Add(const std::string& key, const ZoJson& value) {
   AddInOrder(key, value, 0);
 }
 
-CacheManager::Added CacheManager::AddInOrder(const std::string& key, const ZoJson& value,
-                                             std::uint64_t order) {
+CacheManager::Added CacheManager::AddInOrder(const std::string& key, const ZoJson& value, std::uint64_t order,
+                                             std::size_t bytes) {
+  State::Old old;
   Zo::Locker held(state->lock);
-  return state->Add(key, value, order, TimeInMills());
+  return state->Add(key, {value, bytes}, order, TimeInMills(), old);
 }
 
 void CacheManager::AddAt(const std::string& key, const ZoJson& value, long long now) {
@@ -128,9 +189,10 @@ void CacheManager::AddAt(const std::string& key, const ZoJson& value, long long 
 }
 
 CacheManager::Added CacheManager::AddInOrderAt(const std::string& key, const ZoJson& value,
-                                               std::uint64_t order, long long now) {
+                                               std::uint64_t order, long long now, std::size_t bytes) {
+  State::Old old;
   Zo::Locker held(state->lock);
-  return state->Add(key, value, order, now);
+  return state->Add(key, {value, bytes}, order, now, old);
 }
 
 bool CacheManager::Exists(const std::string& key) const {
@@ -162,14 +224,14 @@ ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version) cons
   Zo::Locker held(state->lock);
   const ZoJson& value = GetNearest(slot.history, (TimeInMills() - state->startTime) - age);
   // After the clock was set back it is not the newest that counts, and which one does changes without a new value.
-  version = &value == &slot.history.rbegin()->second ? Version(slot) : 0;
+  version = &value == &slot.history.rbegin()->second.value ? Version(slot) : 0;
   return value;
 }
 
 const ZoJson& CacheManager::GetNearest(const History& history, long long target) {
   // Of the values at or after the target the first is the nearest, as stamps only rise.
   const auto atOrAfter = history.lower_bound(target);
-  return atOrAfter != history.end() ? atOrAfter->second : std::prev(history.end())->second;
+  return (atOrAfter != history.end() ? atOrAfter : std::prev(history.end()))->second.value;
 }
 
 std::size_t CacheManager::Size() const {

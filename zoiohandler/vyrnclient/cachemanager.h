@@ -36,7 +36,9 @@ class CacheManager {
   // The same for values that come in an order of their own, in which they need not get here: a value that is older
   // than one of the key's that was stored so is left out.
   enum class Added { Stored, Outdated, MillisecondTaken };
-  Added AddInOrder(const std::string& key, const ZoJson& value, std::uint64_t order);
+  // bytes: of memory that the value holds, as far as that is known. Of values that are not the newest of their key the
+  // cache holds 64 MiB at most, whatever their age.
+  Added AddInOrder(const std::string& key, const ZoJson& value, std::uint64_t order, std::size_t bytes = 0);
 
   bool Exists(const std::string& key) const;
 
@@ -62,12 +64,17 @@ class CacheManager {
 
   // The steps behind Add, Get and the worker, at a time (as TimeInMills gives it) that the caller chooses.
   void AddAt(const std::string& key, const ZoJson& value, long long now);
-  Added AddInOrderAt(const std::string& key, const ZoJson& value, std::uint64_t order, long long now);
+  Added AddInOrderAt(const std::string& key, const ZoJson& value, std::uint64_t order, long long now,
+                     std::size_t bytes = 0);
   ZoJson GetAt(const std::string& key, int age, long long now) const;
   void TrimAt(long long now);
 
  private:
-  using History = std::map<long long, ZoJson>;  // by time stamp, relative to startTime
+  struct Entry {
+    ZoJson value;
+    std::size_t bytes = 0;
+  };
+  using History = std::map<long long, Entry>;  // by time stamp, relative to startTime
 
   struct State;
 

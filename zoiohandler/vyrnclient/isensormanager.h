@@ -48,7 +48,7 @@ class ISensorManager {
   virtual std::shared_ptr<Logger> GetLogger() = 0;
 
   // Stores the payload of this thread's last Read in the cache, unless something newer of the resource has got there
-  // meanwhile.
+  // meanwhile, as far as the manager knows an order (the simulator's values have none).
   virtual void Keep(const std::string& uri, const ZoJson& payload);
 };
 

@@ -78,6 +78,7 @@ struct ItemManager::State {
 
   void RetryPass() {
     Zo::Locker held(lock);
+    retrySource.begin();
     ListWalk walk(invalidItems);
     while (!walk.AtEnd()) {
       ItemInfo& entry = items.at(walk.Current());
@@ -122,7 +123,7 @@ struct ItemManager::State {
 
 ItemManager::ItemManager(ISensorManager& sensorManager, bool simulated)
     : ItemManager(sensorManager, simulated,
-                  {[&sensorManager](const std::string& uri) { return sensorManager.Read(uri, false); },
+                  {[] {}, [&sensorManager](const std::string& uri) { return sensorManager.Read(uri, false); },
                    [&sensorManager](const std::string& uri, const ZoJson& payload) {
                      sensorManager.Keep(uri, payload);
                    }}) {}

@@ -29,9 +29,11 @@ class ItemManager {
  public:
   using ItemInfo = ZoIO::ItemInfo;
 
-  // How the worker reads a resource, and stores the payload of its last read in the cache. Must stay usable when the
-  // sensor manager is gone; reading raises instead of waiting once the registry was given up.
+  // What the worker calls before each pass, how it reads a resource, and how it stores the payload of its last read in
+  // the cache. Must stay usable when the sensor manager is gone; reading raises instead of waiting once the registry was
+  // given up.
   struct Source {
+    std::function<void()> begin;
     std::function<ZoJson(const std::string& uri)> read;
     std::function<void(const std::string& uri, const ZoJson& payload)> keep;
   };

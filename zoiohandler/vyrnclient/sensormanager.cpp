@@ -1,6 +1,7 @@
 #include "zoiohandler/vyrnclient/sensormanager.h"
 
 #include <chrono>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "zoiohandler/vyrnclient/cachemanager.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
 #include "zoiohandler/vyrnclient/logger.h"
+#include "zoiohandler/vyrnclient/retryreads.h"
 #include "zoiohandler/vyrnclient/zovyrnclient.h"
 #include "zovyrnsdk/zorequesterror.h"
 
@@ -26,8 +28,8 @@ constexpr const char* responseName = "ZoIO::SensorManager::ResponseToZoJson";
 constexpr const char* streamName = "ZoIO::SensorManager::StreamHandler";
 constexpr const char* notificationName = "ZoIO::SensorManager::NotificationHandler";
 
-// Of the answer that this thread got last; see ZoResponse::Order.
-thread_local std::uint64_t answerOrder = 0;
+// Of the answer that this thread got last.
+thread_local ZoArrival lastAnswer;
 
 }  // namespace
 
@@ -52,27 +54,21 @@ struct SensorManager::Shared {
   }
 
   // The worker's read. The worker asks again at once, with the registry's lock held, where a response has no payload;
-  // an HMI must not wait for that. So no answer, or one without a payload, counts as a null payload, which leaves the
-  // item to the next pass and gives the others their turn; and a link that is down ends the pass. Once the manager has
-  // ended the read raises, without a word.
+  // an HMI must not wait for that. So no answer yet, or one without a payload, counts as a null payload, which leaves
+  // the item to the next pass and gives the others their turn; and a link that is down ends the pass. Once the manager
+  // has ended the read raises, without a word.
   ZoJson RetryRead(const std::string& uri) {
-    RaiseIfClosed();
+    retries.RaiseIfGivenUp();
     if (!IsOnline()) {
       return {};
     }
     if (!system.IsConnected()) {
       throw std::runtime_error("The link to the sensor is down.");
     }
-    ZoTransaction transaction = system.Client().Read(uri, ZoJson(), ZoJson());
-    Await(transaction);
     ZoJson answer;
-    try {
-      answer = Answer(transaction);
-    } catch (const std::exception& e) {
-      EndWait();
-      LogFailure(transaction, e);
+    if (std::optional<ZoTransaction> settled = retries.Read(uri)) {
+      answer = ResponseToZoJson(*settled);
     }
-    EndWait();
     if (!answer.HasKey("/payload")) {
       answer = ZoJson();
       answer.Set("payload", ZoJson());
@@ -88,45 +84,71 @@ struct SensorManager::Shared {
       const ZoJson payload = response->Payload();
       const std::string path = response->Path();
       // The link keeps its pushes apart, but an answer may have been stored in this very millisecond.
-      for (int attempt = 0; attempt < storeAttempts && !Store(path, payload, response->Order()); ++attempt) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
+      StoreSoon([&] { return Store(path, payload, response->Arrival()); });
     } catch (const std::exception& e) {
       WriteLog(*logger, e.what(), LogLevel_Error, function);
     }
   }
 
   // False when the cache has a value of this millisecond, which it keeps.
-  bool Store(const std::string& path, const ZoJson& payload, std::uint64_t order) {
+  bool Store(const std::string& path, const ZoJson& payload, const ZoArrival& arrival) {
     Zo::MutexLock held(gate);
-    return closed || cache->AddInOrder(path, payload, order) != CacheManager::Added::MillisecondTaken;
+    return closed || cache->AddInOrder(path, payload, arrival.order, arrival.bytes) !=
+                         CacheManager::Added::MillisecondTaken;
   }
 
   // The asking thread may have been stopped between taking its answer and coming here, and a newer push may have
   // overtaken it.
-  void Keep(const std::string& uri, const ZoJson& payload) { cache->AddInOrder(uri, payload, answerOrder); }
+  void Keep(const std::string& uri, const ZoJson& payload) {
+    const ZoArrival arrival = lastAnswer;
+    const auto store = [&] {
+      return cache->AddInOrder(uri, payload, arrival.order, arrival.bytes) !=
+             CacheManager::Added::MillisecondTaken;
+    };
+    if (arrival.closeToPush) {
+      // Were it left out for an older push of this millisecond, no newer one might ever come.
+      StoreSoon(store);
+    } else {
+      store();
+    }
+  }
 
-  void CloseGate() {
-    std::optional<ZoTransaction> last;
+  void CloseGate() noexcept {
     {
       Zo::MutexLock held(gate);
       closed = true;
-      last.swap(waiting);
     }
-    if (last) {
-      Cancel(*last);
-    }
+    retries.GiveUp();
   }
 
   const std::shared_ptr<Logger> logger;
   const std::shared_ptr<CacheManager> cache;
   std::atomic<SensorState::Status> status = SensorState::Unknown;
   ZoSystem system;  // set once, before the registry has an item
+  RetryReads retries{
+      [this](const std::string& uri) { return system.Client().Read(uri, ZoJson(), ZoJson()); }};
 
  private:
+  // In this millisecond, or in one of the next; and when there is memory for it.
+  template <typename Store>
+  static void StoreSoon(const Store& store) {
+    for (int attempt = 1;; ++attempt) {
+      try {
+        if (store() || attempt == storeAttempts) {
+          return;
+        }
+      } catch (const std::bad_alloc&) {
+        if (attempt == storeAttempts) {
+          throw;
+        }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
   static ZoJson Answer(ZoTransaction& transaction) {
     const auto take = [](const ZoRequestResponse& response) {
-      answerOrder = response.Order();
+      lastAnswer = response.Arrival();
       return response.Raw();
     };
     try {
@@ -145,48 +167,8 @@ struct SensorManager::Shared {
     return {};
   }
 
-  // Cancelling enters the link, whose locks come before the gate: never with the gate held.
-  static void Cancel(ZoTransaction& transaction) noexcept {
-    try {
-      transaction.Cancel();
-    } catch (const std::exception&) {
-      // Without the memory to cancel it, the request ends by its own time-out.
-    }
-  }
-
-  void Await(ZoTransaction& transaction) {
-    bool late = false;
-    {
-      Zo::MutexLock held(gate);
-      late = closed;
-      if (!late) {
-        waiting = transaction;
-      }
-    }
-    if (late) {
-      Cancel(transaction);
-    }
-  }
-
-  void EndWait() {
-    std::optional<ZoTransaction> last;
-    {
-      Zo::MutexLock held(gate);
-      last.swap(waiting);
-    }
-    RaiseIfClosed();
-  }
-
-  void RaiseIfClosed() {
-    Zo::MutexLock held(gate);
-    if (closed) {
-      throw std::runtime_error("The sensor manager was given up.");
-    }
-  }
-
   Zo::Mutex gate{"SensorManager::gate", Zo::LockRank_HandlerGate};
   bool closed Q_GUARDED_BY(gate) = false;
-  std::optional<ZoTransaction> waiting Q_GUARDED_BY(gate);
 };
 
 SensorManager::SensorManager(ZoVyrnClient& client, const std::string& ipAddress, unsigned short controlPort,
@@ -198,6 +180,7 @@ SensorManager::SensorManager(ZoVyrnClient& client, const std::string& ipAddress,
   itemManager = std::make_shared<ItemManager>(
       *this, false,
       ItemManager::Source{
+          [share = shared] { share->retries.BeginPass(); },
           [share = shared](const std::string& uri) { return share->RetryRead(uri); },
           [share = shared](const std::string& uri, const ZoJson& payload) { share->Keep(uri, payload); }});
   InitializeSystem();

@@ -66,7 +66,7 @@ void Connection::Open(Time deadline) {
     try {
       const qSignalShield shield;
       thread = std::thread([self = shared_from_this()] { self->Run(); });
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
       gate.Ended();
       throw std::runtime_error(std::string("the link's thread cannot be started: ") + error.what());
     }
@@ -119,9 +119,22 @@ void Connection::Request(ZoRequestMethod method, const std::string& uri, const Z
 
 void Connection::Await(const std::shared_ptr<ZoPendingRequest>& pending, const ZoRequest& request,
                        std::uint64_t limit) {
-  if (!pending->Settled()) {
-    const WaiterCount waiting(*pending);
-    driver.Await(pending->settled, DeadlineAfter(limit));
+  AwaitOutcome(*pending, limit);
+  EndUnanswered(pending, limit);
+  Zo::MutexLock lock(mutex);
+  state.Taken(*pending, request, Clock::now());
+}
+
+void Connection::AwaitOutcome(ZoPendingRequest& pending, std::uint64_t limit) {
+  if (!pending.Settled()) {
+    const WaiterCount waiting(pending);
+    driver.Await(pending.settled, DeadlineAfter(limit));
+  }
+}
+
+void Connection::EndUnanswered(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t waited) {
+  if (pending->Settled()) {
+    return;
   }
   bool unanswered = false;
   {
@@ -131,10 +144,9 @@ void Connection::Await(const std::shared_ptr<ZoPendingRequest>& pending, const Z
       if (closed) {
         pending->Fail(disconnected);
       } else {
-        state.TimeOut(pending, limit, Clock::now());
+        state.TimeOut(pending, waited, Clock::now());
       }
     }
-    state.Taken(*pending, request, Clock::now());
   }
   if (unanswered) {
     driver.Notify();  // others may wait for the same request
@@ -249,7 +261,12 @@ Time Connection::DeliverDue() {
       full = state.Pushes().Full();
     }
     if (paused && !full) {
-      loop.Post([this] { ResumeReading(); });
+      try {
+        loop.Post([this] { ResumeReading(); });
+      } catch (const std::bad_alloc&) {
+        // What was taken out must not be lost with it.
+        next = Clock::now() + faultPause;
+      }
     }
     if (due.empty()) {
       return next;

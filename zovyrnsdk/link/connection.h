@@ -51,6 +51,9 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
                const std::shared_ptr<ZoPendingRequest>& pending);
   // Waits for the outcome; when it returns the request is settled.
   void Await(const std::shared_ptr<ZoPendingRequest>& pending, const ZoRequest& request, std::uint64_t limit);
+  // The two halves of it.
+  void AwaitOutcome(ZoPendingRequest& pending, std::uint64_t limit);
+  void EndUnanswered(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t waited);
   void Cancel(const std::shared_ptr<ZoPendingRequest>& pending);
 
  private:

@@ -38,7 +38,8 @@ bool HandlerGate::Call(const Handler& handler, Push& push) {
   std::shared_ptr<Response> response;
   try {
     // Moves nothing before it has the memory.
-    response = std::make_shared<Response>(std::move(push.document), push.order);
+    response = std::make_shared<Response>(
+        std::move(push.document), ZoArrival{.order = push.order, .bytes = push.bytes, .closeToPush = false});
   } catch (const std::bad_alloc&) {
     return false;
   }

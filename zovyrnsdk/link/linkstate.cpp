@@ -29,9 +29,10 @@ bool HasContent(const ZoJson& document) {
 }
 
 // Whether an answer grants what was asked for. A stream's first content is as good as the status that says so: whoever
-// asked goes by the content.
+// asked goes by the content, provided that there is a status at all.
 bool Grants(ZoRequestMethod method, const ZoJson& document) {
-  return StatusOf(document) == 1 || (method == ZoRequestMethod_StartStream && HasContent(document));
+  const long long status = StatusOf(document);
+  return status == 1 || (status != 0 && method == ZoRequestMethod_StartStream && HasContent(document));
 }
 
 // The URI that an answer names by itself; empty when it names none.
@@ -100,8 +101,12 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
   if (method == ZoRequestMethod_Read) {
     const ReadBrake::Ruling ruling = brake.Read(uri, now);
     if (ruling != ReadBrake::Ruling::Send) {
-      pending->Answer(ZoRequestResponse(LocalAnswer(
-          brakedStatus, uri, "The sensor has not answered about this resource; it is being asked.")));
+      // In its place among what arrives: a push that comes now is newer.
+      const ZoArrival arrival{.order = ++arrivals, .bytes = 0, .closeToPush = false};
+      pending->Answer(ZoRequestResponse(
+          LocalAnswer(brakedStatus, uri,
+                      "The sensor has not answered about this resource; it is being asked."),
+          arrival));
       if (ruling == ReadBrake::Ruling::AnswerAndProbe) {
         Enqueue(RequestRole::Probe, method, uri, std::move(text.tail), nullptr, now);
       }
@@ -274,19 +279,20 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   const auto pending = entry.pending.lock();
   const long long status = StatusOf(message.document);
   const bool bare = message.document.Empty();
-  const std::uint64_t order = ++arrivals;
+  ZoArrival arrival{.order = ++arrivals, .bytes = message.bytes, .closeToPush = false};
   const ZoJson* const payload = message.document.Find(payloadMember);
   if (entry.method == ZoRequestMethod_Read && pending && status == 1 && payload != nullptr) {
-    pushes.AnswerArrived(entry.uri, *payload, message.bytes, pending->waiters != 0, now, order);
+    arrival.closeToPush =
+        pushes.AnswerArrived(entry.uri, *payload, message.bytes, pending->waiters != 0, now, arrival.order);
   }
-  NoteOutcome(entry, message, order, now);
+  NoteOutcome(entry, message, arrival.order, now);
   if (!pending) {
     return;
   }
   if (status == 0 && !bare) {
     pending->Fail("The sensor's answer carries no status.");
   } else {
-    pending->Answer(ZoRequestResponse(std::move(message.document), order));
+    pending->Answer(ZoRequestResponse(std::move(message.document), arrival));
   }
 }
 
@@ -403,7 +409,12 @@ void LinkState::SweepStale(Time now) {
 
 void LinkState::NoteUnanswered(Time now) {
   if (open && watchdog.RequestUnanswered()) {
-    healthId = EnqueueOwn(RequestRole::Health, ZoRequestMethod_Read, "/system", now);
+    try {
+      healthId = EnqueueOwn(RequestRole::Health, ZoRequestMethod_Read, "/system", now);
+    } catch (...) {  // or nobody would ever ask again
+      watchdog.HealthNotAsked();
+      throw;
+    }
   }
 }
 

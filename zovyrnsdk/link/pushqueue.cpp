@@ -29,7 +29,7 @@ void PushQueue::Offer(const std::string& uri, Push push, Time now) {
   slot.push = std::move(push);
 }
 
-void PushQueue::AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking,
+bool PushQueue::AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking,
                               Time now, std::uint64_t arrivalOrder) {
   Prune(now);
   Slot& slot = slots.try_emplace(uri).first->second;
@@ -42,6 +42,7 @@ void PushQueue::AnswerArrived(const std::string& uri, const ZoJson& payload, std
     slot.arrived = now;
     Schedule(slot, now);
   }
+  return slot.handedOn || (slot.lastPush != Time::min() && now < slot.lastPush + pushSpacing);
 }
 
 void PushQueue::AnswerTaken(const std::string& uri, Time now) {
@@ -75,6 +76,7 @@ std::vector<Push> PushQueue::TakeDue(Time now, std::size_t limit) {
 void PushQueue::Delivered(Time now) {
   for (Slot* slot : handed) {
     slot->handedOn = false;
+    slot->lastPush = now;
     slot->last = std::max(slot->last, now);
     if (slot->waiting) {
       Move(*slot, std::max(slot->place->first, DueOf(*slot, now)));

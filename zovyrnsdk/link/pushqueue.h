@@ -34,8 +34,9 @@ class PushQueue {
   void Offer(const std::string& uri, Push push, Time now);
 
   // An answer with the resource's content arrived. Its receiver may drop it, so it takes the place of a push that
-  // waits, and nothing is lost. taking: somebody waits for it and will report AnswerTaken.
-  void AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking, Time now,
+  // waits, and nothing is lost. taking: somebody waits for it and will report AnswerTaken. True when an older push was
+  // handed on so short a time before that whoever takes both in may find them in one millisecond.
+  bool AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking, Time now,
                      std::uint64_t order = 0);
   void AnswerTaken(const std::string& uri, Time now);
 
@@ -58,9 +59,10 @@ class PushQueue {
   using Slots = std::unordered_map<std::string, Slot>;
   using Order = std::multimap<Time, Slots::value_type*>;
   struct Slot {
-    Time last = Time::min();  // the last push handed on, or answer
-    Time began{};             // to wait
-    Time arrived{};           // of what waits, as far as an answer came before it
+    Time last = Time::min();      // the last push handed on, or answer
+    Time lastPush = Time::min();  // handed on
+    Time began{};                 // to wait
+    Time arrived{};               // of what waits, as far as an answer came before it
     Push push;
     bool waiting = false;
     bool handedOn = false;    // taken out, and not reported Delivered yet

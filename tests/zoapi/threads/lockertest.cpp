@@ -63,6 +63,15 @@ TEST_F(LockerTest, HoldsTheLockForItsScope) {
   EXPECT_FALSE(IsHeld());
 }
 
+TEST_F(LockerTest, TakesABareHandleToo) {
+  {
+    const Locker locker(lock.Get(), 1000);
+    EXPECT_TRUE(IsHeld());
+  }
+  EXPECT_FALSE(IsHeld());
+  EXPECT_THROW(Locker(static_cast<qLock>(nullptr)), Zo::Exception);
+}
+
 TEST_F(LockerTest, WaitsWithoutLimitByDefaultAndForMinusOne) {
   qTest_FailOperation(qOperation::LockEnter, 0, injected);
   { const Locker locker(lock); }
