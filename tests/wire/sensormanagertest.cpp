@@ -1,0 +1,150 @@
+// The sensor manager over the SDK by itself: what it says when it cannot act, letter by letter.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/sdk/fakesensor.h"
+#include "tests/support/recorder.h"
+#include "tests/vyrnclient/eventually.h"
+#include "tests/vyrnclient/fakesensormanager.h"
+#include "zoiohandler/vyrnclient/sensormanager.h"
+#include "zoiohandler/vyrnclient/zovyrnclient.h"
+
+namespace ZoTest {
+namespace {
+
+using testing::StartsWith;
+using ZoIO::ISensorManager;
+using ZoIO::SensorManager;
+
+struct Verb {
+  const char* name;
+  int method;
+  std::function<ZoJson(ISensorManager&, const std::string& uri, bool logFailure)> call;
+};
+
+const std::vector<Verb> verbs = {
+    {"Read", 1, [](ISensorManager& m, const std::string& uri, bool log) { return m.Read(uri, log); }},
+    {"Create", 2,
+     [](ISensorManager& m, const std::string& uri, bool log) { return m.Create(uri, ZoJson::Of(1), log); }},
+    {"Update", 3,
+     [](ISensorManager& m, const std::string& uri, bool log) { return m.Update(uri, ZoJson::Of(1), log); }},
+    {"Delete", 4, [](ISensorManager& m, const std::string& uri, bool log) { return m.Delete(uri, log); }},
+    {"Call", 5,
+     [](ISensorManager& m, const std::string& uri, bool log) { return m.Call(uri, ZoJson::Of(1), log); }},
+    {"Subscribe", 6,
+     [](ISensorManager& m, const std::string& uri, bool log) { return m.Subscribe(uri, log); }},
+    {"Unsubscribe", 7,
+     [](ISensorManager& m, const std::string& uri, bool log) { return m.Unsubscribe(uri, log); }},
+    {"Stream", 8, [](ISensorManager& m, const std::string& uri, bool log) { return m.Stream(uri, log); }},
+    {"StopStream", 9,
+     [](ISensorManager& m, const std::string& uri, bool log) { return m.StopStream(uri, log); }}};
+
+class SensorManagerTest : public testing::Test {
+ protected:
+  std::unique_ptr<SensorManager> Make(unsigned short port) {
+    return std::make_unique<SensorManager>(client, "127.0.0.1", port, logger);
+  }
+
+  // The log lines since the last Clear, as "level function: message".
+  std::vector<std::string> Lines() const {
+    std::vector<std::string> lines;
+    for (const Entry& entry : recorder.Logs()) {
+      lines.push_back(std::to_string(entry.level) + " " + entry.function + ": " + entry.message);
+    }
+    return lines;
+  }
+
+  FakeSensor sensor;
+  Recorder recorder;
+  Recorder host;
+  std::shared_ptr<ZoIO::Logger> logger = std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog);
+  std::shared_ptr<FakeSensorManager> other = std::make_shared<FakeSensorManager>(
+      std::make_shared<ZoIO::Logger>(host.Param().context, host.Param().log));
+  ZoIO::ZoVyrnClient client{other, other, host.Param()};
+};
+
+TEST_F(SensorManagerTest, EachVerbIsRefusedWithOneWarningWhileTheSensorIsOffline) {
+  sensor.StopListening();
+  const auto manager = Make(sensor.Port());
+  EXPECT_FALSE(manager->IsConnected());
+  for (const Verb& verb : verbs) {
+    recorder.Clear();
+    EXPECT_TRUE(verb.call(*manager, "/res", true).Empty()) << verb.name;
+    EXPECT_THAT(Lines(), testing::ElementsAre(std::string("4 ZoIO::SensorManager::") + verb.name + ": `" +
+                                              verb.name + "` failed.Sensor is offline."));
+    recorder.Clear();
+    EXPECT_TRUE(verb.call(*manager, "/res", false).Empty()) << verb.name;
+    EXPECT_THAT(Lines(), testing::IsEmpty()) << verb.name;
+  }
+}
+
+TEST_F(SensorManagerTest, StartAndStopWarnWhileTheSensorIsOffline) {
+  sensor.StopListening();
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  manager->Start();
+  manager->Stop();
+  EXPECT_FALSE(manager->IsRunning());
+  EXPECT_THAT(Lines(), testing::ElementsAre("4 ZoIO::SensorManager::Start: Sensor is offline.",
+                                            "4 ZoIO::SensorManager::Stop: Sensor is offline."));
+}
+
+TEST_F(SensorManagerTest, RequestWithoutAResponseIsLoggedWithItsUriAndMethod) {
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest&) { peer.Drop(); });
+  const auto manager = Make(sensor.Port());
+  ASSERT_TRUE(manager->IsConnected());
+  for (const Verb& verb : verbs) {
+    recorder.Clear();
+    EXPECT_TRUE(verb.call(*manager, "/fatal", true).Empty()) << verb.name;
+    EXPECT_THAT(Lines(), testing::ElementsAre(StartsWith("5 ZoIO::SensorManager::ResponseToZoJson: /fatal[" +
+                                                         std::to_string(verb.method) + "]: The link")));
+  }
+}
+
+TEST_F(SensorManagerTest, WhatStartStopAndIsRunningRaiseIsLoggedAtError) {
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+    peer.Send(FakeSensor::Answer(request, "\"status\":-500,\"payload\":null,\"error\":\"broken\""));
+  });
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  manager->Start();
+  manager->Stop();
+  EXPECT_FALSE(manager->IsRunning());
+  EXPECT_THAT(Lines(), testing::ElementsAre(StartsWith("5 ZoIO::SensorManager::Start: "),
+                                            StartsWith("5 ZoIO::SensorManager::Stop: "),
+                                            StartsWith("5 ZoIO::SensorManager::IsRunning: ")));
+}
+
+// Hosts of the interface call by place. A pointer to a virtual member holds its place in the table, in bytes and one more;
+// the destructor has the first two.
+template <typename Member>
+std::size_t PlaceOf(Member member) {
+  std::size_t word = 0;
+  std::memcpy(&word, &member, sizeof word);
+  return (word - 1) / sizeof(void*);
+}
+
+TEST(SensorManagerInterface, HasItsOperationsInTheirOrder) {
+  const std::vector<std::size_t> places = {
+      PlaceOf(&ISensorManager::PLC),         PlaceOf(&ISensorManager::Cache),
+      PlaceOf(&ISensorManager::Start),       PlaceOf(&ISensorManager::Stop),
+      PlaceOf(&ISensorManager::IsRunning),   PlaceOf(&ISensorManager::IsConnected),
+      PlaceOf(&ISensorManager::Read),        PlaceOf(&ISensorManager::Create),
+      PlaceOf(&ISensorManager::Update),      PlaceOf(&ISensorManager::Call),
+      PlaceOf(&ISensorManager::Delete),      PlaceOf(&ISensorManager::Subscribe),
+      PlaceOf(&ISensorManager::Unsubscribe), PlaceOf(&ISensorManager::Stream),
+      PlaceOf(&ISensorManager::StopStream),  PlaceOf(&ISensorManager::GetLogger),
+      PlaceOf(&ISensorManager::Keep)};
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    EXPECT_EQ(places[i], i + 2);
+  }
+}
+
+}  // namespace
+}  // namespace ZoTest
