@@ -188,14 +188,41 @@ TEST_F(Methods, MissingBadOrNestedArgsAreAFaultAndNothingIsSent) {
   EXPECT_THAT(sensor->CallTexts(), IsEmpty());
 }
 
-TEST_F(Methods, ParsersTextIsWhatTheHostSees) {
-  std::string expected;
+// The text of the error that body raises.
+template <typename Body>
+std::string TextOf(const Body& body) {
   try {
-    ZoJson::ParseString("{bad");
+    body();
   } catch (const ZoJsonError& error) {
-    expected = error.what();
+    return error.what();
   }
+  return "no error";
+}
+
+TEST_F(Methods, ParsersTextIsWhatTheHostSees) {
+  const std::string expected = TextOf([] { ZoJson::ParseString("{bad"); });
   EXPECT_EQ(Data("Create", R"({"uri":"/r","args":"{bad"})"), ZoJson::Of(expected));
+}
+
+TEST_F(Methods, ArgsAreReadBeforeTheUri) {
+  struct Example {
+    const char* arguments;
+    std::string fault;  // the one of "/args"; the uri is at fault each time, too
+  };
+  const Example examples[] = {
+      {"{}", TextOf([] { ZoJson("{}").At("/args"); })},
+      {R"({"uri":["/r"]})", TextOf([] { ZoJson("{}").At("/args"); })},
+      {R"({"args":[1]})", TextOf([] { ZoJson("[1]").Get<std::string>(); })},
+      {R"({"args":"{bad"})", TextOf([] { ZoJson::ParseString("{bad"); })},
+      {R"({"uri":["/r"],"args":"{bad"})", TextOf([] { ZoJson::ParseString("{bad"); })}};
+  for (const char* name : {"Create", "Update", "Call"}) {
+    for (const Example& example : examples) {
+      SCOPED_TRACE(std::string(name) + " " + example.arguments);
+      EXPECT_EQ(Data(name, example.arguments), ZoJson::Of(example.fault));
+    }
+  }
+  EXPECT_EQ(Data("Create", R"({"args":"1"})"), ZoJson::Of(TextOf([] { ZoJson("{}").At("/uri"); })));
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
 }
 
 TEST_F(Methods, FaultOfCallAloneIsLogged) {
@@ -220,6 +247,53 @@ TEST_F(Methods, SuccessTellsNothing) {
 TEST_F(Methods, ExceptionOfTheHostsCallbackIsSwallowed) {
   recorder.OnResult([](const Entry&) { throw std::runtime_error("broken"); });
   EXPECT_FALSE(method.Call(&token, "RunSensor", "{}"));
+}
+
+TEST_F(Methods, WhateverTheHostsCallbackThrowsIsSwallowed) {
+  recorder.OnResult([](const Entry&) { throw 7; });
+  EXPECT_FALSE(method.Call(&token, "RunSensor", "{}"));
+  EXPECT_EQ(recorder.Results().size(), 1u);
+}
+
+TEST_F(Methods, SensorThatCannotBeStartedOrStoppedGetsNoResponse) {
+  for (const char* verb : {"Start", "Stop"}) {
+    sensor->SetScript(verb, [](const auto&) -> ZoJson { throw std::runtime_error("broken"); });
+  }
+  EXPECT_FALSE(method.Call(&token, "RunSensor", "{}"));
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Start "));
+  sensor->SetRunning(true);
+  EXPECT_FALSE(method.Call(&token, "StopSensor", "{}"));
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Start ", "Stop "));
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
+// A sensor that is offline: it takes both calls and does nothing.
+class OfflineSensor : public FakeSensorManager {
+ public:
+  using FakeSensorManager::FakeSensorManager;
+  void Start() override { ++starts; }
+  void Stop() override { ++stops; }
+
+  int starts = 0;
+  int stops = 0;
+};
+
+TEST_F(Methods, OkDoesNotProveThatTheSensorObeyed) {
+  const auto offline = std::make_shared<OfflineSensor>(logger);
+  ZoIO::Method other(parameters, offline);
+  for (const bool running : {false, true}) {
+    const char* const name = running ? "StopSensor" : "RunSensor";
+    offline->SetRunning(running);
+    for (int i = 0; i < 2; ++i) {
+      recorder.Clear();
+      EXPECT_TRUE(other.Call(&token, name, "{}"));
+      ASSERT_EQ(recorder.Results().size(), 1u);
+      EXPECT_EQ(recorder.Results()[0].response, R"({"id":null,"errcode":0,"data":"{\"result\":\"OK\"}"})");
+      EXPECT_EQ(offline->IsRunning(), running);
+    }
+  }
+  EXPECT_EQ(offline->starts, 2);
+  EXPECT_EQ(offline->stops, 2);
 }
 
 TEST_F(Methods, HostWithoutCallbackGetsNoResponseButTheMethodRuns) {

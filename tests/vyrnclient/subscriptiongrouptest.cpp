@@ -6,7 +6,7 @@
 
 #include <limits>
 
-#include "tests/vyrnclient/feedtest.h"
+#include "tests/vyrnclient/grouptest.h"
 
 namespace ZoTest {
 namespace {
@@ -17,29 +17,7 @@ using std::chrono::system_clock;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class SubscriptionGroup : public FeedTest {
- protected:
-  // "name type:value" of every value since the last call, in order.
-  std::vector<std::string> Pushed() {
-    std::vector<std::string> texts;
-    for (const Entry& entry : recorder.All()) {
-      if (entry.kind == Entry::Kind::Value) {
-        texts.push_back(entry.item + " " + Describe(entry));
-      }
-    }
-    recorder.Clear();
-    return texts;
-  }
-
-  // What the host gets from one tick.
-  std::vector<std::string> Tick() {
-    recorder.Clear();
-    group.Tick();
-    return Pushed();
-  }
-
-  ZoIO::SubscriptionGroup group{feed, 1000ms};
-};
+class SubscriptionGroup : public GroupTest {};
 
 TEST_F(SubscriptionGroup, NewOneIsEmptyAndDueAtOnce) {
   const auto before = system_clock::now();
@@ -231,6 +209,27 @@ TEST_F(SubscriptionGroup, ScheduleGoesFromDueTimeToDueTime) {
   for (int i = 1; i <= 5; ++i) {
     group.Tick();
     EXPECT_EQ(group.NextTick(), first + i * 1000ms);
+  }
+}
+
+TEST_F(SubscriptionGroup, ScheduleIsTheGroupsAndNotItsItems) {
+  for (const milliseconds interval : {milliseconds(1h), milliseconds(-1h)}) {
+    ZoIO::SubscriptionGroup other(feed, interval);
+    // An hour from now, which no item that looks at the clock can hit.
+    other.Tick();
+    const auto due = other.NextTick();
+    for (int i = 0; i < 2; ++i) {
+      other.AddItem("/r#/a");
+      EXPECT_EQ(other.NextTick(), due);
+    }
+    for (const char* name : {"/r#/a", "/r#/unknown"}) {
+      other.ForceUpdate(name);
+      EXPECT_EQ(other.NextTick(), due);
+      other.RemoveItem(name);
+      EXPECT_EQ(other.NextTick(), due);
+    }
+    other.AddItem("/r#/b");
+    EXPECT_EQ(other.NextTick(), due);
   }
 }
 

@@ -31,6 +31,16 @@ class UnsubscribeItems : public FakeInstanceTest {
     recorder.Clear();
     sensor->ClearCalls();
   }
+  // What a count of 0 comes to: the first of two items starts their stream, the second one's end stops it.
+  void ExpectThatTwoItemsShareOneStream() {
+    Forget();
+    EXPECT_EQ(Subscribe(*client, {"/r/x#/a"}), 0);
+    EXPECT_EQ(Subscribe(*client, {"/r/x#/b"}), 0);
+    EXPECT_EQ(Unsubscribe(*client, {"/r/x#/a"}), 0);
+    EXPECT_THAT(sensor->CallTexts(), ElementsAre("Stream /r/x"));
+    EXPECT_EQ(Unsubscribe(*client, {"/r/x#/b"}), 0);
+    EXPECT_THAT(sensor->CallTexts(), ElementsAre("Stream /r/x", "StopStream /r/x"));
+  }
 };
 
 TEST_F(UnsubscribeItems, LastItemOfAResourceStopsItsStream) {
@@ -119,9 +129,7 @@ TEST_F(UnsubscribeItems, ItemThatWasNeverSubscribedStopsItsStreamEachTime) {
   EXPECT_EQ(Unsubscribe(*client, {"/r/x#/a"}), 0);
   EXPECT_EQ(Unsubscribe(*client, {"/r/x#/a"}), 0);
   EXPECT_EQ(sensor->CallCount("StopStream"), 2u);
-  // The count was held at 0: one subscription starts the stream.
-  Subscribe(*client, {"/r/x#/a"});
-  EXPECT_EQ(sensor->CallCount("Stream"), 1u);
+  ExpectThatTwoItemsShareOneStream();
 }
 
 TEST_F(UnsubscribeItems, CountOfAPatternGoesBelow0) {
@@ -146,6 +154,36 @@ TEST_F(UnsubscribeItems, ExceptionIsTheCallersAndTheLockIsFreeAfterwards) {
   EXPECT_EQ(recorder.CountMessages("broken"), 0u);
   Answer("StopStream", R"({"status":1})");
   EXPECT_EQ(Unsubscribe(*client, {"/r/y#/a"}), 0);
+}
+
+TEST_F(UnsubscribeItems, CountStartsFrom0AfterUnsubscribesThatRaised) {
+  sensor->SetScript("StopStream", [](const auto&) -> ZoJson { throw std::runtime_error("broken"); });
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_THROW(Unsubscribe(*client, {"/r/x#/a"}), std::runtime_error);
+  }
+  Answer("StopStream", R"({"status":1})");
+  ExpectThatTwoItemsShareOneStream();
+}
+
+TEST_F(UnsubscribeItems, ItemWhoseStreamCouldNotBeStoppedKeepsItsMarkAndStartsItAnew) {
+  Subscribe(*client, {"/r/x#/a"});
+  sensor->SetScript("StopStream", [](const auto&) -> ZoJson { throw std::runtime_error("broken"); });
+  EXPECT_THROW(Unsubscribe(*client, {"/r/x#/a"}), std::runtime_error);
+  EXPECT_TRUE(Item("/r/x#/a").subscribed);
+  Answer("StopStream", R"({"status":1})");
+  ExpectThatTwoItemsShareOneStream();
+}
+
+TEST_F(UnsubscribeItems, OnlyTheLastItemOfAResourceLosesItsMark) {
+  Subscribe(*client, {"/r/x#/a", "/r/x#/b"});
+  // As after a reconnect that has found both of them marked.
+  Item("/r/x#/b").subscribed = true;
+  Unsubscribe(*client, {"/r/x#/a"});
+  EXPECT_TRUE(Item("/r/x#/a").subscribed);
+  EXPECT_TRUE(Item("/r/x#/b").subscribed);
+  Unsubscribe(*client, {"/r/x#/b"});
+  EXPECT_TRUE(Item("/r/x#/a").subscribed);
+  EXPECT_FALSE(Item("/r/x#/b").subscribed);
 }
 
 TEST_F(UnsubscribeItems, SensorThatIsNotConnectedIsRefusedWithoutALine) {
