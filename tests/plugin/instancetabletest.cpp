@@ -3,7 +3,9 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
+#include "qapi/testing.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/recorder.h"
 #include "zoiohandler/iohandler.h"
@@ -69,6 +71,50 @@ TEST_F(InstanceTable, DestroysWhatIsLeftWhenItEnds) {
   table.reset();
   EXPECT_EQ(first.CountMessages(ending), 1u);
   EXPECT_EQ(second.CountMessages(ending), 1u);
+}
+
+TEST_F(InstanceTable, BaseLibrarysHandleGoesBeforeTheInstancesThatAreLeft) {
+  std::vector<std::uint64_t> objects;
+  const Recorder::Hook count = [&objects](const Entry& entry) {
+    if (entry.message == ending) {
+      objects.push_back(qTest_LiveObjects());
+    }
+  };
+  first.OnLog(count);
+  second.OnLog(count);
+  Insert(first);
+  Insert(second);
+  const std::uint64_t before = qTest_LiveObjects();
+  table.reset();
+  ASSERT_EQ(objects.size(), 2u);
+  EXPECT_EQ(objects[0], before - 1);
+  EXPECT_LT(objects[1], objects[0]);
+}
+
+TEST_F(InstanceTable, WithoutTheBaseLibrarysHandleItServesAndEndsAllTheSame) {
+  table.reset();
+  const std::uint64_t empty = qTest_LiveObjects();
+  qTest_FailOperation(qOperation::LibraryConstruct, 1, qStatus_OutOfMemory);
+  table = std::make_unique<IoHandler>();
+  EXPECT_EQ(qTest_FailureCount(), 1u);
+  qTest_Reset();
+  EXPECT_EQ(qTest_LiveObjects(), empty);
+  EXPECT_STREQ(table->Info().name, "ZoIoHandler");
+
+  ZoVyrnClient* const handle = Insert(first);
+  EXPECT_EQ(table->Find(handle), handle);
+  EXPECT_EQ(handle->Read("res#"), 0);
+  const std::uint64_t before = qTest_LiveObjects();
+  std::uint64_t atEnding = 0;
+  first.OnLog([&atEnding](const Entry& entry) {
+    if (entry.message == ending) {
+      atEnding = qTest_LiveObjects();
+    }
+  });
+  table.reset();
+  EXPECT_EQ(atEnding, before);
+  EXPECT_EQ(first.CountMessages(ending), 1u);
+  EXPECT_EQ(qTest_LiveObjects(), empty);
 }
 
 // A key is the address of a live instance, so two instances never have the same one; only a second owner of

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <thread>
 
 #include "tests/vyrnclient/feedtest.h"
 
@@ -190,6 +191,31 @@ TEST_F(CacheToValue, LogsNothing) {
 TEST_F(CacheToValue, NewestPayloadCounts) {
   Take("1");
   ExpectInteger("2", 2);
+}
+
+// After the clock was set back, values lie ahead of it, and the one that counts is the first that is still
+// ahead. So another one takes over when its time has passed, though the cache was given nothing new.
+TEST_F(CacheToValue, ValueThatLayAheadOfTheClockGivesWayOnceItsTimeHasPassed) {
+  constexpr long long lead = 50;  // ms
+  const Deadline deadline;
+  for (int attempt = 0; !deadline.Expired(); ++attempt) {
+    const std::string uri = "/ahead" + std::to_string(attempt);
+    const long long now = ZoIO::CacheManager::TimeInMills();
+    Cache().AddAt(uri, ZoJson::ParseString(R"({"a":"far"})"), now + 10 * lead);
+    Cache().AddAt(uri, ZoJson::ParseString(R"({"a":"near"})"), now + lead);
+    ItemInfo item = ZoIO::ItemManager::CreateItem(uri + "#/a");
+    const std::string first = feed.UpdateItemFromCache(item).text();
+    if (ZoIO::CacheManager::TimeInMills() > now + lead) {
+      continue;  // too slow: the time of the near one may have passed already
+    }
+    EXPECT_EQ(first, "near");
+    while (ZoIO::CacheManager::TimeInMills() <= now + lead) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(feed.UpdateItemFromCache(item).text(), "far");
+    return;
+  }
+  FAIL() << "never quick enough to see the near value";
 }
 
 TEST_F(CacheToValue, ElementOfAnArrayIsReachedByItsNumber) {

@@ -101,6 +101,18 @@ void FakeSensorManager::ClearCalls() {
   std::lock_guard lock(mutex);
   calls.clear();
   counts.clear();
+  questions.clear();
+}
+
+std::vector<std::string> FakeSensorManager::Questions() const {
+  std::lock_guard lock(mutex);
+  std::vector<std::string> names;
+  for (const Question& question : questions) {
+    if (question.thread == std::this_thread::get_id()) {
+      names.emplace_back(question.name);
+    }
+  }
+  return names;
 }
 
 int FakeSensorManager::GiveUps() const {
@@ -129,11 +141,13 @@ void FakeSensorManager::Shutdown() noexcept {
 
 std::shared_ptr<ItemManager> FakeSensorManager::PLC() {
   std::lock_guard lock(mutex);
+  Note("PLC");
   return plcHidden ? nullptr : registry;
 }
 
 std::shared_ptr<CacheManager> FakeSensorManager::Cache() {
   std::lock_guard lock(mutex);
+  Note("Cache");
   return cacheHidden ? nullptr : cache;
 }
 
@@ -148,6 +162,7 @@ bool FakeSensorManager::IsRunning() {
 
 bool FakeSensorManager::IsConnected() {
   std::lock_guard lock(mutex);
+  Note("IsConnected");
   return connected;
 }
 
@@ -195,6 +210,12 @@ ZoJson FakeSensorManager::Stream(const std::string& uri, bool logFailure) {
 
 ZoJson FakeSensorManager::StopStream(const std::string& uri, bool logFailure) {
   return Answer({"StopStream", uri, {}, logFailure, {}});
+}
+
+void FakeSensorManager::Note(const char* question) {
+  if (questions.size() < most) {
+    questions.push_back({question, std::this_thread::get_id()});
+  }
 }
 
 ZoJson FakeSensorManager::Answer(Request request) {

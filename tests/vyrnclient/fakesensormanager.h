@@ -55,13 +55,15 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   void HidePLC();
   void HideCache();
 
-  // The first ten thousand; counts go on.
+  // The first ten thousand, here and of Questions; counts go on.
   std::vector<Request> Calls() const;
   // The calls as "Verb uri".
   std::vector<std::string> CallTexts() const;
   std::size_t CallCount(const std::string& verb) const;
   bool WaitForCalls(const std::string& verb, std::size_t count) const;
   void ClearCalls();
+  // What this thread asked since the last ClearCalls of IsConnected, PLC and Cache, by name and in order.
+  std::vector<std::string> Questions() const;
   int GiveUps() const;
   int Shutdowns() const;
 
@@ -86,6 +88,13 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::shared_ptr<ZoIO::Logger> GetLogger() override;
 
  private:
+  struct Question {
+    const char* name;
+    std::thread::id thread;
+  };
+
+  // The caller holds the mutex.
+  void Note(const char* question);
   ZoJson Answer(Request request);
   ZoJson ReadResource(const std::string& uri) const;
 
@@ -99,6 +108,7 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::map<std::string, Script> scripts;
   std::vector<Request> calls;
   std::map<std::string, std::size_t> counts;
+  std::vector<Question> questions;
   bool connected = true;
   bool running = false;
   bool plcHidden = false;

@@ -77,6 +77,36 @@ TEST_F(Readiness, FeedWithoutASensorIsNotReady) {
   EXPECT_TRUE(feed.IsSensorManagerReady());
 }
 
+// The answer that settles it is the last one that is asked for.
+TEST_F(Readiness, AsksForConnectionThenRegistryThenCacheAndNoFurtherThanNeeded) {
+  const auto parameters = std::make_shared<const ioHandlerParam>(recorder.Param());
+  ZoIO::ItemFeed feed(parameters, nullptr, sensor->GetLogger());
+  feed.SetSensor(sensor);
+  const auto ask = [&] {
+    sensor->ClearCalls();
+    return feed.IsSensorManagerReady();
+  };
+  EXPECT_TRUE(ask());
+  EXPECT_THAT(sensor->Questions(), ElementsAre("IsConnected", "PLC", "Cache"));
+  sensor->HideCache();
+  EXPECT_FALSE(ask());
+  EXPECT_THAT(sensor->Questions(), ElementsAre("IsConnected", "PLC", "Cache"));
+  sensor->HidePLC();
+  EXPECT_FALSE(ask());
+  EXPECT_THAT(sensor->Questions(), ElementsAre("IsConnected", "PLC"));
+  sensor->SetConnected(false);
+  EXPECT_FALSE(ask());
+  EXPECT_THAT(sensor->Questions(), ElementsAre("IsConnected"));
+}
+
+TEST_F(Readiness, OperationThatIsRefusedAsksNothingElse) {
+  sensor->SetConnected(false);
+  sensor->ClearCalls();
+  ExpectRefusals();
+  EXPECT_THAT(sensor->Questions(), ElementsAre("IsConnected", "IsConnected", "IsConnected", "IsConnected",
+                                               "IsConnected"));  // each of the five once
+}
+
 // On the simulator, from end to end.
 TEST(InstanceOnTheSimulator, ReadDeliversTheValueOfTheLastPassOrInvalid) {
   Recorder recorder;

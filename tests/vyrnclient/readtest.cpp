@@ -97,7 +97,8 @@ TEST_F(Read, ResourceThatIsNotCachedArrivesAsInvalid) {
   Item("/r#/a").valid = true;
   recorder.Clear();
   EXPECT_EQ(client->Read("/r#/a"), 0);
-  EXPECT_THAT(DescribeValues(recorder, "/r#/a"), ElementsAre("5:INVALID"));
+  ASSERT_THAT(DescribeValues(recorder, "/r#/a"), ElementsAre("5:INVALID"));
+  EXPECT_EQ(recorder.Values("/r#/a")[0].value.status, 0);
   EXPECT_EQ(LinesOf(recorder, "UpdateResource").size(), 1u);
 }
 
@@ -112,15 +113,21 @@ TEST_F(Read, FailingUpdateDeliversWhatTheCacheHolds) {
                                                "5 ZoIO::ZoVyrnClient::UpdateResource: broken"));
 }
 
-TEST_F(Read, ObjectDeliversThePreviousValueWithStatus0) {
+TEST_F(Read, ObjectOrArrayDeliversThePreviousValueWithStatus0) {
   sensor->SetResource("/r", R"({"a":5})");
   ASSERT_EQ(client->Read("/r#/a"), 0);
-  const long long before = ZoIO::CacheManager::TimeInMills();
-  while (ZoIO::CacheManager::TimeInMills() == before) {
+  for (const char* json : {R"({"a":{"b":1}})", R"({"a":{}})", R"({"a":[1,2]})", R"({"a":[]})"}) {
+    SCOPED_TRACE(json);
+    recorder.Clear();
+    const long long before = ZoIO::CacheManager::TimeInMills();
+    while (ZoIO::CacheManager::TimeInMills() == before) {
+    }
+    sensor->SetResource("/r", json);
+    EXPECT_EQ(client->Read("/r#/a"), 0);
+    ASSERT_THAT(DescribeValues(recorder, "/r#/a"), ElementsAre("2:5"));
+    EXPECT_EQ(recorder.Values("/r#/a")[0].value.status, 0);
+    EXPECT_EQ(sensor->Cache()->Get("/r", 0).ToString(), json);
   }
-  sensor->SetResource("/r", R"({"a":{"b":1}})");
-  EXPECT_EQ(client->Read("/r#/a"), 0);
-  EXPECT_THAT(DescribeValues(recorder, "/r#/a"), ElementsAre("2:5", "2:5"));
 }
 
 TEST_F(Read, ObjectInANewItemArrivesAsInvalid) {

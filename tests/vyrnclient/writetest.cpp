@@ -9,6 +9,7 @@
 namespace ZoTest {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -160,6 +161,58 @@ TEST_F(Write, ExceptionIsLoggedWithItsTextAndReturns1) {
   EXPECT_EQ(WriteItem(IntegerValue(8)), 1);
   EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Write: Writing to item /r#/a",
                                                "5 ZoIO::ZoVyrnClient::Write: broken"));
+}
+
+// Whether the sensor took the value is not known then, so there is no telling which one to go back to.
+TEST_F(Write, FaultLeavesTheWrittenValueInItemAndTemplate) {
+  const FakeSensorManager::Script faults[] = {
+      [](const auto&) { return ZoJson(R"({"payload":1})"); },
+      [](const auto&) { return ZoJson(R"({"status":"good"})"); },
+      [](const auto&) -> ZoJson { throw std::runtime_error("broken"); },
+  };
+  std::int64_t number = 7;
+  ASSERT_EQ(WriteItem(IntegerValue(number)), 0);
+  for (const FakeSensorManager::Script& fault : faults) {
+    SCOPED_TRACE(++number);
+    sensor->SetScript("Update", fault);
+    EXPECT_EQ(WriteItem(IntegerValue(number)), 1);
+    EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value(static_cast<long long>(number)));
+    EXPECT_EQ(Item("/r#/a").endpoint.ToString(), R"({"a":)" + std::to_string(number) + "}");
+  }
+}
+
+// The written value is the item's only until the next look at the cache: the type is still that of a double,
+// and an integer's bits would be taken for one.
+TEST_F(Write, NextRefreshTakesTheCachedValueAgainThoughNothingNewCame) {
+  sensor->SetResource("/f", R"({"a":0.5})");
+  ZoIO::ItemInfo& item = Item("/f#/a");
+  ASSERT_EQ(client->UpdateItemFromCache(item).float64(), 0.5);
+  ASSERT_EQ(WriteItem(IntegerValue(5), "/f#/a"), 0);
+  ASSERT_EQ(item.value, xhmi::variant_value(5LL));
+  EXPECT_EQ(client->UpdateItemFromCache(item).float64(), 0.5);
+  EXPECT_EQ(item.type, enumtype_double);
+}
+
+TEST_F(Write, RefusedOneLeavesTheCachedValueToTheNextRefreshToo) {
+  sensor->SetResource("/f", R"({"a":0.5})");
+  ZoIO::ItemInfo& item = Item("/f#/a");
+  client->UpdateItemFromCache(item);
+  ASSERT_EQ(WriteItem(IntegerValue(5), "/f#/a"), 0);
+  AnswerUpdates(R"({"status":-1})");
+  ASSERT_EQ(WriteItem(IntegerValue(6), "/f#/a"), 0);
+  ASSERT_EQ(item.value, xhmi::variant_value(5LL));
+  EXPECT_EQ(client->UpdateItemFromCache(item).float64(), 0.5);
+}
+
+TEST_F(Write, SubscribedItemGoesOnArrivingAsTheSensorHasIt) {
+  using namespace std::chrono_literals;
+  sensor->SetResource("/f", R"({"a":0.5})");
+  ASSERT_EQ(Subscribe(*client, {"/f#/a"}, nullptr, 0ms), 0);
+  ASSERT_TRUE(recorder.WaitForValue("/f#/a"));
+  ASSERT_EQ(WriteItem(IntegerValue(5), "/f#/a"), 0);
+  const std::size_t count = recorder.CountValues("/f#/a");
+  EXPECT_TRUE(recorder.WaitForValue("/f#/a", count + 2));
+  EXPECT_THAT(DescribeValues(recorder, "/f#/a"), Each("3:0.5"));
 }
 
 TEST_F(Write, ItemThatIsNotValidIsRefusedSilently) {
