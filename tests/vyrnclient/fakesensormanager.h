@@ -62,6 +62,8 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::size_t CallCount(const std::string& verb) const;
   bool WaitForCalls(const std::string& verb, std::size_t count) const;
   void ClearCalls();
+  // What Keep got, as "uri payload". The first ten thousand.
+  std::vector<std::string> Kept() const;
   int GiveUps() const;
   int Shutdowns() const;
 
@@ -75,6 +77,7 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   bool IsRunning() override;
   bool IsConnected() override;
   ZoJson Read(const std::string& uri, bool logFailure) override;
+  void Keep(const std::string& uri, const ZoJson& payload) override;
   ZoJson Create(const std::string& uri, ZoJson payload, bool logFailure) override;
   ZoJson Update(const std::string& uri, ZoJson payload, bool logFailure) override;
   ZoJson Call(const std::string& uri, ZoJson payload, bool logFailure) override;
@@ -99,6 +102,7 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::map<std::string, Script> scripts;
   std::vector<Request> calls;
   std::map<std::string, std::size_t> counts;
+  std::vector<std::string> kept;
   bool connected = true;
   bool running = false;
   bool plcHidden = false;
