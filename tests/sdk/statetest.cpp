@@ -826,6 +826,25 @@ TEST_F(State, RefusedReadLeavesAWaitingPushAlone) {
   EXPECT_EQ(due[0].document.At("/payload").ToString(), "2");
 }
 
+TEST_F(State, PushThatTakesTheContentOfAnAnswerIsAsNewAsTheAnswer) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_Sub, "/a");
+  Ask(ZoRequestMethod_Sub, "/b");
+  const Pending read = Ask(ZoRequestMethod_Read, "/a");
+  const Pending stream = Ask(ZoRequestMethod_StartStream, "/b");
+  Sent();
+  Receive("{\"event\":\"notification\",\"uri\":\"/a\",\"payload\":1}");
+  Receive("{\"event\":\"notification\",\"uri\":\"/b\",\"payload\":1}");
+  Receive("{\"id\":3,\"status\":1,\"uri\":\"/a\",\"payload\":2}");
+  Receive("{\"id\":4,\"status\":1,\"uri\":\"/b\",\"payload\":3}");
+  const std::vector<Push> due = state.Pushes().TakeDue(now + seconds(1), 9);
+  EXPECT_THAT(Values(due), ElementsAre(2, 3));
+  ASSERT_EQ(due.size(), 2U);
+  EXPECT_EQ(due[0].order, read->Take().Order());
+  EXPECT_EQ(due[1].order, stream->Take().Order());
+  EXPECT_LT(due[0].order, due[1].order);
+}
+
 TEST_F(State, StreamThatIsGrantedTooLateForItsCallerIsRestoredAllTheSame) {
   state.SessionOpened(now);
   const Pending late = Ask(ZoRequestMethod_StartStream, "/s");

@@ -115,6 +115,11 @@ std::vector<std::string> FakeSensorManager::Questions() const {
   return names;
 }
 
+std::vector<std::string> FakeSensorManager::Kept() const {
+  std::lock_guard lock(mutex);
+  return kept;
+}
+
 int FakeSensorManager::GiveUps() const {
   std::lock_guard lock(mutex);
   return giveUps;
@@ -178,6 +183,16 @@ void FakeSensorManager::Stop() {
 
 ZoJson FakeSensorManager::Read(const std::string& uri, bool logFailure) {
   return Answer({"Read", uri, {}, logFailure, {}});
+}
+
+void FakeSensorManager::Keep(const std::string& uri, const ZoJson& payload) {
+  {
+    std::lock_guard lock(mutex);
+    if (kept.size() < most) {
+      kept.push_back(uri + " " + payload.ToString());
+    }
+  }
+  ISensorManager::Keep(uri, payload);
 }
 
 ZoJson FakeSensorManager::Create(const std::string& uri, ZoJson payload, bool logFailure) {

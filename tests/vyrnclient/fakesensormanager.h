@@ -64,6 +64,8 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   void ClearCalls();
   // What this thread asked since the last ClearCalls of IsConnected, PLC and Cache, by name and in order.
   std::vector<std::string> Questions() const;
+  // What Keep got, as "uri payload". The first ten thousand.
+  std::vector<std::string> Kept() const;
   int GiveUps() const;
   int Shutdowns() const;
 
@@ -77,6 +79,7 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   bool IsRunning() override;
   bool IsConnected() override;
   ZoJson Read(const std::string& uri, bool logFailure) override;
+  void Keep(const std::string& uri, const ZoJson& payload) override;
   ZoJson Create(const std::string& uri, ZoJson payload, bool logFailure) override;
   ZoJson Update(const std::string& uri, ZoJson payload, bool logFailure) override;
   ZoJson Call(const std::string& uri, ZoJson payload, bool logFailure) override;
@@ -109,6 +112,7 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::vector<Request> calls;
   std::map<std::string, std::size_t> counts;
   std::vector<Question> questions;
+  std::vector<std::string> kept;
   bool connected = true;
   bool running = false;
   bool plcHidden = false;

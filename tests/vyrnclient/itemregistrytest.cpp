@@ -40,6 +40,15 @@ TEST_F(ItemRegistry, ValidationReadsTheUriOnceAndLetsRefusalsBeLogged) {
   EXPECT_TRUE(sensor->Calls()[0].logFailure);
 }
 
+// The manager knows what order the answer has; the cache alone does not.
+TEST_F(ItemRegistry, ValidationLeavesTheStoringToTheSensorManager) {
+  sensor->SetResource("/r", R"({"a":5})");
+  Item("/r#/a");
+  Item("/r#/b");
+  EXPECT_FALSE(Item("/unknown#/a").valid);
+  EXPECT_THAT(sensor->Kept(), ElementsAre(R"(/r {"a":5})"));
+}
+
 TEST_F(ItemRegistry, NewItemOfACachedResourceIsValidatedWithoutARead) {
   Cached("/r", R"({"a":5})");
   EXPECT_TRUE(Item("/r#/a").valid);

@@ -207,6 +207,16 @@ TEST_F(ItemRetry, PlaceBelowAScalarIsAMissingElement) {
   EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/a#/x/y"));
 }
 
+TEST_F(ItemRetry, WithoutASourceOfItsOwnARegistryReadsAndStoresThroughItsSensorManager) {
+  ZoIO::ItemManager registry(*sensor, false);
+  EXPECT_FALSE(registry.Item("/r#/a").valid);
+  sensor->SetResource("/r", R"({"a":5})");
+  registry.RetryInvalidItems();
+  EXPECT_TRUE(registry.Item("/r#/a").valid);
+  EXPECT_THAT(sensor->Kept(), ElementsAre(R"(/r {"a":5})"));
+  EXPECT_EQ(Cache().Get("/r", 0), ZoJson(R"({"a":5})"));
+}
+
 TEST_F(ItemRetry, GivenUpRegistryDoesNotReadAnyMore) {
   MakeInvalid({"/r#/a"});
   sensor->SetScript("Read", [](const auto&) { return ZoJson(); });

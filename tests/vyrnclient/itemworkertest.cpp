@@ -2,8 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/eventually.h"
@@ -64,6 +70,28 @@ TEST_F(ItemWorker, WaitsBetweenItsPasses) {
   ASSERT_GE(reads, 4);
   EXPECT_GE(times[2] - times[1], std::chrono::milliseconds(990));
   EXPECT_GE(times[3] - times[2], std::chrono::milliseconds(990));
+}
+
+// A busy machine makes passes late, but not all of them.
+TEST_F(ItemWorker, WaitsNoLongerThanASecond) {
+  std::mutex mutex;
+  std::vector<Clock::time_point> times;  // guarded by mutex
+  sensor->SetScript("Read", [&](const auto&) {
+    const std::lock_guard lock(mutex);
+    times.push_back(Clock::now());
+    return ZoJson(R"({"status":-404,"payload":null})");
+  });
+  const auto smallestGap = [&] {
+    const std::lock_guard lock(mutex);
+    Clock::duration smallest = Clock::duration::max();
+    for (std::size_t i = 2; i < times.size(); ++i) {  // the first read is not the worker's
+      smallest = std::min(smallest, times[i] - times[i - 1]);
+    }
+    return smallest;
+  };
+  sensor->PLC()->Item("/r#/a");
+  EXPECT_TRUE(Eventually([&] { return smallestGap() < std::chrono::milliseconds(1500); }));
+  sensor.reset();  // the worker must not outlive what its reads use
 }
 
 TEST_F(ItemWorker, ItemWaitsWhileAResourceIsAskedForWithoutPause) {
@@ -147,6 +175,34 @@ TEST(ItemWorkerTimeOut, IsLoggedAtErrorAndTheWorkerTouchesNothingThatIsGone) {
   gate->Open();
   // The worker ends by itself and frees what it owned; the sanitizers watch what it touched.
   EXPECT_TRUE(Eventually([&] { return heldByWorker.expired(); }));
+}
+
+// A busy machine makes an end late, but not all of them.
+TEST(ItemWorkerTimeOut, ComesAfterASecond) {
+  Recorder recorder;
+  FakeSensorManager sensor(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
+  Clock::duration shortest = Clock::duration::max();
+  const Deadline deadline;
+  while (shortest >= std::chrono::milliseconds(1500) && !deadline.Expired()) {
+    const auto gate = std::make_shared<Gate>();
+    ZoIO::ItemManager::Source source;
+    source.read = [gate](const std::string&) {
+      gate->Wait();
+      return ZoJson(R"({"status":1,"payload":null})");
+    };
+    source.keep = [](const std::string&, const ZoJson&) {};
+    auto registry = std::make_unique<ZoIO::ItemManager>(sensor, false, std::move(source));
+    registry->Item("/r#/a");
+    EXPECT_TRUE(gate->WaitForArrivals());
+    const Stopwatch watch;
+    registry.reset();
+    shortest = std::min(shortest, watch.Elapsed());
+    gate->Open();
+    // What the worker owns goes with its thread.
+    EXPECT_TRUE(Eventually([&] { return gate.use_count() == 1; }));
+  }
+  EXPECT_GE(shortest, std::chrono::milliseconds(990));
+  EXPECT_LT(shortest, std::chrono::milliseconds(1500));
 }
 
 }  // namespace

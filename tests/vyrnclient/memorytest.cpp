@@ -12,6 +12,7 @@
 #include "qapi/testing.h"
 #include "tests/qapi/failingnew.h"
 #include "tests/support/countinghost.h"
+#include "tests/support/recorder.h"
 #include "tests/vyrnclient/eventually.h"
 #include "tests/vyrnclient/fakesensormanager.h"
 #include "zoiohandler/vyrnclient/cachemanager.h"
@@ -163,6 +164,45 @@ TEST_F(Memory, ItemNameThatCannotBeParsedForWantOfMemoryIsAnItemError) {
   });
   EXPECT_GT(allocations, 5);
   EXPECT_EQ(errors, allocations);
+}
+
+TEST_F(Memory, ItemErrorLeavesTheRegistryAsItWasBehindOneLine) {
+  Recorder host;
+  FakeSensorManager sensor(std::make_shared<ZoIO::Logger>(&host, &Recorder::HandleLog));
+  ItemManager& registry = *sensor.PLC();
+  int errors = 0;
+  bool failed = true;
+  for (int nth = 1; failed; ++nth) {
+    ASSERT_LT(nth, 5000);
+    // A name of its own, as one that gets through is known from then on.
+    const std::string name = "/a resource with a long name/" + std::to_string(nth) + "#/a%20place/deep";
+    const std::size_t items = registry.Items().size();
+    const std::vector<std::string> waiting = registry.InvalidItems();
+    host.Clear();
+    std::string error;
+    {
+      const FailingNew failing(nth);
+      try {
+        registry.Item(name);
+      } catch (const ZoIO::ItemError& e) {
+        error = e.what();
+      } catch (const std::exception&) {
+        // Of what is not parsing.
+      }
+      failed = failing.HasFailed();
+    }
+    if (!error.empty()) {
+      ++errors;
+      EXPECT_EQ(error, "Invalid identifier.");
+      EXPECT_EQ(host.LogLines(), std::vector<std::string>{"2 ZoIO::ItemManager::Item: " + name +
+                                                          " does not exist. Creating."});
+      EXPECT_EQ(registry.Items().size(), items);
+      EXPECT_EQ(registry.InvalidItems(), waiting);
+      // With memory the name is as good as any.
+      EXPECT_EQ(registry.Item(name).name, name);
+    }
+  }
+  EXPECT_GT(errors, 5);
 }
 
 TEST_F(Memory, EveryNameThatWaitsHasARecordWhateverFails) {

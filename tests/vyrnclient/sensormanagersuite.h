@@ -115,6 +115,18 @@ TYPED_TEST_P(SensorManagerSuite, VerbsMayBeUsedByThreadsAtOnce) {
   }
 }
 
+TYPED_TEST_P(SensorManagerSuite, CacheKeepsWhatIsNotTheNewestForFiveSeconds) {
+  ZoIO::CacheManager& cache = *this->manager->Cache();
+  // So far ahead that the cache's own worker finds nothing old.
+  const long long start = ZoIO::CacheManager::TimeInMills() + 3'600'000;
+  cache.AddAt("/aged", ZoJson::Of(1), start);
+  cache.AddAt("/aged", ZoJson::Of(2), start + 1);
+  cache.TrimAt(start + 5000);
+  EXPECT_EQ(cache.SizeAt("/aged"), 2u);
+  cache.TrimAt(start + 5001);
+  EXPECT_EQ(cache.SizeAt("/aged"), 1u);
+}
+
 TYPED_TEST_P(SensorManagerSuite, EndTellsOfTheRegistryOnceAndThenNothing) {
   this->manager.reset();
   EXPECT_EQ(this->recorder.CountMessages("Destroying item manager."), 1u);
@@ -125,6 +137,7 @@ TYPED_TEST_P(SensorManagerSuite, EndTellsOfTheRegistryOnceAndThenNothing) {
 REGISTER_TYPED_TEST_SUITE_P(SensorManagerSuite, HandsOutTheSameRegistryCacheAndLogger, IsConnected,
                             RunsFromStartToStop, ReadYieldsAPayload, AnswersAreObjectsOrEmpty,
                             NoUriMakesAVerbRaise, KnownItemBecomesValid, VerbsMayBeUsedByThreadsAtOnce,
+                            CacheKeepsWhatIsNotTheNewestForFiveSeconds,
                             EndTellsOfTheRegistryOnceAndThenNothing);
 
 }  // namespace ZoTest

@@ -20,6 +20,14 @@ TEST_F(UpdateResource, PutsThePayloadUnderTheUri) {
   EXPECT_EQ(recorder.Size(), 0u);
 }
 
+// The manager knows what order the answer has; the cache alone does not.
+TEST_F(UpdateResource, LeavesTheStoringToTheSensorManager) {
+  sensor->SetResource("/r", R"({"a":1})");
+  feed.UpdateResource("/r");
+  feed.UpdateResource("/denied");
+  EXPECT_THAT(sensor->Kept(), ElementsAre(R"(/r {"a":1})", "/denied null"));
+}
+
 TEST_F(UpdateResource, NullPayloadIsStoredToo) {
   feed.UpdateResource("/denied");
   EXPECT_TRUE(Cache().Get("/denied", 0).IsNull());

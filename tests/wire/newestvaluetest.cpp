@@ -16,6 +16,8 @@
 #include "tests/vyrnclient/fakesensormanager.h"
 #include "tests/wire/wiretest.h"
 #include "zoiohandler/vyrnclient/cachemanager.h"
+#include "zoiohandler/vyrnclient/itemmanager.h"
+#include "zoiohandler/vyrnclient/logger.h"
 #include "zoiohandler/vyrnclient/sensormanager.h"
 #include "zoiohandler/vyrnclient/zovyrnclient.h"
 
@@ -150,6 +152,76 @@ TEST_P(NewestValue, OfTwoReadersTheOneThatWasAnsweredFirstStoresNothingOverTheOt
 INSTANTIATE_TEST_SUITE_P(Wire, NewestValue,
                          testing::Values(Newer{"notification", false}, Newer{"stream", true}),
                          [](const auto& each) { return std::string(each.param.event); });
+
+// A sensor manager over the sensor, and no host that reads.
+class StoredValue : public WireTest {
+ protected:
+  ZoIO::CacheManager& Cache() { return *manager.Cache(); }
+
+  FakeSensor sensor;
+  const std::shared_ptr<ZoIO::Logger> logger =
+      std::make_shared<ZoIO::Logger>(recorder.Param().context, recorder.Param().log);
+  // The manager asks an instance to bring its items back.
+  const std::shared_ptr<FakeSensorManager> other = std::make_shared<FakeSensorManager>(logger);
+  ZoIO::ZoVyrnClient client{other, other, recorder.Param()};
+  ZoIO::SensorManager manager{client, "127.0.0.1", sensor.Port(), logger};
+};
+
+TEST_F(StoredValue, OfAnItemThatTheRegistryFindsByItselfIsNewerThanWhatWasReadBefore) {
+  const auto content = [this](const std::string& json) {
+    sensor.SetResponder([json](FakePeer& peer, const FakeRequest& request) {
+      peer.Send(FakeSensor::Answer(request, "\"status\":1,\"payload\":" + json));
+    });
+  };
+  content("null");
+  const ZoIO::ItemInfo& item = manager.PLC()->Item("/r#/v");
+  EXPECT_FALSE(item.valid);
+  const ZoJson before = manager.Read("/r", true).At("payload");
+  EXPECT_TRUE(before.IsNull());
+  content(R"({"v":1})");
+  ASSERT_TRUE(Eventually([&] { return bool(item.valid); }));
+  ASSERT_TRUE(Cache().Exists("/r"));
+  const ZoJson found = ZoJson::ParseString(R"({"v":1})");
+  EXPECT_EQ(Cache().Get("/r", 0), found);
+  // In another millisecond, as the cache would keep the first value of this one in any case.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  manager.Keep("/r", before);
+  EXPECT_EQ(Cache().Get("/r", 0), found);
+}
+
+TEST_F(StoredValue, OfAPushThatMeetsATakenMillisecondIsInOneOfTheNext) {
+  constexpr int pushes = 100;
+  // Each seventh millisecond is taken, for longer than this lasts: some pushes meet one, and none meets only such.
+  constexpr int spacing = 7;
+  constexpr int taken = -1;
+  EXPECT_FALSE(manager.Subscribe("/r", true).Empty());
+  Cache().Shutdown();  // nothing is trimmed any more
+  const long long start = ZoIO::CacheManager::TimeInMills();
+  for (int i = 0; i < 60'000; i += spacing) {
+    Cache().AddAt("/r", ZoJson::Of(taken), start + i);
+  }
+  const ZoIO::CacheManager::Slot* const slot = Cache().Find("/r");
+  ASSERT_NE(slot, nullptr);
+  const std::uint64_t version = ZoIO::CacheManager::Version(*slot);
+  std::vector<int> sent;
+  for (int i = 1; i <= pushes; ++i) {
+    sent.push_back(i);
+    EXPECT_TRUE(sensor.Push(R"({"event":"notification","uri":"/r","payload":)" + std::to_string(i) + "}"));
+    ASSERT_TRUE(Eventually([&] {
+      return ZoIO::CacheManager::Version(*slot) == version + static_cast<std::uint64_t>(i);
+    })) << "push "
+        << i;
+  }
+  std::vector<int> stored;
+  const long long end = ZoIO::CacheManager::TimeInMills();
+  for (long long time = start; time <= end; ++time) {
+    const int value = Cache().GetAt("/r", 0, time).Get<int>();
+    if (value != taken && (stored.empty() || stored.back() != value)) {
+      stored.push_back(value);
+    }
+  }
+  EXPECT_EQ(stored, sent);
+}
 
 }  // namespace
 }  // namespace ZoTest
