@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -186,6 +187,30 @@ TEST(Stragglers, ALogCallbackThatBlocksTheSimulatorUntilAfterTheDestruction) {
     scenario.UnloadAndExpectSilence();
   });
 }
+
+#ifdef NDEBUG  // elsewhere the ranks of the locks abort
+// Which no host should do. The thread cannot wait for its own end; it is told so, and everything else goes as ever.
+TEST(Stragglers, ADestructionInsideTheSimulatorsOwnLogCallback) {
+  RunSideBySide([] {
+    Scenario scenario;
+    scenario.recorder.OnLog([&scenario, begun = false](const Entry& entry) mutable {
+      if (IsSimulatorWarning(entry) && !std::exchange(begun, true)) {
+        scenario.Destroy(milliseconds(0), milliseconds(1000) + kSlack);
+        scenario.gate.Open();
+      }
+    });
+    scenario.MakeSimulatorLog();
+    ASSERT_TRUE(scenario.gate.Wait(kLimit));
+    EXPECT_EQ(scenario.recorder.CountMessages("ZoIoHandler instance destroyed successfully."), 1u);
+    const auto errors = scenario.LinesOfLevel(5);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0].function, "ZoIO::SensorManagerSimulator::~SensorManagerSimulator");
+    EXPECT_EQ(errors[0].message, "Resource deadlock avoided");
+    scenario.ExpectProcessIsHealthy();
+    scenario.UnloadAndExpectSilence();
+  });
+}
+#endif
 
 TEST(Stragglers, BothThreadsBlockedAtOnce) {
   RunSideBySide([] {

@@ -196,5 +196,16 @@ TEST_F(SimulatorPass, ElementOfAnArrayChangesInPlace) {
   EXPECT_EQ(Cached("/r"), ZoJson(R"({"list":[5,7,7]})"));
 }
 
+TEST_F(SimulatorPass, CachedValuesLiveForFiveSeconds) {
+  const auto cache = simulator.Cache();
+  const long long now = ZoIO::CacheManager::TimeInMills();
+  cache->AddAt("/r", ZoJson::Of(1), now - 5001);
+  cache->AddAt("/r", ZoJson::Of(2), now - 5000);
+  cache->AddAt("/r", ZoJson::Of(3), now);
+  cache->TrimAt(now);
+  EXPECT_EQ(cache->SizeAt("/r"), 2u);
+  EXPECT_EQ(cache->GetAt("/r", 6000, now), ZoJson::Of(2));
+}
+
 }  // namespace
 }  // namespace ZoTest

@@ -28,6 +28,43 @@ TEST_F(SimulatorVerbs, CreateUpdateDeleteAndCallAnswerNothing) {
   EXPECT_TRUE(simulator.Delete("/r", true).Empty());
 }
 
+TEST_F(SimulatorVerbs, ReadOfAPlaceThatCannotBeAnswersTheUriAndChangesNothing) {
+  Register("/list#/0");
+  simulator.Update("/list", ZoJson("[1,2]"), true);
+  for (const char* uri : {"/list/x", "list/x", "/list/-", "/list/3", "/list/-/a", "/list/01"}) {
+    ZoJson expected;
+    expected.Set("/payload", uri);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(simulator.Read(uri, true), expected) << uri;
+    }
+  }
+  Pass();
+  EXPECT_EQ(Cached("/list"), ZoJson("[2,2]"));
+}
+
+TEST_F(SimulatorVerbs, ReadOfAnElementReplacesIt) {
+  Register("/list#/0");
+  simulator.Update("/list", ZoJson("[1,2]"), true);
+  simulator.Read("/list/1", true);
+  simulator.Read("/list/2", true);  // the next one
+  Pass();
+  EXPECT_EQ(Cached("/list"), ZoJson(R"([2,"/list/1","/list/2"])"));
+}
+
+TEST_F(SimulatorVerbs, WhatCannotBePutBelowAnArrayIsDroppedWithoutAWord) {
+  Register("/list#/0");
+  simulator.Update("/list", ZoJson("[1,2]"), true);
+  for (const char* uri : {"/list/x", "/list/3", "/list/x/y"}) {
+    EXPECT_TRUE(simulator.Create(uri, {}, true).Empty());
+    EXPECT_TRUE(simulator.Update(uri, ZoJson::Of(1), true).Empty());
+    EXPECT_TRUE(simulator.Delete(uri, true).Empty());
+    EXPECT_TRUE(simulator.Call(uri, ZoJson::Of(1), true).Empty());
+  }
+  Pass();
+  EXPECT_EQ(Cached("/list"), ZoJson("[2,2]"));
+  EXPECT_EQ(recorder.Count([](const Entry& entry) { return entry.level > 3; }), 0u);
+}
+
 TEST_F(SimulatorVerbs, PushVerbsAnswerAlike) {
   const ZoJson acknowledged(R"({"status":1})");
   EXPECT_EQ(simulator.Subscribe("/r", true), acknowledged);

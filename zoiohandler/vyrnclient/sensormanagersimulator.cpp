@@ -5,7 +5,10 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <ctime>
+#include <string>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "qapi/thread.h"
 #include "zoapi/exception.h"
@@ -13,6 +16,7 @@
 #include "zoiohandler/vyrnclient/cachemanager.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
 #include "zoiohandler/vyrnclient/logger.h"
+#include "zoiohandler/vyrnclient/passdocuments.h"
 #include "zoiohandler/vyrnclient/simulatedvalue.h"
 
 namespace ZoIO {
@@ -32,10 +36,49 @@ ZoJsonPointer Place(const std::string& uri) {
   return uri.empty() ? ZoJsonPointer::Member(uri) : ZoJsonPointer(uri);
 }
 
+// Whether Set would make the place that is missing, so that At finds it afterwards.
+bool CanBeMade(const ZoJson& document, const ZoJsonPointer& place) {
+  const ZoJson* here = &document;
+  for (const ZoJsonPointer::Segment& segment : place.Segments()) {
+    const ZoJson* below = here->Find(ZoJsonPointer::Member(segment.name));
+    if (below == nullptr) {
+      return !here->IsArray() || segment.name == std::to_string(here->Size());
+    }
+    here = below;
+  }
+  return true;
+}
+
+// The value at a place, null when it is missing. For a place that cannot be it raises what setting and taking it would
+// raise. The document stays as it is, and is not copied in vain: it may be large, and new items many.
+ZoJson ValueOrNull(const ZoJson& document, const ZoJsonPointer& place) {
+  if (const ZoJson* found = document.Find(place)) {
+    return *found;
+  }
+  if (CanBeMade(document, place)) {
+    return {};
+  }
+  ZoJson tried(document);
+  tried.Set(place, ZoJson());
+  return tried.At(place);
+}
+
 }  // namespace
 
 struct SensorManagerSimulator::State {
   explicit State(std::shared_ptr<Logger> logger) : logger(std::move(logger)) {}
+
+  // The scope of a step in which the host may hold up the worker.
+  class AtTheHost {
+   public:
+    explicit AtTheHost(State& state) noexcept : state(state) { state.atTheHost = true; }
+    AtTheHost(const AtTheHost&) = delete;
+    AtTheHost& operator=(const AtTheHost&) = delete;
+    ~AtTheHost() { state.atTheHost = false; }
+
+   private:
+    State& state;
+  };
 
   void Run() {
     Zo::MutexLock held(mutex);
@@ -46,36 +89,61 @@ struct SensorManagerSimulator::State {
         mutex.WaitUntil(condition, std::chrono::steady_clock::now() + period);
         Pass();
       } catch (const std::exception& e) {
+        const AtTheHost here(*this);
         WriteLog(*logger, e.what(), LogLevel_Warning, workerName);
       }
     }
   }
 
   void Pass() Q_REQUIRES(mutex) {
-    for (const ItemManager::ItemInfo* item : itemManager->Snapshot()) {
-      cacheManager->Add(item->uri, Advance(*item));
+    const auto items = Items();
+    PassDocuments documents(*cacheManager, items);
+    for (const ItemManager::ItemInfo* item : items) {
+      documents.Add(item->uri, Advance(*item));
     }
   }
 
-  // Changes the item's value and returns its whole resource.
+  std::vector<const ItemManager::ItemInfo*> Items() {
+    // Whoever adds an item logs that under the registry's lock.
+    const AtTheHost here(*this);
+    return itemManager->Snapshot();
+  }
+
+  // Changes the item's value and returns its whole resource. Nothing but the document may refer to the resource
+  // when it changes: a shared one would be copied for every item.
   ZoJson Advance(const ItemManager::ItemInfo& item) {
     Zo::MutexLock held(dataMutex);
     const ZoJsonPointer place = Place(item.uri);
-    if (!data.HasKey(place)) {
+    const ZoJson* resource = data.Find(place);
+    if (resource == nullptr) {
+      ValueOrNull(data, place);
       data.Set(place, ZoJson());
+      resource = data.Find(place);
     }
-    const ZoJson old = CurrentValue(data.At(place), item.pointer);
-    data.Set(ZoJsonPointer::Combine(place, item.pointer), NextSimulatedValue(old, item.name));
+    ZoJson next = NextSimulatedValue(ValueOrNull(*resource, item.pointer), item.name);
+    data.Set(ZoJsonPointer::Combine(place, item.pointer), std::move(next));
     return data.At(place);
   }
 
-  // Takes the resource by value, so that it is not shared any more when the document changes: a shared one
-  // would be copied for every item.
-  static ZoJson CurrentValue(ZoJson resource, const ZoJsonPointer& pointer) {
-    if (!resource.HasKey(pointer)) {
-      resource.Set(pointer, ZoJson());  // raises for a place that cannot be
+  // Puts a value into the document, if its place can be: below an array only some can.
+  void Put(const ZoJsonPointer& place, ZoJson value) {
+    Zo::MutexLock held(dataMutex);
+    try {
+      data.Set(place, std::move(value));
+    } catch (const ZoJsonError&) {
+      // A sensor would refuse it, which the callers' answers say anyway.
     }
-    return resource.At(pointer);
+  }
+
+  // The same for one who wants to find the value there afterwards.
+  void PutAndFind(const ZoJsonPointer& place, ZoJson value) {
+    Zo::MutexLock held(dataMutex);
+    try {
+      ValueOrNull(data, place);
+      data.Set(place, std::move(value));
+    } catch (const ZoJsonError&) {
+      // As above; the document is as it was.
+    }
   }
 
   Zo::Mutex mutex{"SensorManagerSimulator", Zo::LockRank_Simulator};
@@ -87,6 +155,8 @@ struct SensorManagerSimulator::State {
 
   std::atomic<bool> alive = false;
   std::atomic<bool> running = false;
+  // Whether the worker is where a host's callback may hold it up.
+  std::atomic<bool> atTheHost = false;
   Zo::Mutex dataMutex{"SensorManagerSimulator::data", Zo::LockRank_SimulatorData};
   ZoJson data Q_GUARDED_BY(dataMutex);
 };
@@ -121,25 +191,40 @@ void SensorManagerSimulator::Shutdown() noexcept {
 }
 
 void SensorManagerSimulator::EndWorker() {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  // The worker holds the mutex through a whole pass, and a host's log callback may hold up the pass.
-  while (!state->mutex.try_lock()) {
-    if (std::chrono::steady_clock::now() >= deadline) {
-      state->alive = false;
-      state->condition.notify_all();
-      qThread_Adopt(std::move(thread));
+  if (thread.get_id() == std::this_thread::get_id()) {
+    // Below its own lock, in a host's log callback. It ends with its pass.
+    LeaveWorker();
+    throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+  }
+  // A pass is waited for however long it takes; only the host does not get more than a second.
+  auto deadline = std::chrono::steady_clock::now() + patience;
+  const auto checkPatience = [&] {
+    const auto now = std::chrono::steady_clock::now();
+    if (!state->atTheHost) {
+      deadline = now + patience;
+    } else if (now >= deadline) {
+      LeaveWorker();
       throw Zo::Exception(__LINE__, source, qStatus_TimeOut, destructorName);
     }
+  };
+  // The worker holds the mutex through a whole pass.
+  while (!state->mutex.try_lock()) {
+    checkPatience();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   state->alive = false;
   state->condition.notify_all();
   state->mutex.unlock();
-  if (finished.wait_until(deadline) != std::future_status::ready) {
-    qThread_Adopt(std::move(thread));
-    throw Zo::Exception(__LINE__, source, qStatus_TimeOut, destructorName);
+  while (finished.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    checkPatience();
   }
   thread.join();
+}
+
+void SensorManagerSimulator::LeaveWorker() {
+  state->alive = false;
+  state->condition.notify_all();
+  qThread_Adopt(std::move(thread));
 }
 
 void SensorManagerSimulator::Simulate(const std::shared_ptr<State>& state) {
@@ -182,24 +267,20 @@ bool SensorManagerSimulator::IsConnected() {
 
 ZoJson SensorManagerSimulator::Read(const std::string& uri, bool /*logFailure*/) {
   Zo::MutexLock held(state->mutex);
-  Zo::MutexLock dataHeld(state->dataMutex);
-  const ZoJsonPointer place = Place(uri);
-  state->data.Set(place, ZoJson::Of(uri));
+  state->PutAndFind(Place(uri), ZoJson::Of(uri));
   ZoJson response;
-  response.Set("payload", state->data.At(place));
+  response.Set("payload", ZoJson::Of(uri));
   return response;
 }
 
 ZoJson SensorManagerSimulator::Create(const std::string& uri, ZoJson /*payload*/, bool /*logFailure*/) {
   Zo::MutexLock held(state->mutex);
-  Zo::MutexLock dataHeld(state->dataMutex);
-  state->data.Set(Place(uri), ZoJson());
+  state->Put(Place(uri), ZoJson());
   return {};
 }
 
 ZoJson SensorManagerSimulator::Update(const std::string& uri, ZoJson payload, bool /*logFailure*/) {
-  Zo::MutexLock dataHeld(state->dataMutex);
-  state->data.Set(Place(uri), std::move(payload));
+  state->Put(Place(uri), std::move(payload));
   return {};
 }
 

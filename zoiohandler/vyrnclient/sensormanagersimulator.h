@@ -11,7 +11,7 @@
 // The verbs differ from each other on purpose: Create and Delete name a member, Read and Update a place; Read
 // writes the URI there before it reads; the four push verbs cannot be told apart by their results; and
 // Create, Update, Delete and Call answer with an empty document, which callers take for a failure. HMI projects are
-// tried against exactly this. The URI "" names the member "", so an odd name cannot wipe the others.
+// tried against exactly this. A place that cannot be, below an array, changes no document and no answer. The URI "" names the member "", so an odd name cannot wipe the others.
 #pragma once
 
 #include <future>
@@ -35,8 +35,9 @@ class SensorManagerSimulator : public ISensorManager, public IShutdown {
 
   // Nothing here waits for a sensor.
   void GiveUp() noexcept override {}
-  // Ends the worker after at most one last pass. Waits a second for it, then logs the failure and leaves the
-  // worker to what it owns.
+  // Ends the worker after the pass that runs and one last one, however long they take. When a host's callback holds
+  // the worker up for a second, or on the worker's own thread, it logs the failure and leaves the worker to what it
+  // owns.
   void Shutdown() noexcept override;
 
   std::shared_ptr<ItemManager> PLC() override;
@@ -65,6 +66,7 @@ class SensorManagerSimulator : public ISensorManager, public IShutdown {
   static void Simulate(const std::shared_ptr<State>& state);
   static ZoJson Acknowledge();
   void EndWorker();
+  void LeaveWorker();
 
   std::shared_ptr<State> state;
   std::future<void> finished;
