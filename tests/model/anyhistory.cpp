@@ -68,18 +68,18 @@ Gen<Document> AnyPart() {
 
 // Mostly an object with the members that the names lead to.
 Gen<Document> AnyPayload() {
-  const auto members =
-      gen::map(gen::container<std::vector<std::pair<std::string, Document>>>(gen::pair(
-                   gen::element<std::string>("a", "a", "b", "c", "a b", "a/b", "", "r"), AnyPart())),
-               [](const std::vector<std::pair<std::string, Document>>& all) {
-                 Document::Members unique;
-                 for (const auto& member : all) {
-                   if (unique.size() < 5 && Document(unique).Find({member.first}) == nullptr) {
-                     unique.push_back(member);
-                   }
-                 }
-                 return Document(unique);
-               });
+  using Members = std::vector<std::pair<std::string, Document>>;
+  const auto member =
+      gen::pair(gen::element<std::string>("a", "a", "b", "c", "a b", "a/b", "", "r"), AnyPart());
+  const auto members = gen::map(gen::resize(6, gen::container<Members>(member)), [](const Members& all) {
+    Document::Members unique;
+    for (const auto& one : all) {
+      if (Document(unique).Find({one.first}) == nullptr) {
+        unique.push_back(one);
+      }
+    }
+    return Document(unique);
+  });
   const auto nested = gen::map(AnyPart(), [](const Document& part) { return Nest({"r", "y"}, part); });
   return gen::weightedOneOf<Document>({{8, members}, {1, nested}, {2, AnyPart()}});
 }
@@ -154,18 +154,16 @@ Step AnyAnswers() {
                                    {1, Mood::Raises}})};
 }
 
-Step AnyClock() {
-  return Clock{*gen::weightedElement<long long>({{3, 400},
-                                                 {4, 1000},
-                                                 {8, 100'000},
-                                                 {3, 1'000'000},
-                                                 {2, 6'000'000},
-                                                 {1, 90'000'000'000},
-                                                 {1, -1000},
-                                                 {1, -3'000'000}})};
+Gen<Step> AnyClock(Clocks clocks) {
+  const auto forwards = gen::weightedElement<long long>(
+      {{3, 400}, {4, 1000}, {8, 100'000}, {3, 1'000'000}, {2, 6'000'000}, {1, 90'000'000'000}});
+  const auto backwards = gen::element<long long>(-1000, -100'000, -3'000'000);
+  const std::size_t often = clocks == Clocks::AlsoBackwards ? 1 : 0;
+  return gen::map(gen::weightedOneOf<long long>({{4, forwards}, {often, backwards}}),
+                  [](long long by) { return Step(Clock{by}); });
 }
 
-Gen<Step> AnyStep() {
+Gen<Step> AnyStep(Clocks clocks) {
   const auto by = [](Step (*make)()) { return gen::exec([make] { return make(); }); };
   return gen::weightedOneOf<Step>(
       {{8, by(AnySubscribe)},
@@ -183,13 +181,13 @@ Gen<Step> AnyStep() {
        {3, by(AnyAnswers)},
        {1, gen::map(gen::weightedElement<bool>({{3, true}, {1, false}}),
                     [](bool up) { return Step(Connection{up}); })},
-       {10, by(AnyClock)}});
+       {10, AnyClock(clocks)}});
 }
 
 }  // namespace
 
-Gen<History> AnyHistory() {
-  return gen::container<History>(AnyStep());
+Gen<History> AnyHistory(Clocks clocks, int steps) {
+  return gen::scale(steps / 100.0, gen::container<History>(AnyStep(clocks)));
 }
 
 }  // namespace ZoModel

@@ -7,11 +7,10 @@
 
 namespace ZoModel {
 
-rc::Gen<History> AnyHistory();
+// Whether the clock may be set back in them.
+enum class Clocks { OnlyForwards, AlsoBackwards };
+
+// Of up to so many steps.
+rc::Gen<History> AnyHistory(Clocks clocks, int steps);
 
 }  // namespace ZoModel
-
-template <>
-struct rc::Arbitrary<ZoModel::History> {
-  static rc::Gen<ZoModel::History> arbitrary() { return ZoModel::AnyHistory(); }
-};
