@@ -54,6 +54,38 @@ RC_GTEST_PROP(Model, TellsWhatTheInstanceDoes, ()) {
   Check(*AnyHistory(Clocks::OnlyForwards, 200));
 }
 
+RC_GTEST_PROP(Model, TellsWhatTheInstanceDoesWhenTheClockIsSetBack, ()) {
+  Check(*AnyHistory(Clocks::AlsoBackwards, 100));
+}
+
+// Histories that once told the two apart.
+
+constexpr long long millisecond = 1000;  // µs
+
+Document Member(const std::string& name, const std::string& text) {
+  return Nest({name}, Document(text));
+}
+
+TEST(NamedHistory, ItemIsLookedAtAnewWhenTheClockWasSetBack) {
+  EXPECT_EQ(Play({Subscribe{0, {"/r#/a"}, true}, Clock{40 * millisecond}, Push{"/r", Member("a", "older")},
+                  Clock{60 * millisecond}, Push{"/r", Member("a", "newest")}, MonitorPass{},
+                  Clock{-70 * millisecond}, MonitorPass{}}),
+            "");
+}
+
+TEST(NamedHistory, ItemsOfOneResourceAgreeAfterTheClockWasSetBack) {
+  EXPECT_EQ(Play({Subscribe{100, {"/r#/a"}, true}, Push{"/r", Member("a", "older")}, Clock{100 * millisecond},
+                  Push{"/r", Member("a", "newest")}, MonitorPass{}, Clock{-3000 * millisecond},
+                  Subscribe{0, {"/r#a"}, true}, MonitorPass{}}),
+            "");
+}
+
+TEST(NamedHistory, RefusedUnsubscriptionLeavesTheCountOfItsPatternBelowZero) {
+  EXPECT_EQ(
+      Play({Answers{"StopStream", Mood::Silent}, Unsubscribe{{"/r/x#a"}}, Subscribe{100, {"/r/y#/a"}, true}}),
+      "");
+}
+
 // Agreement says nothing about what never comes up.
 TEST(AnyHistory, ComesByEverythingThatTheModelTells) {
   std::set<std::string> missing = {" 0:text status",
