@@ -268,7 +268,7 @@ rc::Seq<Step> Smaller(const Step& step) {
 rc::Gen<History> AnyHistory(Clocks clocks, int steps) {
   const rc::Gen<Step> step([clocks](const rc::Random& random, int /*size*/) {
     Dice dice(random);
-    return rc::shrinkable::shrinkRecur(AnyStep(dice, clocks), Smaller);
+    return rc::shrinkable::shrinkRecur(AnyStep(dice, clocks), &Smaller);
   });
   return rc::gen::scale(steps / 100.0, rc::gen::container<History>(step));
 }
