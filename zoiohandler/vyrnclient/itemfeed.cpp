@@ -59,14 +59,24 @@ void ItemFeed::UpdateResource(const std::string& resource) {
 }
 
 xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
+  NoteTime(std::chrono::system_clock::now());
   RefreshFromCache(item);
   return item.value;
 }
 
+void ItemFeed::NoteTime(std::chrono::system_clock::time_point now) {
+  if (now < lastTime) {
+    ++clockRun;
+    lastSlot = nullptr;
+  }
+  lastTime = now;
+}
+
 void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item) {
-  if (item.slot != nullptr && CacheManager::Version(*item.slot) == item.seen) {
+  if (item.slot != nullptr && CacheManager::Version(*item.slot) == item.seen && item.clockRun == clockRun) {
     return;
   }
+  item.clockRun = clockRun;
   try {
     if (item.slot == nullptr) {
       item.slot = cache->Find(item.uri);

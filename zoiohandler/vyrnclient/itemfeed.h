@@ -9,6 +9,8 @@
 // instance and its monitor thread. Everything in it is set once, before the monitor thread starts.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -43,8 +45,12 @@ class ItemFeed {
   // malformed makes the type invalid; an object or array leaves both as they were. Never raises for such
   // data.
   xhmi::variant_value UpdateItemFromCache(ItemManager::ItemInfo& item);
-  // The same without the copy. Costs next to nothing while the cache has nothing newer.
+  // The same without the copy, at the time that was noted last. Costs next to nothing while the cache has nothing newer.
   void RefreshFromCache(ItemManager::ItemInfo& item);
+
+  // Notes what the clock shows. Which of a resource's documents counts depends on it once it was set back, so every
+  // item is then looked at anew.
+  void NoteTime(std::chrono::system_clock::time_point now);
 
   // Delivers a value to the host, read by type (not by the variant's kind); any type beyond 0 to 4 arrives as
   // "INVALID". Nothing happens without a callback.
@@ -64,6 +70,9 @@ class ItemFeed {
   const CacheManager::Slot* lastSlot = nullptr;
   std::uint64_t lastVersion = 0;
   ZoJson lastDocument;
+  // The clock, as it was noted last, and how often it was set back.
+  std::chrono::system_clock::time_point lastTime = std::chrono::system_clock::time_point::min();
+  std::uint32_t clockRun = 0;
 };
 
 }  // namespace ZoIO

@@ -30,6 +30,7 @@ struct ZoVyrnClient::Serving {
   void Pass(const Clock& clock) {
     Zo::Locker held(lock);
     const std::chrono::system_clock::time_point now = clock();
+    feed.NoteTime(now);
     for (const auto& [interval, entry] : groups) {
       const std::shared_ptr<SubscriptionGroup> group = entry;
       if (now >= group->NextTick()) {

@@ -1,0 +1,47 @@
+// A process in which time stands still: the clock shows what a test sets, and the threads of an instance sleep
+// until they are told to work.
+//
+// The program that links this wraps three functions (see CMakeLists.txt): the system clock, the base library's sleep and
+// its join. While there is no StoppedTime they do what they always do.
+//
+// Threads: a test's one, which makes and destroys it; the instance's workers, from inside their sleep. One at a
+// time, made before the instance and destroyed after it.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+namespace ZoModel {
+
+class StoppedTime {
+ public:
+  // now: µs since the epoch.
+  explicit StoppedTime(long long now);
+  StoppedTime(const StoppedTime&) = delete;
+  StoppedTime& operator=(const StoppedTime&) = delete;
+  ~StoppedTime();
+
+  void Advance(long long by) { now += by; }
+  long long Now() const { return now; }
+
+  // Returns when the monitor thread sleeps; false when it does not come to that.
+  bool WaitForMonitor();
+  // Lets the monitor thread work once, and waits for it.
+  bool MonitorPass();
+
+  // From the wrapped functions.
+  static StoppedTime* Current();
+  void SleepMonitor();
+  void WakeMonitor();
+
+ private:
+  std::atomic<long long> now;
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool asleep = false;  // guarded by mutex, like the two below
+  bool turn = false;    // to work once
+  bool joined = false;
+};
+
+}  // namespace ZoModel
