@@ -840,8 +840,8 @@ TEST_F(State, PushThatTakesTheContentOfAnAnswerIsAsNewAsTheAnswer) {
   const std::vector<Push> due = state.Pushes().TakeDue(now + seconds(1), 9);
   EXPECT_THAT(Values(due), ElementsAre(2, 3));
   ASSERT_EQ(due.size(), 2U);
-  EXPECT_EQ(due[0].order, read->Take().Order());
-  EXPECT_EQ(due[1].order, stream->Take().Order());
+  EXPECT_EQ(due[0].order, read->Take().Arrival().order);
+  EXPECT_EQ(due[1].order, stream->Take().Arrival().order);
   EXPECT_LT(due[0].order, due[1].order);
 }
 
