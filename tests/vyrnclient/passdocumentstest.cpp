@@ -104,6 +104,7 @@ TEST_F(Documents, OfASmallResourceBehindALargeOneShowItsFirstAndItsLast) {
   Register("/small", 3);
   Pass();
   EXPECT_EQ(cache.SizeAt("/small"), 2u);
+  EXPECT_EQ(cache.GetAt("/small", 3, now).Get<std::size_t>(), 20'000u);  // at its very time
   EXPECT_EQ(Newest("/small"), 20'002u);
 }
 

@@ -147,7 +147,7 @@ TEST_F(SimulatorRandom, PassThatTakesLongerThanASecondIsWaitedForAndNoFault) {
   ending = true;
   simulator.reset();
   // The worker, which would keep it, has ended; the last pass came, too.
-  EXPECT_TRUE(cache.expired());
+  ASSERT_TRUE(cache.expired());
   EXPECT_EQ(WaitForPasses(2).size(), 2u);
   for (const Entry& entry : recorder.Logs()) {
     EXPECT_LE(entry.level, 3) << entry.text;
@@ -156,14 +156,15 @@ TEST_F(SimulatorRandom, PassThatTakesLongerThanASecondIsWaitedForAndNoFault) {
 
 TEST_F(SimulatorRandom, EndInAPassOfItsOwnThreadIsADeadlockThatIsToldAndSurvived) {
   std::atomic<bool> ended = false;
+  Make();
+  const std::weak_ptr<ZoIO::CacheManager> cache = simulator->Cache();
+  // From here on the simulator is its own thread's.
   OnDraw([&] {
     if (simulator != nullptr) {
       simulator.reset();
       ended = true;
     }
   });
-  Make();
-  const std::weak_ptr<ZoIO::CacheManager> cache = simulator->Cache();
   ASSERT_TRUE(Eventually([&] { return ended.load(); }));
   // What the pass still uses goes with the thread.
   EXPECT_TRUE(Eventually([&] { return cache.expired(); }));
@@ -172,7 +173,6 @@ TEST_F(SimulatorRandom, EndInAPassOfItsOwnThreadIsADeadlockThatIsToldAndSurvived
   EXPECT_EQ(line.function, destructorName);
   EXPECT_EQ(line.message, std::system_error(EDEADLK, std::generic_category()).what());
   EXPECT_EQ(recorder.Logs().back().message, "Item manager destroyed.");
-  EXPECT_EQ(WaitForPasses(1).size(), 1u);
 }
 
 }  // namespace

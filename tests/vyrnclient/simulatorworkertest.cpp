@@ -177,14 +177,15 @@ TEST_F(SimulatorWorker, BlockedPassDelaysItsEndByAboutASecondOnly) {
 #ifdef NDEBUG  // elsewhere the ranks of the locks abort: what a callback must not do is found early
 TEST_F(SimulatorWorker, EndInItsOwnLogCallbackIsADeadlockThatIsToldAndSurvived) {
   std::atomic<bool> ended = false;
+  BreakPasses();
+  const std::weak_ptr<ZoIO::CacheManager> cache = simulator->Cache();
+  // From here on the simulator is its own thread's.
   recorder.OnLog([&](const Entry& entry) {
     if (entry.function == workerName && simulator != nullptr) {
       simulator.reset();
       ended = true;
     }
   });
-  BreakPasses();
-  const std::weak_ptr<ZoIO::CacheManager> cache = simulator->Cache();
   ASSERT_TRUE(Eventually([&] { return ended.load(); }));
   EXPECT_TRUE(Eventually([&] { return cache.expired(); }));
   const std::string text = std::system_error(EDEADLK, std::generic_category()).what();

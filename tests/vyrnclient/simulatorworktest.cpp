@@ -2,32 +2,10 @@
 // square. That bounds the work, too: a copied document is memory that was asked for.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
+#include <string>
 
+#include "tests/vyrnclient/bytesasked.h"
 #include "tests/vyrnclient/simulatortest.h"
-
-namespace {
-
-constinit std::atomic<std::size_t> asked{0};  // bytes, by all threads
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  asked.fetch_add(size, std::memory_order_relaxed);
-  void* const block = std::malloc(size != 0 ? size : 1);
-  if (block == nullptr) {
-    throw std::bad_alloc();
-  }
-  return block;
-}
-void operator delete(void* block) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
 
 namespace ZoTest {
 namespace {
@@ -36,9 +14,9 @@ class SimulatorWork : public SimulatorTest {
  protected:
   // Bytes for each item, of a pass.
   std::size_t Cost() {
-    const std::size_t before = asked.load();
+    const std::size_t before = BytesAsked();
     Pass();
-    return (asked.load() - before) / items;
+    return (BytesAsked() - before) / items;
   }
 
   static constexpr std::size_t items = 20'000;
