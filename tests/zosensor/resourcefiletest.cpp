@@ -129,6 +129,19 @@ TEST(ResourceFile, RangesMakeManyResources) {
   EXPECT_EQ(description.resources.back().resource->Path(), "/bench/r011/x");
 }
 
+TEST(ResourceFile, RangeMayEndAtTheHighestNumber) {
+  const auto description = ParseResources(
+      R"({"resources": {"/r{18446744073709551613..18446744073709551615}": {"content": 1}}})", "f");
+  ASSERT_EQ(description.resources.size(), 3U);
+  EXPECT_EQ(description.resources.back().resource->Path(), "/r18446744073709551615");
+}
+
+TEST(ResourceFile, RangesMakeABoundedNumberOfResources) {
+  EXPECT_EQ(
+      ErrorOf("{\"resources\": {\"/a{1..60000}\": {\"content\": 1},\n \"/b{1..40001}\": {\"content\": 1}}}"),
+      "plant.json:2:18: all ranges together make at most 100000 resources");
+}
+
 TEST(ResourceFile, ResourcesMayBeNamedBeforeTheyAreDefined) {
   const auto description = ParseResources(
       R"({"resources": {

@@ -84,6 +84,18 @@ TEST_F(RestDoorTest, WhatIsReadBackNestsNoDeeperThanAMessageMay) {
   EXPECT_EQ(Ask("PUT", "/deeper", nested(100000)).status, 413U);
 }
 
+TEST_F(RestDoorTest, BodyOfTooManyValuesIsTooLarge) {
+  limits.maxValues = 20;
+  std::string list = "[1";
+  for (int i = 1; i < 19; ++i) {
+    list += ",1";
+  }
+  EXPECT_EQ(Ask("PUT", "/list", list + "]").status, 200U);
+  for (const char* verb : {"PUT", "PATCH", "POST"}) {
+    EXPECT_EQ(Ask(verb, "/list", list + ",1]").status, 413U) << verb;
+  }
+}
+
 TEST(Origin, ProgramsAndOwnPagesAreWelcomeOthersAreNot) {
   EXPECT_TRUE(IsOriginAllowed("", "127.0.0.1", 3600, {}));
   EXPECT_TRUE(IsOriginAllowed("http://127.0.0.1:3600", "127.0.0.1", 3600, {}));

@@ -219,6 +219,35 @@ TEST_F(SessionCoreTest, TooDeepMessageClosesTheSession) {
   EXPECT_EQ(outlet.closed, 1007);
 }
 
+TEST_F(SessionCoreTest, MessageOfTooManyValuesIsRefusedAndClosesNothing) {
+  limits.maxValues = 20;
+  const auto call = [&](const std::string& id, std::size_t elements) {
+    std::string list = "[\"a, [text]\"";
+    for (std::size_t i = 1; i < elements; ++i) {
+      list += ",1";
+    }
+    return Json(AskOne(R"({"payload":)" + list + R"(],"uri":"/echo","method":"call","id":)" + id + "}"));
+  };
+  EXPECT_EQ(call("1", 15).At("status").ToString(), "1");  // with the object, its members and the array twenty
+  const ZoJson refusal = call("2", 16);
+  EXPECT_EQ(refusal.At("status").ToString(), "-413");
+  EXPECT_EQ(refusal.At("id").ToString(), "2");
+  EXPECT_EQ(refusal.At("uri").ToString(), R"("/echo")");
+  EXPECT_TRUE(refusal.At("payload").IsNull());
+  EXPECT_EQ(call("1e999", 30).At("status").ToString(), "-413");
+  EXPECT_EQ(outlet.closed, 0);
+  std::string members = R"({"id":3,"method":"read","uri":"/res")";
+  for (int i = 0; i < 20; ++i) {
+    members += fmt::format(R"(,"m{}":0)", i);
+  }
+  const ZoJson wide = Json(AskOne(members + "}"));
+  EXPECT_EQ(wide.At("status").ToString(), "-413");
+  EXPECT_TRUE(wide.At("id").IsNull());
+  EXPECT_EQ(outlet.closed, 0);
+  EXPECT_TRUE(Ask("[1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1]").empty());
+  EXPECT_EQ(outlet.closed, 1007);
+}
+
 TEST_F(SessionCoreTest, StreamPushesComeWithEachStep) {
   Ask(R"({"id":1,"method":"startStream","uri":"wave"})");
   Pass(100ms);
@@ -329,7 +358,7 @@ TEST_F(SessionCoreTest, GarbageIsNeverTheAnswerAndComesInSeveralFlavours) {
   std::set<std::string> flavours;
   for (int i = 1; i <= 100; ++i) {
     const std::string text = AskOne(fmt::format(R"({{"id":{},"method":"read","uri":"/res"}})", i));
-    EXPECT_FALSE(ParseRequest(text, 256)) << text;
+    EXPECT_FALSE(ParseRequest(text, limits)) << text;
     flavours.insert(text);
   }
   EXPECT_EQ(flavours.size(), 4U);

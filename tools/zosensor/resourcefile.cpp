@@ -166,8 +166,13 @@ class DescriptionReader {
  private:
   void ReadRange(std::string_view key, const ZoJson& value, const ZoJsonPointer& where) {
     const PathRange range = ParsePathRange(key, where);
-    for (std::uint64_t number = range.first; number <= range.last; ++number) {
-      const std::string path = range.Path(number);
+    for (std::uint64_t offset = 0; offset <= range.last - range.first;
+         ++offset) {  // the last may be the highest number
+      if (range.many && ++copies > MostCopies) {
+        throw DescriptionError(where,
+                               fmt::format("all ranges together make at most {} resources", MostCopies));
+      }
+      const std::string path = range.Path(range.first + offset);
       if (!IsPlainPath(path)) {
         throw DescriptionError(where, "the URI of a resource holds no *");
       }
@@ -264,6 +269,7 @@ class DescriptionReader {
   };
 
   double defaultRate = 10;
+  std::uint64_t copies = 0;                // made of ranges
   std::map<std::string, bool> hasContent;  // by path
   std::vector<Reference> references;
   std::vector<PlannedResource> planned;

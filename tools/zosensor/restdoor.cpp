@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/zosensor/jsonvalues.h"
 #include "tools/zosensor/wire.h"
 #include "zovyrnsdk/json/zojsonnesting.h"
 
@@ -157,6 +158,10 @@ Answer RestDoor::Dispatch(const RestRequest& request, const std::string& path, T
   if (JsonNesting(request.body) >= limits.maxDepth) {
     return Answer::Failure(Status::TooLarge,
                            fmt::format("a body nests less than {} levels", limits.maxDepth));
+  }
+  if (HoldsMoreValues(request.body, limits.maxValues)) {
+    return Answer::Failure(Status::TooLarge,
+                           fmt::format("a request holds at most {} values", limits.maxValues));
   }
   try {
     if (!request.body.empty()) {

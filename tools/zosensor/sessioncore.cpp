@@ -58,7 +58,7 @@ SessionCore::~SessionCore() {
 }
 
 void SessionCore::Receive(std::string_view message, bool text, Time now) {
-  const auto request = text ? ParseRequest(message, limits.maxDepth) : std::nullopt;
+  const auto request = text ? ParseRequest(message, limits) : std::nullopt;
   if (!request) {
     log.Warning("{} sent what is no JSON object of at most {} levels ({} bytes)", peer, limits.maxDepth,
                 message.size());
@@ -111,7 +111,7 @@ Answer SessionCore::DispatchSafely(const Request& request, Time now) {
 
 Answer SessionCore::Dispatch(const Request& request, Time now) {
   if (!request.fault.empty()) {
-    return Answer::Failure(Status::Malformed, request.fault);
+    return Answer::Failure(request.faultStatus, request.fault);
   }
   const std::string path = Uri::Parse(request.uri).path;
   if (Carries(*request.method)) {
