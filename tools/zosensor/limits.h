@@ -24,6 +24,11 @@ struct Limits {
   std::size_t maxContent = std::size_t{64} << 20;
   // At the REST door: until the next request has come, or while not a byte of a body or an answer moves.
   std::chrono::milliseconds idleTime = std::chrono::seconds(60);
+  // Until the first one has come, if that is sooner: who connects and says nothing keeps others out.
+  std::chrono::milliseconds firstRequestTime = std::chrono::seconds(5);
+  // Connections at the REST door, and such as have not said yet what they want, beside the sessions. As many more are told
+  // that there are too many; beyond these they are closed without a word.
+  std::size_t spareConnections = 64;
   std::vector<std::string> allowedOrigins;  // beside the server's own; "*" names all
 };
 

@@ -70,11 +70,13 @@ void SessionCore::Receive(std::string_view message, bool text, Time now) {
   if (disturbed) {
     const Disturbance disturbance = faults.Count(requests);
     if (disturbance == Disturbance::Cut) {
+      log.Debug("{} {} {} -> cut on purpose", peer, request->method ? MethodName(*request->method) : "?",
+                request->uri);
       outlet.Cut("cut on purpose");
       return;
     }
     if (disturbance == Disturbance::Stall) {
-      faults.stallAll(Duration::zero(), faults.StallTime());
+      faults.Stall(Duration::zero(), faults.StallTime(), now);
     }
     plan = dice.Roll(faults.Settings());
   }
@@ -86,8 +88,8 @@ void SessionCore::Receive(std::string_view message, bool text, Time now) {
     answer = DispatchSafely(*request, now);
     dispatching = false;
   }
-  log.Debug("{} {} {} -> {}{}", peer, request->method ? MethodName(*request->method) : "?", request->uri,
-            answer.bare ? 1 : answer.status, answer.error.empty() ? "" : ": " + answer.error);
+  log.Debug("{} {} {} -> {}{}{}", peer, request->method ? MethodName(*request->method) : "?", request->uri,
+            answer.bare ? 1 : answer.status, answer.error.empty() ? "" : ": " + answer.error, Fate(plan));
   // The answer first: pushes that become due with it are sent after it.
   plan.latency += answer.delay;
   const Time due = now + plan.latency;
