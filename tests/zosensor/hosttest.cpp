@@ -144,6 +144,11 @@ TEST_F(HostOfRequest, InTheTargetCountsLikeTheHeader) {
   EXPECT_THAT(Raw("GET http://evil.example" + end), StartsWith("HTTP/1.1 403 "));
 }
 
+TEST(Loopback, MappedAddressIsTheOneThatItStandsFor) {
+  EXPECT_EQ(Unmapped(boost::asio::ip::make_address("::ffff:10.0.0.7")).to_string(), "10.0.0.7");
+  EXPECT_EQ(Unmapped(boost::asio::ip::make_address("fe80::1")).to_string(), "fe80::1");
+}
+
 TEST(Loopback, IsKnownInAllItsForms) {
   for (const char* text : {"127.0.0.1", "127.255.255.254", "::1", "::ffff:127.0.0.1"}) {
     EXPECT_TRUE(IsLoopback(boost::asio::ip::make_address(text))) << text;

@@ -101,6 +101,20 @@ TEST(Merge, DeclaredIntegersTakeNoFraction) {
   EXPECT_EQ(Outcome(R"({"m":1})", R"({"m":1.5})", rules), R"({"m":1.5})");
 }
 
+TEST(Merge, IntegersAreFoundAnywhereInWhatIsReplaced) {
+  WriteRules rules = Everything();
+  rules.integers = {ZoJsonPointer("/all"), ZoJsonPointer("/part/1/k")};
+  const std::string_view content = R"({"all":null,"part":null})";
+  EXPECT_EQ(Outcome(content, R"({"all":[[1.0,"1.0"],{"a":{"b":[2.0]}},3]})", rules),
+            R"({"all":[[1,"1.0"],{"a":{"b":[2]}},3],"part":null})");
+  EXPECT_EQ(Outcome(content, R"({"part":[{"k":1.5},{"k":2.0,"l":1.5}]})", rules),
+            R"({"all":null,"part":[{"k":1.5},{"k":2,"l":1.5}]})");
+  const auto merged = Merge(ZoJson::ParseString(content),
+                            ZoJson::ParseString(R"({"all":[[1.0,"1.0"],{"a":{"b":[2.0,0.5]}},3]})"), rules);
+  ASSERT_TRUE(std::holds_alternative<Refusal>(merged));
+  EXPECT_EQ(std::get<Refusal>(merged).reason, R"("/all/1/a/b/1" holds an integer, 0.5 is none)");
+}
+
 TEST(Merge, ReadOnlyResourceTakesNothing) {
   EXPECT_EQ(Outcome(R"({"a":1})", R"({"a":2})", WriteRules()), "-405");
   EXPECT_EQ(Outcome(R"({"a":1})", "{}", WriteRules()), "-405");

@@ -253,6 +253,78 @@ TEST(Program, FullOrClosedOutputDoesNotEndIt) {
   }
 }
 
+// Each limit at a value of its own, so that two that took each other's place would be noticed.
+TEST(Program, EachLimitLimitsWhatItNames) {
+  const auto statusOf = [](RawClient& client, const std::string& rest) {
+    return client.Ask(R"({"id":1,)" + rest + "}").At("status").Get<int>();
+  };
+  const auto listOf = [](int count) {
+    std::string list = "[1";
+    for (int i = 1; i < count; ++i) {
+      list += ",1";
+    }
+    return list + "]";
+  };
+  Program program({"--port", "0", "--log", "off", "--max-message", "5000", "--max-depth", "9", "--max-values",
+                   "60", "--max-clients", "3", "--max-queue", "400000", "--max-resources", "40",
+                   "--max-watches", "4"});
+  const std::uint16_t port = Program::PortIn(program.OutputLine());
+  RawClient client(port);
+  const std::string echo = R"("method":"call","uri":"/machine/echo","payload":)";
+  EXPECT_EQ(statusOf(client, echo + '"' + std::string(4900, 'x') + '"'), 1);
+  EXPECT_EQ(statusOf(client, echo + listOf(55)), 1);
+  EXPECT_EQ(statusOf(client, echo + listOf(56)), -413);
+  EXPECT_EQ(statusOf(client, echo + "[[[[[[[[]]]]]]]]"), 1);
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(statusOf(client, R"("method":"sub","uri":"/x)" + std::to_string(i) + '"'), 1);
+  }
+  EXPECT_EQ(statusOf(client, R"("method":"sub","uri":"/x4")"), -503);
+  const auto resources =
+      static_cast<int>(client.Ask(R"({"id":1,"method":"read","uri":"/"})").At("payload/resources").Size());
+  for (int i = resources; i < 40; ++i) {
+    EXPECT_EQ(statusOf(client, R"("method":"create","payload":1,"uri":"/new/)" + std::to_string(i) + '"'), 1);
+  }
+  EXPECT_EQ(statusOf(client, R"("method":"create","payload":1,"uri":"/new/more")"), -503);
+  RawClient deep(port);
+  RawClient large(port);
+  EXPECT_EQ(large.HandshakeStatus(), 101U);
+  EXPECT_EQ(RawClient(port).HandshakeStatus(), 503U);
+  deep.Send("{\"id\":1," + echo + "[[[[[[[[[]]]]]]]]]}");
+  EXPECT_FALSE(deep.Receive());
+  EXPECT_EQ(deep.CloseCode(), 1007U);
+  large.Send("{\"id\":1," + echo + '"' + std::string(5000, 'x') + "\"}");
+  EXPECT_FALSE(large.Receive());
+  EXPECT_EQ(large.CloseCode(), 1009U);
+}
+
+TEST(Program, QueueOfASlowClientIsLimitedByItsOption) {
+  ZoTest::TemporaryFolder folder;
+  const std::string file = (folder / "big.json").string();
+  std::ofstream(file) << R"({"resources": {"/big": {"writable": true, "content": {"n": 0, "v": ")"
+                      << std::string(1000000, 'x') << "\"}}}}";
+  const auto notified = [&](const char* queue) {
+    Program program({"--port", "0", "--log", "off", "--resources", file, "--max-queue", queue});
+    const std::uint16_t port = Program::PortIn(program.OutputLine());
+    SessionWishes wishes;
+    wishes.receiveBuffer = 4096;
+    RawClient slow(port, wishes);
+    slow.Ask(R"({"id":1,"method":"sub","uri":"/big"})");
+    RawClient writer(port);
+    constexpr int Count = 20;  // 20 MB: more than the systems take beside the queue
+    for (int i = 1; i <= Count; ++i) {
+      const std::string n = std::to_string(i);
+      writer.Ask(R"({"id":)" + n + R"(,"method":"update","uri":"/big","payload":{"n":)" + n + "}}");
+    }
+    int received = 0;
+    while (received <= Count && slow.Receive()) {
+      ++received;
+    }
+    return received;
+  };
+  EXPECT_LT(notified("1500000"), 20);
+  EXPECT_EQ(notified("40000000"), 21);
+}
+
 TEST(Program, SeedMakesARunRepeatable) {
   const auto run = [](const char* seed) {
     Program program({"--port", "0", "--log", "off", "--seed", seed, "--fault", "error=0.5"});

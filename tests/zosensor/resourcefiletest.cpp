@@ -111,6 +111,26 @@ TEST(ResourceFile, EveryMistakeNamesItsPlace) {
        "plant.json:2:32: /a is a method and has no content"},
       {"{\"resources\": {\"/a\": {\"content\": 1, \"appears_after_s\": 5, \"vanishes_after_s\": 5}}}",
        "plant.json:1:79: a resource cannot vanish before it appears"},
+      {R"({"resources": {"/a": {"content": {"t": "x"}, "integers": ["/t"]}}})",
+       "plant.json:1:59: what is at \"/t\" is no integer, or holds a number that is none"},
+      {R"({"resources": {"/a": {"content": {"l": [1, {"f": 1.5}]}, "integers": ["/l"]}}})",
+       "plant.json:1:71: what is at \"/l\" is no integer, or holds a number that is none"},
+      {R"({"resources": {"/a": {"content": {"v": 1}, "waves": {"/v": {"wave": "sine"}, "v": {"wave": "sine"}}}}})",
+       "plant.json:1:83: \"/v\" has a waveform already"},
+      {"{\"resources\": {\"/a\": {\"content\": 1},\n  \"\\u002fa\": {\"content\": 2}}}",
+       "plant.json:2:3: this name is there already"},
+      {R"({"resources": {"/s": {"content": {"v": 1}}, "/a": {"content": {"v": 1}, "waves": {"/v":
+       {"wave": "follow", "source": "/s", "at": "/w"}}}}})",
+       "plant.json:2:49: /s has no number at \"/w\" to be followed"},
+      {R"({"resources": {"/s": {"content": {"value": "x"}}, "/a": {"content": {"v": 1}, "waves": {"/v":
+       {"wave": "follow", "source": "/s"}}}}})",
+       "plant.json:2:8: /s has no number at \"/value\" to be followed"},
+      {R"({"resources": {"/a": {"content": {"v": 1}, "waves": {"/v":
+       {"wave": "follow", "source": "/system", "at": "/name"}}}}})",
+       "plant.json:2:54: /system has no number at \"/name\" to be followed"},
+      {R"({"resources": {"/m": {"call": {}}, "/a": {"content": {"v": 1}, "waves": {"/v":
+       {"wave": "follow", "source": "/m"}}}}})",
+       "plant.json:2:37: /m is a method and has no content"},
       {"{\"resources\": {\"/a\": {\"call\": {\"reslut\": 1}}}}",
        "plant.json:1:42: unknown member \"reslut\""},
       {"{\"resources\": {\"/a\": {\"call\": {\"set\": 1}}}}",
@@ -129,6 +149,19 @@ TEST(ResourceFile, RangesMakeManyResources) {
   EXPECT_EQ(description.resources.back().resource->Path(), "/bench/r011/x");
 }
 
+TEST(ResourceFile, RangeMayEndAtTheHighestNumber) {
+  const auto description = ParseResources(
+      R"({"resources": {"/r{18446744073709551613..18446744073709551615}": {"content": 1}}})", "f");
+  ASSERT_EQ(description.resources.size(), 3U);
+  EXPECT_EQ(description.resources.back().resource->Path(), "/r18446744073709551615");
+}
+
+TEST(ResourceFile, RangesMakeABoundedNumberOfResources) {
+  EXPECT_EQ(
+      ErrorOf("{\"resources\": {\"/a{1..60000}\": {\"content\": 1},\n \"/b{1..40001}\": {\"content\": 1}}}"),
+      "plant.json:2:18: all ranges together make at most 100000 resources");
+}
+
 TEST(ResourceFile, ResourcesMayBeNamedBeforeTheyAreDefined) {
   const auto description = ParseResources(
       R"({"resources": {
@@ -138,6 +171,19 @@ TEST(ResourceFile, ResourcesMayBeNamedBeforeTheyAreDefined) {
           "/r{1..3}": {"content": {"value": 1}}}})",
       "f");
   EXPECT_EQ(description.resources.size(), 5U);
+}
+
+TEST(ResourceFile, WhatMayBecomeANumberCanBeFollowedAndHoldIntegers) {
+  EXPECT_EQ(ErrorOf(R"({"resources": {
+      "/s": {"content": {"none": null, "list": [], "on": true, "n": {"a": [1, null], "t": "x"}},
+             "integers": ["/none", "/list", "/n"],
+             "waves": {"/list": {"wave": "sine", "count": 3, "integer": true}}},
+      "/a": {"content": {"v": 1, "w": 1, "x": 1, "y": 1}, "waves": {
+        "/v": {"wave": "follow", "source": "/s", "at": "/none"},
+        "/w": {"wave": "follow", "source": "/s", "at": "/list/2"},
+        "/x": {"wave": "follow", "source": "/s", "at": "/on"},
+        "/y": {"wave": "follow", "source": "/faults", "at": "/lose"}}}}})"),
+            "no error");
 }
 
 TEST(ResourceFile, DefaultsAreTheDocumentedOnes) {

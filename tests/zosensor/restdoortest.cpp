@@ -70,6 +70,8 @@ TEST_F(RestDoorTest, TargetsAreDecoded) {
   }
   EXPECT_EQ(Ask("GET", "/%00").status, 404U);
   EXPECT_EQ(RestDoor::ResourcePath("http://sensor:1/vyrn/v1/resources/res"), "/res");
+  EXPECT_EQ(RestDoor::ResourcePath("/vyrn/v1/%72esources/res%2fsub?x=%"), "/res/sub");
+  EXPECT_EQ(door->Handle({"GET", "/%76yrn/v1/resources%2Fres/sub", ""}, "tester", now).status, 200U);
   for (const char* outside : {"/", "/vyrn/v1", "/vyrn/v1/resourcesx", "*", "", "http://sensor", "x"}) {
     EXPECT_FALSE(RestDoor::ResourcePath(outside)) << outside;
     EXPECT_EQ(door->Handle({"GET", outside, ""}, "tester", now).status, 404U) << outside;
@@ -82,6 +84,25 @@ TEST_F(RestDoorTest, WhatIsReadBackNestsNoDeeperThanAMessageMay) {
   EXPECT_NO_THROW(Json(Ask("GET", "/deep").body));
   EXPECT_EQ(Ask("PUT", "/deeper", nested(256)).status, 413U);
   EXPECT_EQ(Ask("PUT", "/deeper", nested(100000)).status, 413U);
+}
+
+TEST_F(RestDoorTest, BodyOfTooManyValuesIsTooLarge) {
+  limits.maxValues = 20;
+  std::string list = "[1";
+  for (int i = 1; i < 19; ++i) {
+    list += ",1";
+  }
+  EXPECT_EQ(Ask("PUT", "/list", list + "]").status, 200U);
+  for (const char* verb : {"PUT", "PATCH", "POST"}) {
+    EXPECT_EQ(Ask(verb, "/list", list + ",1]").status, 413U) << verb;
+  }
+}
+
+TEST_F(RestDoorTest, LogTellsAnUnknownVerb) {
+  std::string lines;
+  log = Log(LogLevel::Debug, [&](std::string_view line) { lines += line; });
+  Ask("FLY", "/res/sub");
+  EXPECT_NE(lines.find("tester FLY /res/sub -> 405"), std::string::npos) << lines;
 }
 
 TEST(Origin, ProgramsAndOwnPagesAreWelcomeOthersAreNot) {
@@ -97,6 +118,9 @@ TEST(Origin, ProgramsAndOwnPagesAreWelcomeOthersAreNot) {
   }
   EXPECT_FALSE(IsOriginAllowed("http://localhost:3600", "10.0.0.7", 3600, {}));
   EXPECT_TRUE(IsOriginAllowed("http://hmi.example", "127.0.0.1", 3600, {"http://hmi.example"}));
+  EXPECT_TRUE(IsOriginAllowed("http://hmi.example:8080", "127.0.0.1", 3600, {"HTTP://HMI.Example:8080"}));
+  EXPECT_TRUE(IsOriginAllowed("http://LocalHost:3600", "127.0.0.1", 3600, {}));
+  EXPECT_FALSE(IsOriginAllowed("https://hmi.example", "127.0.0.1", 3600, {"HTTP://HMI.Example"}));
   EXPECT_TRUE(IsOriginAllowed("http://any.example", "127.0.0.1", 3600, {"*"}));
 }
 

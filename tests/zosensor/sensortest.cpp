@@ -116,6 +116,32 @@ TEST_F(SensorTest, CallThatWouldMakeAContentTooLargeChangesNothing) {
   EXPECT_EQ(Content("/set").ToString(), before);
 }
 
+TEST_F(SensorTest, CreatedContentIsNoLargerThanWhatAMessageHolds) {
+  limits.maxContent = 20;
+  EXPECT_EQ(Create("/text", R"({"v":"1234567890123"})").status, -413);
+  EXPECT_EQ(Read("/text").status, -404);
+  EXPECT_EQ(Create("/text", R"({"v":"123456789012"})").status, 1);
+  limits.maxContent = 17;
+  EXPECT_EQ(Create("/grows", "1e15").status, -413) << "it is printed as 1000000000000000.0";
+}
+
+TEST_F(SensorTest, CallAnswersNoMoreThanAMessageHolds) {
+  limits.maxContent = 20;
+  EXPECT_EQ(Call("/echo", R"("123456789012345678")").status, 1);
+  EXPECT_EQ(Call("/echo", R"("1234567890123456789")").status, -413);
+}
+
+TEST_F(SensorTest, ContentHoldsNoMoreValuesThanAMessageMay) {
+  limits.maxValues = 7;
+  EXPECT_EQ(Create("/list", "[1,2,3,4,5,6,7]").status, -413);
+  EXPECT_EQ(Create("/list", R"({"a":null,"b":null})").status, 1);
+  EXPECT_EQ(Update("/list", R"({"a":[1,2]})").status, 1);
+  const std::string before = Content("/list").ToString();
+  EXPECT_EQ(Update("/list", R"({"b":[1,2,3]})").status, -413);
+  EXPECT_EQ(Content("/list").ToString(), before);
+  EXPECT_EQ(Update("/list", R"({"b":[1,2]})").status, 1);  // seven
+}
+
 TEST_F(SensorTest, SystemResourcesStay) {
   for (const char* path : {"/", "/system", "/system/start", "/system/stop"}) {
     EXPECT_EQ(sensor->Delete(path, now).status, -405) << path;
@@ -478,6 +504,50 @@ TEST_F(SensorTest, FollowerFollowsItsSetPointFromTheMomentItIsWritten) {
   EXPECT_NEAR(Content("/follower").At("v").Get<double>(), 10 + 100 * (1 - std::exp(-1)), 1.5);
 }
 
+TEST_F(ModelFixture, FollowerSeesItsSourceAsItIsWhoeverElseLooks) {
+  Start(R"({"resources": {
+    "/wave": {"rate_hz": 10, "content": {"n": 0}, "waves": {"/n": {"wave": "counter"}}},
+    "/chain": {"content": {"v": 0.0}, "waves": {"/v": {"wave": "follow", "source": "/wave", "at": "/n", "lag_s": 0}}},
+    "/end": {"content": {"v": 0.0}, "waves": {"/v": {"wave": "follow", "source": "/chain", "at": "/v", "lag_s": 0}}},
+    "/up": {"content": {"v": 0.0},
+            "waves": {"/v": {"wave": "follow", "source": "/system", "at": "/uptime_ms", "lag_s": 0}}}}})");
+  Pass(1s);
+  EXPECT_EQ(Content("/end").At("v").ToString(), "10.0");
+  EXPECT_EQ(Content("/up").At("v").ToString(), "1000.0");
+  Pass(1s);
+  Subscribe("/wave");
+  watcher.Take();
+  now += 50ms;
+  EXPECT_EQ(Content("/end").At("v").ToString(), "20.0");
+  now += 60ms;  // past a tick of the source that has not been taken yet
+  EXPECT_EQ(Content("/end").At("v").ToString(), "21.0");
+  ASSERT_EQ(watcher.items.size(), 1U) << "its subscribers hear of it";
+  EXPECT_EQ(watcher.items[0].message.At("payload/n").ToString(), "21");
+}
+
+TEST_F(ModelFixture, FollowersInARingOrALongChainAreSampledOnce) {
+  std::string resources = R"({"resources": {
+    "/a": {"content": {"v": 0.0},
+           "waves": {"/v": {"wave": "follow", "source": "/b", "at": "/v", "lag_s": 0, "offset": 1}}},
+    "/b": {"content": {"v": 0.0}, "waves": {"/v": {"wave": "follow", "source": "/a", "at": "/v", "lag_s": 0}}},
+    "/c0": {"content": {"v": 1.0}})";
+  constexpr int Count = 20000;
+  for (int i = 1; i <= Count; ++i) {
+    resources += fmt::format(
+        R"(,"/c{}": {{"content": {{"v": 0.0}}, "waves": {{"/v": {{"wave": "follow", "source": "/c{}", "at": "/v"}}}}}})",
+        i, i - 1);
+  }
+  Start(resources + "}}");
+  double last = Content("/a").At("v").Get<double>();
+  for (int i = 0; i < 3; ++i) {
+    Pass(100ms);
+    const double next = Content("/a").At("v").Get<double>();
+    EXPECT_EQ(next, last + 1);
+    last = next;
+  }
+  EXPECT_EQ(Read(fmt::format("/c{}", Count)).status, 1);
+}
+
 TEST_F(SensorTest, NothingIsDueWhileNobodyWatches) {
   EXPECT_EQ(sensor->NextDue(), Never);
   sensor->StartStream(watcher, "/wave", now);
@@ -528,6 +598,15 @@ TEST_F(ModelFixture, ResourcesAppearAndVanishInTheirTime) {
   EXPECT_EQ(items[0].message.At("payload/v").ToString(), "100");
   Pass(100ms);
   EXPECT_EQ(watcher.Take().size(), 1U);  // it lives on
+}
+
+TEST_F(ModelFixture, ResourceOfAClientDoesNotVanishInPlaceOfThePlannedOne) {
+  Start(R"({"resources": {"/brief": {"content": 1, "vanishes_after_s": 5}}})");
+  Pass(1s);
+  EXPECT_EQ(sensor->Delete("/brief", now).status, 1);
+  EXPECT_EQ(Create("/brief", "2").status, 1);
+  Pass(10s);
+  EXPECT_EQ(Content("/brief").ToString(), "2");
 }
 
 TEST_F(ModelFixture, SensorMayBeginStopped) {

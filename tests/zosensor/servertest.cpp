@@ -80,6 +80,28 @@ TEST_F(Session, RefusesOtherTargetsAndSubprotocols) {
   EXPECT_EQ(AskHttp(port, "GET", "/vyrn/v1").status, 426U);
 }
 
+TEST_F(Session, IsOpenedByATargetThatIsAWholeUrl) {
+  Start();
+  SessionWishes wishes;
+  wishes.target = fmt::format("http://127.0.0.1:{}/vyrn/v1", port);
+  EXPECT_EQ(RawClient(port, wishes).HandshakeStatus(), 101U);
+  wishes.target = "/%76yrn/v1?x";
+  EXPECT_EQ(RawClient(port, wishes).HandshakeStatus(), 101U);
+  wishes.target = "http://evil.example/vyrn/v1";
+  EXPECT_EQ(RawClient(port, wishes).HandshakeStatus(), 403U);
+  EXPECT_EQ(AskHttp(port, "GET", "http://127.0.0.1/vyrn/v1").status, 426U);
+}
+
+TEST_F(Session, OfItsOwnPageIsServedWhereItListensForBothFamilies) {
+  options.address = "::";
+  Start();
+  SessionWishes wishes;
+  wishes.origin = fmt::format("http://127.0.0.1:{}", port);
+  EXPECT_EQ(RawClient(port, wishes).HandshakeStatus(), 101U);
+  wishes.origin = fmt::format("http://10.0.0.7:{}", port);
+  EXPECT_EQ(RawClient(port, wishes).HandshakeStatus(), 403U);
+}
+
 TEST_F(Session, ServesAllNineMethods) {
   Start();
   RawClient client(port);
@@ -487,6 +509,77 @@ TEST_F(RestOverSockets, InvitesABodyThatWaits) {
                "PATCH /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\nExpect: 100-continue\r\n"
                "Content-Length: 7\r\nConnection: close\r\n\r\n{\"v\":3}");
   EXPECT_EQ(received.rfind("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK", 0), 0U) << received;
+}
+
+TEST_F(RestOverSockets, InvitesNoBodyOfAnOlderClient) {
+  Start();
+  const std::string received =
+      Exchange(port,
+               "PATCH /vyrn/v1/resources/res HTTP/1.0\r\nHost: localhost\r\nExpect: 100-continue\r\n"
+               "Content-Length: 7\r\n\r\n{\"v\":3}");
+  EXPECT_EQ(received.rfind("HTTP/1.0 200 OK", 0), 0U) << received;
+}
+
+TEST_F(RestOverSockets, ClientThatSaysNothingIsNotWaitedForLikeOneThatWasServed) {
+  options.limits.firstRequestTime = 100ms;
+  Start();
+  const ZoTest::Stopwatch watch;
+  EXPECT_EQ(Exchange(port, ""), "");
+  EXPECT_LT(watch.Elapsed(), options.limits.idleTime / 2);
+  // Who was served has the longer time: the pause is no end.
+  const std::string request = "GET /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\n";
+  const std::string received = ExchangeParts(port, {request + "\r\n", request + "Connection: close\r\n\r\n"},
+                                             [&] { EXPECT_EQ(Exchange(port, ""), ""); });
+  EXPECT_NE(received.find("HTTP/1.1 200 OK", 1), std::string::npos) << received;
+}
+
+TEST_F(RestOverSockets, TooManyConnectionsAreToldSo) {
+  options.limits.maxClients = 1;
+  options.limits.spareConnections = 2;
+  options.limits.idleTime = 2s;  // until the two in the way are closed
+  std::string lines;
+  log = Log(LogLevel::Warning, [&](std::string_view line) { lines += line; });
+  Start();
+  std::vector<std::unique_ptr<RawClient>> clients;
+  clients.push_back(std::make_unique<RawClient>(port));
+  ASSERT_EQ(clients[0]->HandshakeStatus(), 101U);
+  const std::string request = "GET /vyrn/v1/resources/res HTTP/1.1\r\nHost: localhost\r\n\r\n";
+  std::string refusal;
+  ExchangeParts(port, {request}, [&] {
+    ExchangeParts(port, {request}, [&] {
+      refusal = Exchange(port, request);
+      EXPECT_EQ(RawClient(port).HandshakeStatus(), 503U);
+    });
+  });
+  EXPECT_EQ(refusal.rfind("HTTP/1.1 503 ", 0), 0U) << refusal;
+  Stop();
+  EXPECT_NE(lines.find("a connection is refused: 3 are open already"), std::string::npos) << lines;
+}
+
+TEST_F(RestOverSockets, LogTellsWhatIsRefusedBeforeItIsARequest) {
+  options.limits.maxMessage = 1000;
+  std::string lines;
+  log = Log(LogLevel::Debug, [&](std::string_view line) { lines += line; });
+  Start();
+  Rest("PUT", "/x", std::string(1001, '1'));
+  Rest("GET", "/res", "", {{"X-Long", std::string(20000, 'x')}});
+  Exchange(port, "what is this\r\n\r\n");
+  Exchange(port, "GET /vyrn/v1/resources/res HTTP/1.1\r\n\r\n");
+  Rest("OPTIONS", "/res");
+  AskHttp(port, "GET", "/vyrn/v1");
+  SessionWishes wishes;
+  wishes.target = "/vyrn/v2";
+  RawClient elsewhere(port, wishes);
+  wishes = {};
+  wishes.protocol = "vyrn.v2.json";
+  RawClient foreign(port, wishes);
+  Stop();
+  for (const char* told :
+       {"-> 413: a body holds", "-> 431: the header", "-> 400: this is no HTTP",
+        "-> 400: a request has one Host", "OPTIONS /vyrn/v1/resources/res -> 204", "GET /vyrn/v1 -> 426",
+        "-> 404: sessions are opened at", "-> 400: the subprotocol here is"}) {
+    EXPECT_NE(lines.find(told), std::string::npos) << told << "\n" << lines;
+  }
 }
 
 TEST_F(RestOverSockets, SlowAnswerIsNoIdleTime) {

@@ -6,11 +6,14 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "tests/zosensor/modelfixture.h"
+#include "tools/zosensor/restdoor.h"
 
 namespace ZoSensor {
 namespace {
@@ -219,6 +222,35 @@ TEST_F(SessionCoreTest, TooDeepMessageClosesTheSession) {
   EXPECT_EQ(outlet.closed, 1007);
 }
 
+TEST_F(SessionCoreTest, MessageOfTooManyValuesIsRefusedAndClosesNothing) {
+  limits.maxValues = 20;
+  const auto call = [&](const std::string& id, std::size_t elements) {
+    std::string list = "[\"a, [text]\"";
+    for (std::size_t i = 1; i < elements; ++i) {
+      list += ",1";
+    }
+    return Json(AskOne(R"({"payload":)" + list + R"(],"uri":"/echo","method":"call","id":)" + id + "}"));
+  };
+  EXPECT_EQ(call("1", 15).At("status").ToString(), "1");  // with the object, its members and the array twenty
+  const ZoJson refusal = call("2", 16);
+  EXPECT_EQ(refusal.At("status").ToString(), "-413");
+  EXPECT_EQ(refusal.At("id").ToString(), "2");
+  EXPECT_EQ(refusal.At("uri").ToString(), R"("/echo")");
+  EXPECT_TRUE(refusal.At("payload").IsNull());
+  EXPECT_EQ(call("1e999", 30).At("status").ToString(), "-413");
+  EXPECT_EQ(outlet.closed, 0);
+  std::string members = R"({"id":3,"method":"read","uri":"/res")";
+  for (int i = 0; i < 20; ++i) {
+    members += fmt::format(R"(,"m{}":0)", i);
+  }
+  const ZoJson wide = Json(AskOne(members + "}"));
+  EXPECT_EQ(wide.At("status").ToString(), "-413");
+  EXPECT_TRUE(wide.At("id").IsNull());
+  EXPECT_EQ(outlet.closed, 0);
+  EXPECT_TRUE(Ask("[1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1]").empty());
+  EXPECT_EQ(outlet.closed, 1007);
+}
+
 TEST_F(SessionCoreTest, StreamPushesComeWithEachStep) {
   Ask(R"({"id":1,"method":"startStream","uri":"wave"})");
   Pass(100ms);
@@ -329,7 +361,7 @@ TEST_F(SessionCoreTest, GarbageIsNeverTheAnswerAndComesInSeveralFlavours) {
   std::set<std::string> flavours;
   for (int i = 1; i <= 100; ++i) {
     const std::string text = AskOne(fmt::format(R"({{"id":{},"method":"read","uri":"/res"}})", i));
-    EXPECT_FALSE(ParseRequest(text, 256)) << text;
+    EXPECT_FALSE(ParseRequest(text, limits)) << text;
     flavours.insert(text);
   }
   EXPECT_EQ(flavours.size(), 4U);
@@ -465,6 +497,58 @@ TEST_F(SessionCoreTest, CutsAndStallsByTheClock) {
     faults->Step(now);
   }
   EXPECT_EQ(events, (std::vector<std::string>{"stall", "stall", "cut", "stall"}));
+}
+
+TEST_F(SessionCoreTest, ClocksOfFaultsRestartOnlyWhenTheirOwnMemberChanges) {
+  faults->Install(*sensor, now);
+  EXPECT_EQ(Update("/faults", R"({"cut_every_s":10,"stall_every_s":20})").status, 1);
+  const Time start = now;
+  now += 6s;
+  EXPECT_EQ(Update("/faults", R"({"lose":0.5,"stall_s":1})").status, 1);
+  EXPECT_EQ(faults->NextDue(), start + 10s);
+  EXPECT_EQ(Update("/faults", R"({"cut_every_s":0})").status, 1);
+  EXPECT_EQ(faults->NextDue(), start + 20s);
+  EXPECT_EQ(Update("/faults", R"({"stall_every_s":7})").status, 1);
+  EXPECT_EQ(faults->NextDue(), now + 7s);
+}
+
+TEST_F(SessionCoreTest, StallsByTheClockCountFromTheEndOfAnyStall) {
+  Restart({"stall_every_s=3", "stall_every_requests=1", "stall_s=2", "only=/res"});
+  faults->Install(*sensor, now);
+  now += 1s;
+  Ask(R"({"id":1,"method":"read","uri":"/res"})");
+  EXPECT_EQ(faults->NextDue(), now + 5s);
+  EXPECT_EQ(Call("/faults/stall", R"({"seconds":10})").status, 1);
+  EXPECT_EQ(faults->NextDue(), now + 13s + 50ms);
+  const Time due = faults->NextDue();
+  EXPECT_EQ(Call("/faults/stall", R"({"seconds":1})").status, 1);  // within the longer one
+  EXPECT_EQ(faults->NextDue(), due);
+  now = due;
+  faults->Step(now);
+  EXPECT_EQ(faults->NextDue(), now + 5s);
+}
+
+TEST_F(SessionCoreTest, LogTellsWhichRequestWasCutOrWhoseAnswerIsDestroyed) {
+  std::string lines;
+  log = Log(LogLevel::Debug, [&](std::string_view line) { lines += line; });
+  const std::pair<const char*, const char*> faultsAndFates[] = {
+      {"cut_every_requests=1", "tester read /res -> cut on purpose\n"},
+      {"lose=1", "tester read /res -> 1, lost on purpose\n"},
+      {"garbage=1", "tester read /res -> 1, garbled on purpose\n"},
+      {"truncate=1", "tester read /res -> 1, cut short on purpose\n"}};
+  for (const auto& [fault, fate] : faultsAndFates) {
+    Restart({fault});
+    lines.clear();
+    Ask(R"({"id":1,"method":"read","uri":"/res"})");
+    EXPECT_NE(lines.find(fate), std::string::npos) << lines;
+    std::string restFate = fate;
+    restFate.replace(restFate.find("read"), 4, "GET");
+    if (const auto status = restFate.find("> 1"); status != std::string::npos) {
+      restFate.replace(status, 3, "> 200");
+    }
+    RestDoor(*sensor, *faults, limits, log).Handle({"GET", "/vyrn/v1/resources/res", ""}, "tester", now);
+    EXPECT_NE(lines.find(restFate), std::string::npos) << lines;
+  }
 }
 
 TEST_F(SessionCoreTest, RefusedStartIsBusy) {

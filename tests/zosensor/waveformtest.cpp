@@ -136,6 +136,9 @@ TEST(Waveform, WrongDescriptionsNameThePlaceAndTheReason) {
       {R"({"wave":"cycle"})", "/values", "at least one value"},
       {R"({"wave":"counter","start":-1})", "/start", "whole number"},
       {R"({"wave":"follow"})", "", "\"source\" is missing"},
+      {R"({"wave":"walk","phase":0.5})", "/phase", "unknown member \"phase\""},
+      {R"({"wave":"noise","phase":0.5})", "/phase", "unknown member \"phase\""},
+      {R"({"wave":"noise","period_s":5})", "/period_s", "unknown member \"period_s\""},
       {R"({"wave":"sine","integer":1})", "/integer", "true or false"},
   };
   for (const auto& each : cases) {

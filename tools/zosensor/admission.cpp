@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -30,10 +31,15 @@ std::optional<std::string_view> AuthorityOf(std::string_view target) {
   return rest.substr(0, rest.find_first_of("/?"));
 }
 
+RestAnswer Refuse(const Site& site, const std::string& peer, unsigned status, std::string reason) {
+  site.log.Warning("{} -> {}: {}", peer, status, reason);
+  return RestDoor::Refuse(status, "", std::move(reason));
+}
+
 std::optional<RestAnswer> RefuseHost(std::string_view named, const Site& site, const std::string& peer) {
   const auto host = HostOf(named);
   if (!host) {
-    return RestDoor::Refuse(400, "", "the request names no host that there could be");
+    return Refuse(site, peer, 400, "the request names no host that there could be");
   }
   if (IsHostAllowed(*host, site.onLoopback, site.limits.allowedOrigins)) {
     return std::nullopt;
@@ -49,7 +55,7 @@ std::optional<RestAnswer> RefuseHosts(const RequestHeader& header, const Site& s
                                       const std::string& peer) {
   const auto count = header.count(http::field::host);
   if (count > 1 || (count == 0 && header.version() >= 11)) {  // the first version of HTTP did not know it
-    return RestDoor::Refuse(400, "", "a request has one Host header");
+    return Refuse(site, peer, 400, "a request has one Host header");
   }
   std::optional<RestAnswer> refusal;
   if (count == 1) {
@@ -77,7 +83,8 @@ std::optional<RestAnswer> RefuseRequest(const RequestHeader& header, const Site&
     return refusal;
   }
   const std::string_view origin = View(header[http::field::origin]);
-  if (!IsOriginAllowed(origin, local.address().to_string(), local.port(), site.limits.allowedOrigins)) {
+  if (!IsOriginAllowed(origin, Unmapped(local.address()).to_string(), local.port(),
+                       site.limits.allowedOrigins)) {
     site.log.Warning("{} comes from a page of {}, which is refused", peer, origin);
     return RestDoor::Refuse(403, "", "this origin is not allowed; see --allow-origin");
   }
@@ -90,11 +97,11 @@ std::optional<RestAnswer> RefuseRequest(const RequestHeader& header, const Site&
 
 SessionEntry JudgeUpgrade(const RequestHeader& header, const Site& site, const std::string& peer) {
   const std::string_view target = View(header.target());
-  if (target.substr(0, target.find('?')) != SessionTarget) {
-    return {RestDoor::Refuse(404, "", fmt::format("sessions are opened at {}", SessionTarget))};
+  if (RestDoor::TargetPath(target) != SessionTarget) {
+    return {Refuse(site, peer, 404, fmt::format("sessions are opened at {}", SessionTarget))};
   }
   if (View(header[http::field::sec_websocket_version]) != "13") {
-    return {RestDoor::Refuse(426, "", "sessions speak WebSocket, version 13")};
+    return {Refuse(site, peer, 426, "sessions speak WebSocket, version 13")};
   }
   // A client may spread its offer over several lines.
   const auto [firstLine, lastLine] = header.equal_range(http::field::sec_websocket_protocol);
@@ -106,7 +113,7 @@ SessionEntry JudgeUpgrade(const RequestHeader& header, const Site& site, const s
     }
   }
   if (offers && !known) {
-    return {RestDoor::Refuse(400, "", fmt::format("the subprotocol here is {}", SessionProtocol))};
+    return {Refuse(site, peer, 400, fmt::format("the subprotocol here is {}", SessionProtocol))};
   }
   if (site.sessions >= site.limits.maxClients) {
     site.log.Warning("{} is refused: {} sessions are open already", peer, site.sessions);

@@ -20,6 +20,10 @@ void AddLimits(CLI::App& app, Limits& limits) {
       ->check(CLI::Range(std::size_t{2}, std::size_t{256}))
       ->capture_default_str()
       ->group(group);
+  app.add_option("--max-values", limits.maxValues, "Values of one request, and of one content")
+      ->check(CLI::Range(std::size_t{16}, std::size_t{100000000}))
+      ->capture_default_str()
+      ->group(group);
   app.add_option("--max-clients", limits.maxClients, "Sessions at once")
       ->check(CLI::Range(std::size_t{1}, std::size_t{10000}))
       ->capture_default_str()

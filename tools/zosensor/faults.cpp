@@ -181,7 +181,7 @@ void FaultController::Install(Sensor& sensor, Time now) {
   sensor.AddPermanent(std::move(cut), now);
 
   auto stall = MakeMethod("/faults/stall");
-  stall->callHook = [this](const ZoJson& argument, Time) {
+  stall->callHook = [this](const ZoJson& argument, Time then) {
     double seconds = settings.stallS;
     if (argument.HasKey("seconds")) {
       const ZoJson value = argument.At("seconds");
@@ -191,7 +191,7 @@ void FaultController::Install(Sensor& sensor, Time now) {
       return Answer::Failure(Status::WrongKind,
                              fmt::format("\"seconds\" must lie between 0 and {}", LongestSeconds));
     }
-    stallAll(AnswerFirst, SecondsToDuration(seconds));
+    Stall(AnswerFirst, SecondsToDuration(seconds), then);
     return Answer::Success(ZoJson());
   };
   sensor.AddPermanent(std::move(stall), now);
@@ -217,10 +217,14 @@ std::shared_ptr<Resource> FaultController::MakeMethod(const char* path) {
 }
 
 void FaultController::Apply(const FaultSettings& next, Time now) {
-  settings = next;
+  const FaultSettings before = std::exchange(settings, next);
   only = Pattern::Parse(settings.only);
-  nextCut = After(now, settings.cutEveryS);
-  nextStall = After(now, settings.stallEveryS);
+  if (settings.cutEveryS != before.cutEveryS) {
+    nextCut = After(now, settings.cutEveryS);
+  }
+  if (settings.stallEveryS != before.stallEveryS) {
+    nextStall = After(std::max(now, stallEnd), settings.stallEveryS);
+  }
 }
 
 bool FaultController::Concerns(std::string_view path) const {
@@ -246,9 +250,21 @@ void FaultController::Step(Time now) {
     cutAll(Duration::zero());
   }
   if (nextStall <= now) {
-    nextStall = After(now, settings.stallEveryS + settings.stallS);
-    stallAll(Duration::zero(), StallTime());
+    Stall(Duration::zero(), StallTime(), now);
   }
+}
+
+void FaultController::Stall(Duration delay, Duration length, Time now) {
+  stallEnd = std::max(stallEnd, now + delay + length);
+  nextStall = After(stallEnd, settings.stallEveryS);
+  stallAll(delay, length);
+}
+
+std::string_view Fate(const FaultPlan& plan) {
+  return plan.lose       ? ", lost on purpose"
+         : plan.garbage  ? ", garbled on purpose"
+         : plan.truncate ? ", cut short on purpose"
+                         : "";
 }
 
 }  // namespace ZoSensor

@@ -58,6 +58,9 @@ struct FaultPlan {
   std::uint64_t flavour = 0;  // which garbage
 };
 
+// What becomes of an answer that does not arrive as it is, for the log; empty for one that does.
+std::string_view Fate(const FaultPlan& plan);
+
 // One connection's dice. Each roll takes as many numbers whatever the settings are: a run with one seed and
 // one order of requests repeats itself, also when shares change.
 class FaultDice {
@@ -101,6 +104,8 @@ class FaultController {
   std::function<void(Duration delay)> cutAll = [](Duration) {};
   std::function<void(Duration delay, Duration length)> stallAll = [](Duration, Duration) {};
 
+  // Begins a stall after a delay. All of them begin here: the next one by the clock counts from the end of the last.
+  void Stall(Duration delay, Duration length, Time now);
   Duration StallTime() const { return SecondsToDuration(settings.stallS); }
 
  private:
@@ -114,6 +119,7 @@ class FaultController {
   std::uint64_t allRequests = 0;
   Time nextCut = Never;
   Time nextStall = Never;
+  Time stallEnd{};  // of the last one
 };
 
 }  // namespace ZoSensor

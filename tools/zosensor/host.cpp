@@ -40,11 +40,15 @@ std::optional<std::string> HostOfOrigin(std::string_view origin) {
 
 }  // namespace
 
-bool IsLoopback(const ip::address& address) {
+ip::address Unmapped(const ip::address& address) {
   if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-    return ip::make_address_v4(ip::v4_mapped, address.to_v6()).is_loopback();
+    return ip::make_address_v4(ip::v4_mapped, address.to_v6());
   }
-  return address.is_loopback();
+  return address;
+}
+
+bool IsLoopback(const ip::address& address) {
+  return Unmapped(address).is_loopback();
 }
 
 std::optional<std::string> HostOf(std::string_view authority) {

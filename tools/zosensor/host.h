@@ -14,6 +14,9 @@
 
 namespace ZoSensor {
 
+// An IPv4 address that is spelled as an IPv6 one, as a socket for both has them, as itself; others as they are.
+boost::asio::ip::address Unmapped(const boost::asio::ip::address& address);
+
 bool IsLoopback(const boost::asio::ip::address& address);
 
 // The host of a text such as "localhost:3600" or "[::1]": in lower case, an IPv6 address without its

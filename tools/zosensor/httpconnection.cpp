@@ -1,5 +1,6 @@
 #include "tools/zosensor/httpconnection.h"
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -37,9 +38,10 @@ std::string_view View(beast::string_view text) {
 
 class HttpConnection final : public Connection, public std::enable_shared_from_this<HttpConnection> {
  public:
-  HttpConnection(Site& connectionSite, GatedSocket::Socket tcpSocket, std::string peerName)
+  HttpConnection(Site& connectionSite, GatedSocket::Socket tcpSocket, std::string peerName, bool isWelcome)
       : site(connectionSite),
         peer(std::move(peerName)),
+        welcome(isWelcome),
         socket(std::in_place, std::move(tcpSocket), site.gate),
         idleTimer(site.io),
         delayTimer(site.io),
@@ -80,6 +82,11 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     const auto& header = parser->get();
     version = header.version();
     head = header.method() == http::verb::head;
+    first = false;
+    if (!welcome) {
+      Finish(RestDoor::Refuse(503, "", "too many connections are open"), false);
+      return;
+    }
     const auto local = socket->Tcp().local_endpoint(error);
     if (error) {
       End();
@@ -93,7 +100,8 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
       Upgrade();
       return;
     }
-    if (beast::iequals(header[http::field::expect], "100-continue")) {
+    // A client of HTTP/1.0 knows no answer before the answer.
+    if (version >= 11 && beast::iequals(header[http::field::expect], "100-continue")) {
       static constexpr std::string_view Continue = "HTTP/1.1 100 Continue\r\n\r\n";
       asio::async_write(*socket, asio::buffer(Continue),
                         [self = shared_from_this()](ErrorCode written, std::size_t) {
@@ -114,16 +122,20 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
 
   void RefuseUnreadable(ErrorCode error) {
     if (error == http::error::body_limit || error == http::error::buffer_overflow) {
-      Finish(RestDoor::Refuse(413, "", fmt::format("a body holds at most {} bytes", site.limits.maxMessage)),
-             false);
+      RefuseBroken(413, fmt::format("a body holds at most {} bytes", site.limits.maxMessage));
     } else if (error == http::error::header_limit) {
-      Finish(RestDoor::Refuse(431, "", "the header is too large"), false);
+      RefuseBroken(431, "the header is too large");
     } else if (error.category() == make_error_code(http::error::bad_method).category() &&
                error != http::error::end_of_stream && error != http::error::partial_message) {
-      Finish(RestDoor::Refuse(400, "", fmt::format("this is no HTTP: {}", error.message())), false);
+      RefuseBroken(400, fmt::format("this is no HTTP: {}", error.message()));
     } else {
       End();
     }
+  }
+
+  void RefuseBroken(unsigned status, std::string reason) {
+    site.log.Warning("{} -> {}: {}", peer, status, reason);
+    Finish(RestDoor::Refuse(status, "", std::move(reason)), false);
   }
 
   void Upgrade() {
@@ -149,13 +161,15 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     const auto request = parser->release();
     origin = View(request[http::field::origin]);
     if (request.method() == http::verb::options) {
+      site.log.Debug("{} OPTIONS {} -> 204", peer, View(request.target()));
       RestAnswer answer;
       answer.status = 204;
       answer.allow = RestDoor::Methods;
       Finish(std::move(answer), request.keep_alive());
       return;
     }
-    if (View(request.target()) == SessionTarget) {
+    if (RestDoor::TargetPath(View(request.target())) == SessionTarget) {
+      site.log.Debug("{} {} {} -> 426", peer, View(request.method_string()), View(request.target()));
       Finish(RestDoor::Refuse(426, "", "sessions speak WebSocket"), request.keep_alive());
       return;
     }
@@ -174,7 +188,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
       return;
     }
     if (answer.disturbance == Disturbance::Stall) {
-      site.faults.stallAll(Duration::zero(), site.faults.StallTime());
+      site.faults.Stall(Duration::zero(), site.faults.StallTime(), Clock::now());
     }
     if (answer.plan.latency <= Duration::zero()) {
       Finish(std::move(answer), keepAlive);
@@ -276,7 +290,8 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
   // Counts the time in which the client does nothing. What the sensor takes for an answer is not its fault.
   void AwaitIdleness() {
     bytesSeen = socket->Transferred();
-    idleTimer.expires_after(site.limits.idleTime);
+    idleTimer.expires_after(first ? std::min(site.limits.firstRequestTime, site.limits.idleTime)
+                                  : site.limits.idleTime);
     AwaitExpiry();
   }
 
@@ -320,6 +335,7 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
 
   Site& site;
   const std::string peer;
+  const bool welcome;                 // otherwise there are too many connections
   std::optional<GatedSocket> socket;  // gone once a session has it
   Timer idleTimer, delayTimer;
   RestDoor door;
@@ -334,17 +350,18 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
   bool transferring = false;  // a body or an answer, which may take long as long as it moves
   unsigned version = 11;
   bool head = false;
+  bool first = true;  // no request has come yet
 };
 
 }  // namespace
 
-void StartHttpConnection(Site& site, GatedSocket::Socket socket) {
+void StartHttpConnection(Site& site, GatedSocket::Socket socket, bool welcome) {
   ErrorCode error;
   socket.set_option(asio::ip::tcp::no_delay(true), error);
   const auto remote = socket.remote_endpoint(error);
   std::string peer = error ? "somebody" : fmt::format("{}:{}", remote.address().to_string(), remote.port());
   site.log.Debug("{} connects", peer);
-  std::make_shared<HttpConnection>(site, std::move(socket), std::move(peer))->Start();
+  std::make_shared<HttpConnection>(site, std::move(socket), std::move(peer), welcome)->Start();
 }
 
 }  // namespace ZoSensor

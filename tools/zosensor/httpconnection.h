@@ -7,6 +7,7 @@
 
 namespace ZoSensor {
 
-void StartHttpConnection(Site& site, GatedSocket::Socket socket);
+// welcome: otherwise its first request is answered by 503, and it ends.
+void StartHttpConnection(Site& site, GatedSocket::Socket socket, bool welcome);
 
 }  // namespace ZoSensor

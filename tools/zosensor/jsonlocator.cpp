@@ -1,7 +1,9 @@
 #include "tools/zosensor/jsonlocator.h"
 
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "zovyrnsdk/json/zojson.h"
 
@@ -109,6 +111,30 @@ TextPosition PositionOf(std::string_view text, std::size_t offset) {
     }
   }
   return position;
+}
+
+std::optional<std::size_t> FindDuplicateName(std::string_view text) {
+  std::vector<std::set<std::string>> names;  // of each container around; none of an array
+  Walker walker(text, 0);
+  while (!walker.End()) {
+    const char c = walker.Look();
+    if (c == '"') {
+      const std::size_t start = walker.Offset();
+      const std::string_view taken = walker.TakeString();
+      if (walker.Look() == ':' &&
+          !names.back().insert(ZoJson::ParseString(taken).Get<std::string>()).second) {
+        return start;
+      }
+      continue;
+    }
+    if (c == '{' || c == '[') {
+      names.emplace_back();
+    } else if (c == '}' || c == ']') {
+      names.pop_back();
+    }
+    walker.Step();
+  }
+  return std::nullopt;
 }
 
 TextPosition LocateValue(std::string_view text, const ZoJsonPointer& pointer) {

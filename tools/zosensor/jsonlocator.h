@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 #include "zovyrnsdk/json/zojsonpointer.h"
@@ -16,6 +17,9 @@ struct TextPosition {
 
 // The position of a byte.
 TextPosition PositionOf(std::string_view text, std::size_t offset);
+
+// The offset of the first name that its object has already, in a valid JSON text.
+std::optional<std::size_t> FindDuplicateName(std::string_view text);
 
 // Where the value at pointer begins in a valid JSON text; of what is missing, the closest container around
 // it.

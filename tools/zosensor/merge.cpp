@@ -108,11 +108,13 @@ class Merger {
     for (ZoJsonIterator it(patch); it.Valid(); it.Next()) {
       path.emplace_back(it.Key());
       const ZoJsonPointer member = ZoJsonPointer::Member(it.Key());
-      if (content.IsArray() ? !IsElement(it.Key(), content.Size()) : !content.HasKey(member)) {
+      const ZoJson* const old =
+          content.IsArray() && !IsElement(it.Key(), content.Size()) ? nullptr : content.Find(member);
+      if (old == nullptr) {
         Refuse(Status::NotFound,
                fmt::format("there is no {} at {}", content.IsArray() ? "element" : "member", PathText()));
       }
-      result.Set(member, Meet(content.At(member), it.Value()));
+      result.Set(member, Meet(*old, it.Value()));
       path.pop_back();
     }
     return result;
@@ -130,29 +132,54 @@ class Merger {
     }
   }
 
+  // The value with integers where they are declared.
   ZoJson Conform(const ZoJson& value) {
-    if (rules.integers.empty()) {
-      return value;
-    }
-    if (value.IsNumber()) {
-      return ConformNumber(value);
-    }
     ZoJson result = value;
-    std::size_t index = 0;
-    for (ZoJsonIterator it(value); it.Valid(); it.Next(), ++index) {
-      path.push_back(value.IsArray() ? std::to_string(index) : std::string(it.Key()));
-      result.Set(ZoJsonPointer::Member(path.back()), Conform(it.Value()));
-      path.pop_back();
+    for (const ZoJsonPointer& top : rules.integers) {
+      if (LiesAtOrBelow(path, top)) {
+        return Integers(value).value_or(value);
+      }
+      if (!LiesAbove(path, top)) {
+        continue;
+      }
+      const std::size_t depth = path.size();
+      ZoJsonPointer below;
+      for (std::size_t i = depth; i < top.Segments().size(); ++i) {
+        path.push_back(top.Segments()[i].name);
+        below = ZoJsonPointer::Combine(below, ZoJsonPointer::Member(path.back()));
+      }
+      if (const ZoJson* const part = result.Find(below)) {
+        if (auto whole = Integers(*part)) {
+          result.Set(below, *std::move(whole));
+        }
+      }
+      path.resize(depth);
     }
     return result;
   }
 
-  ZoJson ConformNumber(const ZoJson& value) const {
-    const bool declared = std::any_of(rules.integers.begin(), rules.integers.end(),
-                                      [&](const auto& top) { return LiesAtOrBelow(path, top); });
-    if (!declared) {
-      return value;
+  // The value with its whole floats as integers; nothing where there are none, which costs the look at each part alone.
+  std::optional<ZoJson> Integers(const ZoJson& value) {
+    if (value.IsFloat()) {
+      return Integer(value);
     }
+    std::optional<ZoJson> result;
+    std::size_t index = 0;
+    for (ZoJsonIterator it(value); it.Valid(); it.Next(), ++index) {
+      if (it.Value().IsPrimitive() && !it.Value().IsFloat()) {
+        continue;
+      }
+      inside.push_back({it.Key(), index, value.IsArray()});
+      if (auto part = Integers(it.Value())) {
+        result = result ? std::move(result) : value;
+        result->Set(ZoJsonPointer::Member(inside.back().Name()), *std::move(part));
+      }
+      inside.pop_back();
+    }
+    return result;
+  }
+
+  ZoJson Integer(const ZoJson& value) const {
     std::optional<ZoJson> whole = AsInteger(value);
     if (!whole) {
       Refuse(Status::WrongKind, fmt::format("{} holds an integer, {} is none", PathText(), value.ToString()));
@@ -165,18 +192,30 @@ class Merger {
   }
 
   std::string PathText() const {
-    if (path.empty()) {
+    if (path.empty() && inside.empty()) {
       return "the resource itself";
     }
     std::string text = "\"";
     for (const std::string& name : path) {
       text += "/" + name;
     }
+    for (const Step& step : inside) {
+      text += "/" + step.Name();
+    }
     return text + "\"";
   }
 
+  // One level down, its name made only when somebody asks.
+  struct Step {
+    std::string_view key;
+    std::size_t index;
+    bool element;
+    std::string Name() const { return element ? std::to_string(index) : std::string(key); }
+  };
+
   const WriteRules& rules;
   Path path;
+  std::vector<Step> inside;  // of the value that replaces what is at the path
 };
 
 }  // namespace

@@ -14,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/zosensor/faults.h"
 #include "tools/zosensor/jsonlocator.h"
 #include "tools/zosensor/memberreader.h"
 #include "zovyrnsdk/json/zojsoniterator.h"
@@ -97,8 +98,58 @@ void ReadWaves(MemberReader& reader, Resource& resource) {
     if (!resource.Content().HasKey(member)) {
       throw DescriptionError(place, fmt::format("the content has nothing at \"{}\"", member.ToString()));
     }
+    for (const Drive& drive : resource.Drives()) {
+      if (drive.member == member) {
+        throw DescriptionError(place, fmt::format("\"{}\" has a waveform already", member.ToString()));
+      }
+    }
     resource.AddDrive(std::move(member), MakeWaveform(it.Value(), place));
   }
+}
+
+bool HoldsFraction(const ZoJson& value) {
+  bool found = value.IsFloat();
+  for (ZoJsonIterator it(value); it.Valid() && !found; it.Next()) {
+    found = HoldsFraction(it.Value());
+  }
+  return found;
+}
+
+void ReadIntegers(MemberReader& reader, Resource& resource) {
+  resource.rules.integers = reader.Pointers("integers", resource.Content());
+  std::size_t index = 0;
+  for (const ZoJsonPointer& pointer : resource.rules.integers) {
+    const ZoJson value = resource.Content().At(pointer);
+    if (value.IsString() || value.IsBoolean() || HoldsFraction(value)) {
+      throw DescriptionError(
+          ZoJsonPointer::Combine(reader.Place("integers"), ZoJsonPointer::Member(std::to_string(index))),
+          fmt::format("what is at \"{}\" is no integer, or holds a number that is none", pointer.ToString()));
+    }
+    ++index;
+  }
+}
+
+// Whether a waveform may follow what is at a place of a content: a number or a boolean, or what may become one.
+bool CanBeFollowed(const Resource& source, const ZoJsonPointer& at) {
+  const std::string text = at.ToString() + "/";
+  for (const Drive& drive : source.Drives()) {
+    if (text.starts_with(drive.member.ToString() + "/")) {
+      return true;
+    }
+  }
+  const ZoJson* const value = source.Content().Find(at);
+  return value != nullptr && (value->IsNumber() || value->IsBoolean() || value->IsNull());
+}
+
+// The resources that every sensor has beside those of the file, for what may be said of them.
+std::shared_ptr<Resource> OwnResource(const std::string& path) {
+  if (path == "/faults") {
+    return std::make_shared<Resource>(path, FaultSettings().ToJson());
+  }
+  if (path == "/system") {
+    return std::make_shared<Resource>(path, ZoJson::ParseString(R"({"state": 1, "uptime_ms": 0})"));
+  }
+  return nullptr;
 }
 
 // A wave may not make the member of another one vanish.
@@ -166,8 +217,13 @@ class DescriptionReader {
  private:
   void ReadRange(std::string_view key, const ZoJson& value, const ZoJsonPointer& where) {
     const PathRange range = ParsePathRange(key, where);
-    for (std::uint64_t number = range.first; number <= range.last; ++number) {
-      const std::string path = range.Path(number);
+    for (std::uint64_t offset = 0; offset <= range.last - range.first;
+         ++offset) {  // the last may be the highest number
+      if (range.many && ++copies > MostCopies) {
+        throw DescriptionError(where,
+                               fmt::format("all ranges together make at most {} resources", MostCopies));
+      }
+      const std::string path = range.Path(range.first + offset);
       if (!IsPlainPath(path)) {
         throw DescriptionError(where, "the URI of a resource holds no *");
       }
@@ -175,11 +231,11 @@ class DescriptionReader {
           Pattern{"/faults", true, true}.Matches(path)) {
         throw DescriptionError(where, fmt::format("{} belongs to every sensor", path));
       }
-      if (hasContent.contains(path)) {
+      if (byPath.contains(path)) {
         throw DescriptionError(where, fmt::format("{} is there already", path));
       }
       planned.push_back(ReadOne(path, value, where));
-      hasContent[path] = planned.back().resource->hasContent;
+      byPath[path] = planned.back().resource;
     }
     CollectReferences(value, where);
   }
@@ -192,20 +248,27 @@ class DescriptionReader {
     if (resource.HasKey("waves")) {
       for (ZoJsonIterator it(resource.At("waves")); it.Valid(); it.Next()) {
         if (it.Value().HasKey("source")) {
+          const ZoJsonPointer wave = below(below(where, "waves"), it.Key());
+          const std::string at =
+              it.Value().HasKey("at") ? it.Value().At("at").Get<std::string>() : FollowedByDefault;
           references.push_back({Uri::Parse(it.Value().At("source").Get<std::string>()).path,
-                                below(below(below(where, "waves"), it.Key()), "source"), false});
+                                below(wave, "source"), false, ZoJsonPointer(at), below(wave, "at")});
         }
       }
     }
     const ZoJson call = resource.HasKey("call") ? resource.At("call") : ZoJson();
     const ZoJsonPointer callPlace = below(where, "call");
     if (call.HasKey("merge_into") && call.At("merge_into").ToString() != "\"\"") {
-      references.push_back(
-          {Uri::Parse(call.At("merge_into").Get<std::string>()).path, below(callPlace, "merge_into"), true});
+      references.push_back({Uri::Parse(call.At("merge_into").Get<std::string>()).path,
+                            below(callPlace, "merge_into"),
+                            true,
+                            {},
+                            {}});
     }
     if (call.HasKey("set")) {
       for (ZoJsonIterator it(call.At("set")); it.Valid(); it.Next()) {
-        references.push_back({Uri::Parse(it.Key()).path, below(below(callPlace, "set"), it.Key()), true});
+        references.push_back(
+            {Uri::Parse(it.Key()).path, below(below(callPlace, "set"), it.Key()), true, {}, {}});
       }
     }
   }
@@ -213,14 +276,20 @@ class DescriptionReader {
   // Once everything is read: a resource may be named before the place that defines it.
   void CheckReferences() const {
     for (const Reference& reference : references) {
-      const auto found = hasContent.find(reference.path);
-      const bool own = reference.path == "/system" || reference.path == "/faults";
-      if (found == hasContent.end() && (reference.updates || !own)) {
+      const auto found = byPath.find(reference.path);
+      const auto named = found != byPath.end() ? found->second
+                         : reference.updates   ? nullptr
+                                               : OwnResource(reference.path);
+      if (named == nullptr) {
         throw DescriptionError(reference.place, fmt::format("there is no resource {}", reference.path));
       }
-      if (found != hasContent.end() && reference.updates && !found->second) {
+      if (!named->hasContent) {
         throw DescriptionError(reference.place,
                                fmt::format("{} is a method and has no content", reference.path));
+      }
+      if (!reference.updates && !CanBeFollowed(*named, reference.at)) {
+        throw DescriptionError(reference.atPlace, fmt::format("{} has no number at \"{}\" to be followed",
+                                                              reference.path, reference.at.ToString()));
       }
     }
   }
@@ -235,7 +304,7 @@ class DescriptionReader {
     resource.streamable = reader.Flag("stream", resource.hasContent);
     resource.period = SecondsToDuration(1 / reader.Number("rate_hz", defaultRate, LowestRate, HighestRate));
     ReadWritable(reader, resource);
-    resource.rules.integers = reader.Pointers("integers", resource.Content());
+    ReadIntegers(reader, resource);
     ReadWaves(reader, resource);
     RefuseNestedWaves(reader, resource);
     resource.measurement = reader.Flag("measurement", !resource.Drives().empty());
@@ -261,10 +330,12 @@ class DescriptionReader {
     std::string path;
     ZoJsonPointer place;
     bool updates;
+    ZoJsonPointer at, atPlace;  // what is followed
   };
 
   double defaultRate = 10;
-  std::map<std::string, bool> hasContent;  // by path
+  std::uint64_t copies = 0;  // made of ranges
+  std::map<std::string, std::shared_ptr<Resource>> byPath;
   std::vector<Reference> references;
   std::vector<PlannedResource> planned;
 };
@@ -297,6 +368,11 @@ SensorDescription ParseResources(std::string_view text, const std::string& fileN
     document = ZoJson::ParseString(text);
   } catch (const ZoJsonError& error) {
     throw ResourceFileError(SyntaxFault(fileName, error.what()));
+  }
+  if (const auto duplicate = FindDuplicateName(text)) {
+    const TextPosition position = PositionOf(text, *duplicate);
+    throw ResourceFileError(
+        fmt::format("{}:{}:{}: this name is there already", fileName, position.line, position.column));
   }
   try {
     return DescriptionReader().Read(document);

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/zosensor/jsonvalues.h"
 #include "tools/zosensor/wire.h"
 #include "zovyrnsdk/json/zojsonnesting.h"
 
@@ -75,19 +76,23 @@ RestDoor::RestDoor(Sensor& doorSensor, FaultController& faultController, const L
       dice(faultController.MakeDice()) {}
 
 std::optional<std::string> RestDoor::ResourcePath(std::string_view target) {
-  std::string_view path = PathOf(target);
-  if (!path.starts_with(Prefix)) {
+  auto path = TargetPath(target);
+  if (!path) {
+    return std::string();
+  }
+  if (!path->starts_with(Prefix)) {
     return std::nullopt;
   }
-  path.remove_prefix(Prefix.size());
-  if (path.empty()) {
+  path->erase(0, Prefix.size());
+  if (path->empty()) {
     return "/";
   }
-  if (path.front() != '/') {
-    return std::nullopt;
-  }
-  auto decoded = PercentDecode(path);
-  return decoded && IsUtf8(*decoded) ? *decoded : std::string();
+  return path->front() == '/' ? path : std::nullopt;
+}
+
+std::optional<std::string> RestDoor::TargetPath(std::string_view target) {
+  auto decoded = PercentDecode(PathOf(target));
+  return decoded && IsUtf8(*decoded) ? decoded : std::nullopt;
 }
 
 RestAnswer RestDoor::Refuse(unsigned status, std::string_view uri, std::string reason) {
@@ -108,6 +113,7 @@ RestAnswer RestDoor::Handle(const RestRequest& request, const std::string& peer,
     return Refuse(400, "", "the target is no percent-encoded UTF-8");
   }
   if (!Known(request.method)) {
+    log.Debug("{} {} {} -> 405", peer, request.method, *path);
     // Not by its name: that need not be UTF-8, and the answer must.
     RestAnswer refusal = Refuse(405, *path, fmt::format("the methods here are {}", Methods));
     refusal.allow = Methods;
@@ -118,6 +124,7 @@ RestAnswer RestDoor::Handle(const RestRequest& request, const std::string& peer,
     result.disturbance = faults.Count(requests);
     result.plan = dice.Roll(faults.Settings());
     if (result.disturbance == Disturbance::Cut) {
+      log.Debug("{} {} {} -> cut on purpose", peer, request.method, *path);
       return result;
     }
   }
@@ -131,8 +138,8 @@ RestAnswer RestDoor::Handle(const RestRequest& request, const std::string& peer,
   result.body = ResponseText("", *path, answer);
   result.plan.latency += answer.delay;
   sensor.CompleteAt(now + result.plan.latency, answer);
-  log.Debug("{} {} {} -> {}{}", peer, request.method, *path, result.status,
-            answer.error.empty() ? "" : ": " + answer.error);
+  log.Debug("{} {} {} -> {}{}{}", peer, request.method, *path, result.status,
+            answer.error.empty() ? "" : ": " + answer.error, Fate(result.plan));
   return result;
 }
 
@@ -157,6 +164,10 @@ Answer RestDoor::Dispatch(const RestRequest& request, const std::string& path, T
   if (JsonNesting(request.body) >= limits.maxDepth) {
     return Answer::Failure(Status::TooLarge,
                            fmt::format("a body nests less than {} levels", limits.maxDepth));
+  }
+  if (HoldsMoreValues(request.body, limits.maxValues)) {
+    return Answer::Failure(Status::TooLarge,
+                           fmt::format("a request holds at most {} values", limits.maxValues));
   }
   try {
     if (!request.body.empty()) {

@@ -40,6 +40,10 @@ class RestDoor {
   // An answer of the door itself: the response document of a failure.
   static RestAnswer Refuse(unsigned status, std::string_view uri, std::string reason);
 
+  // The path of a target in origin form or absolute form, without its query and percent-decoded. Nothing for one that
+  // cannot be decoded.
+  static std::optional<std::string> TargetPath(std::string_view target);
+
   // The resource that a target names, percent-decoding done. Nothing for one outside the door; an empty text
   // for one that cannot be decoded.
   static std::optional<std::string> ResourcePath(std::string_view target);

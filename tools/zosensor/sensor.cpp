@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "tools/zosensor/jsonvalues.h"
+
 namespace ZoSensor {
 namespace {
 
@@ -12,6 +14,8 @@ constexpr const char* Root = "/";
 constexpr const char* System = "/system";
 // Between two notifications of the list of all resources.
 constexpr Duration DirectorySpacing = std::chrono::milliseconds(100);
+// How long a chain of resources that follow each other is brought up to date in one go.
+constexpr int DeepestLookup = 100;
 
 }  // namespace
 
@@ -36,8 +40,11 @@ Sensor::Sensor(SensorDescription description, const Limits& sensorLimits, std::u
       });
     }
     if (planned.vanishes) {
-      lifeEvents.emplace(now + *planned.vanishes,
-                         [this, path = resource->Path()](Time then) { Take(path, then); });
+      lifeEvents.emplace(now + *planned.vanishes, [this, resource](Time then) {
+        if (store.Find(resource->Path()) == resource) {  // a client may have put another in its place
+          Take(resource->Path(), then);
+        }
+      });
     }
   }
 }
@@ -116,6 +123,9 @@ Answer Sensor::Create(const std::string& path, ZoJson content, Time now) {
                            fmt::format("the sensor holds no more than {} resources", store.Size()));
   }
   auto resource = std::make_shared<Resource>(path, std::move(content));
+  if (auto refusal = RefuseSize(path, *resource->Text())) {
+    return *std::move(refusal);
+  }
   resource->rules.everything = true;
   Insert(resource, now);
   return Answer::Success();
@@ -136,8 +146,8 @@ Answer Sensor::Update(const std::string& path, const ZoJson& patch, Time now) {
   }
   ZoJson& content = std::get<ZoJson>(merged);
   SharedText text = ShareText(content.ToString());
-  if (text->size() > limits.maxContent) {
-    return TooLarge(path);
+  if (auto refusal = RefuseSize(path, *text)) {
+    return *std::move(refusal);
   }
   if (resource->objection) {
     if (auto objection = resource->objection(content)) {
@@ -247,6 +257,7 @@ bool Sensor::Resample(Resource& resource, Time now) {
   }
   const Duration elapsed = resource.measurement ? Acquired(now) : now - born;
   const auto index = static_cast<std::uint64_t>(elapsed / resource.period);
+  sampledAt = now;
   const double seconds = ToSeconds(resource.period) * static_cast<double>(index);
   return resource.Sample({seconds, index, seed, &lookup});
 }
@@ -267,9 +278,16 @@ void Sensor::RefreshFollowers(const std::string& path, Time now) {
   });
 }
 
-Answer Sensor::TooLarge(const std::string& path) const {
-  return Answer::Failure(Status::TooLarge,
-                         fmt::format("{} would hold more than {} bytes", path, limits.maxContent));
+std::optional<Answer> Sensor::RefuseSize(const std::string& path, std::string_view text) const {
+  if (text.size() > limits.maxContent) {
+    return Answer::Failure(Status::TooLarge,
+                           fmt::format("{} would hold more than {} bytes", path, limits.maxContent));
+  }
+  if (HoldsMoreValues(text, limits.maxValues)) {
+    return Answer::Failure(Status::TooLarge,
+                           fmt::format("{} would hold more than {} values", path, limits.maxValues));
+  }
+  return std::nullopt;
 }
 
 void Sensor::Change(Resource& resource, ZoJson content, Time now, SharedText text) {
@@ -283,13 +301,21 @@ Duration Sensor::Acquired(Time now) const {
   return running ? acquiredBefore + (now - runningSince) : acquiredBefore;
 }
 
-std::optional<double> Sensor::Lookup(const std::string& path, const ZoJsonPointer& at) const {
+// What is followed shall not depend on who else looks at it. A resource that is being sampled already, because it
+// follows itself by way of others, stays as it is.
+std::optional<double> Sensor::Lookup(const std::string& path, const ZoJsonPointer& at) {
   const auto source = store.Find(path);
-  if (source == nullptr || !source->Content().HasKey(at)) {
+  if (source == nullptr) {
     return std::nullopt;
   }
-  const ZoJson value = source->Content().At(at);
-  return value.IsNumber() || value.IsBoolean() ? std::optional(value.Get<double>()) : std::nullopt;
+  if (lookupDepth < DeepestLookup) {
+    ++lookupDepth;
+    Refresh(*source, sampledAt);
+    --lookupDepth;
+  }
+  const ZoJson* const value = source->Content().Find(at);
+  return value != nullptr && (value->IsNumber() || value->IsBoolean()) ? std::optional(value->Get<double>())
+                                                                       : std::nullopt;
 }
 
 }  // namespace ZoSensor

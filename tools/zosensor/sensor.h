@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <variant>
@@ -82,14 +83,15 @@ class Sensor {
   void NotifyDirectoryLater(Time now);
   void NotifyDirectory(Time now);
   using Patches = std::vector<std::pair<std::string, ZoJson>>;
-  Answer Behave(const CallBehaviour& behaviour, const ZoJson& argument, Time now);
+  Answer Behave(const Resource& method, const ZoJson& argument, Time now);
   // The contents that patches make, or why they cannot be made.
   std::variant<std::map<std::string, ZoJson>, Answer> MergeAll(const Patches& patches);
   void RefreshAll(const Patches& patches, Time now);
   void ChangeAll(std::map<std::string, ZoJson> contents, Time now);
 
   Answer TooManyWatches() const;
-  Answer TooLarge(const std::string& path) const;
+  // Why a text may not become the content of a resource, or the result of a call, if it may not.
+  std::optional<Answer> RefuseSize(const std::string& path, std::string_view text) const;
 
   // Brings a content up to now; Refresh also notifies of the change.
   bool Resample(Resource& resource, Time now);
@@ -102,7 +104,7 @@ class Sensor {
   void Tick(const std::shared_ptr<Resource>& resource, Time now);
   void ScheduleIfWatched(const std::shared_ptr<Resource>& resource, Time now);
   Duration Acquired(Time now) const;
-  std::optional<double> Lookup(const std::string& path, const ZoJsonPointer& at) const;
+  std::optional<double> Lookup(const std::string& path, const ZoJsonPointer& at);
 
   const Limits& limits;
   const std::string name;
@@ -117,6 +119,8 @@ class Sensor {
   std::size_t pendingCalls = 0;                                                     // among the life events
   std::unordered_map<std::string, std::vector<std::weak_ptr<Resource>>> followers;  // by the path they follow
   const std::function<std::optional<double>(const std::string&, const ZoJsonPointer&)> lookup;
+  Time sampledAt{};     // the moment of the sample that is being made
+  int lookupDepth = 0;  // of samples that wait for those that they follow
   bool running = false;
   Time runningSince;
   Duration acquiredBefore{};

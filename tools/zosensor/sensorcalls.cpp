@@ -22,12 +22,17 @@ Answer Sensor::Call(const std::string& path, const ZoJson& argument, Time now) {
     return resource->callHook(argument, now);
   }
   if (resource->call) {
-    return Behave(*resource->call, argument, now);
+    return Behave(*resource, argument, now);
   }
   return Answer::Failure(Status::NotAllowed, fmt::format("{} cannot be called", path));
 }
 
-Answer Sensor::Behave(const CallBehaviour& behaviour, const ZoJson& argument, Time now) {
+Answer Sensor::Behave(const Resource& method, const ZoJson& argument, Time now) {
+  const CallBehaviour& behaviour = *method.call;
+  Answer answer = Answer::Success(behaviour.echo ? argument : behaviour.result);
+  if (auto refusal = RefuseSize(method.Path(), *answer.payload)) {
+    return *std::move(refusal);
+  }
   Patches patches = behaviour.set;
   if (!behaviour.mergeInto.empty()) {
     patches.emplace_back(behaviour.mergeInto, argument);
@@ -44,7 +49,6 @@ Answer Sensor::Behave(const CallBehaviour& behaviour, const ZoJson& argument, Ti
   if (auto* failure = std::get_if<Answer>(&merged)) {
     return std::move(*failure);
   }
-  Answer answer = Answer::Success(behaviour.echo ? argument : behaviour.result);
   answer.delay = behaviour.delay;
   if (!slow) {
     ChangeAll(std::get<0>(std::move(merged)), now);
@@ -75,8 +79,8 @@ std::variant<std::map<std::string, ZoJson>, Answer> Sensor::MergeAll(const Patch
     if (const auto* refusal = std::get_if<Refusal>(&merged)) {
       return Answer::Failure(refusal->status, fmt::format("{}: {}", path, refusal->reason));
     }
-    if (std::get<ZoJson>(merged).ToString().size() > limits.maxContent) {
-      return TooLarge(path);
+    if (auto refusal = RefuseSize(path, std::get<ZoJson>(merged).ToString())) {
+      return *std::move(refusal);
     }
     results[path] = std::get<ZoJson>(std::move(merged));
   }

@@ -25,8 +25,6 @@ using ErrorCode = boost::system::error_code;
 constexpr auto FarewellTime = std::chrono::seconds(2);
 // After an accept that failed, for want of file descriptors for example.
 constexpr auto AcceptPause = std::chrono::milliseconds(100);
-// Connections at the REST door, beside the sessions.
-constexpr std::size_t SpareConnections = 64;
 
 }  // namespace
 
@@ -106,10 +104,13 @@ class Server::Impl {
         Later(AcceptPause, [this] { Accept(); });
         return;
       }
-      if (site.connections.size() >= options.limits.maxClients + SpareConnections) {
-        log.Warning("a connection is refused: {} are open already", site.connections.size());
-      } else {
-        StartHttpConnection(site, std::move(socket));
+      const std::size_t open = site.connections.size();
+      const std::size_t most = options.limits.maxClients + options.limits.spareConnections;
+      if (open >= most) {
+        log.Warning("a connection is refused: {} are open already", open);
+      }
+      if (open < most + options.limits.spareConnections) {
+        StartHttpConnection(site, std::move(socket), open < most);
       }
       Accept();
     });

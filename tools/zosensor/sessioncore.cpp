@@ -58,7 +58,7 @@ SessionCore::~SessionCore() {
 }
 
 void SessionCore::Receive(std::string_view message, bool text, Time now) {
-  const auto request = text ? ParseRequest(message, limits.maxDepth) : std::nullopt;
+  const auto request = text ? ParseRequest(message, limits) : std::nullopt;
   if (!request) {
     log.Warning("{} sent what is no JSON object of at most {} levels ({} bytes)", peer, limits.maxDepth,
                 message.size());
@@ -70,11 +70,13 @@ void SessionCore::Receive(std::string_view message, bool text, Time now) {
   if (disturbed) {
     const Disturbance disturbance = faults.Count(requests);
     if (disturbance == Disturbance::Cut) {
+      log.Debug("{} {} {} -> cut on purpose", peer, request->method ? MethodName(*request->method) : "?",
+                request->uri);
       outlet.Cut("cut on purpose");
       return;
     }
     if (disturbance == Disturbance::Stall) {
-      faults.stallAll(Duration::zero(), faults.StallTime());
+      faults.Stall(Duration::zero(), faults.StallTime(), now);
     }
     plan = dice.Roll(faults.Settings());
   }
@@ -86,8 +88,8 @@ void SessionCore::Receive(std::string_view message, bool text, Time now) {
     answer = DispatchSafely(*request, now);
     dispatching = false;
   }
-  log.Debug("{} {} {} -> {}{}", peer, request->method ? MethodName(*request->method) : "?", request->uri,
-            answer.bare ? 1 : answer.status, answer.error.empty() ? "" : ": " + answer.error);
+  log.Debug("{} {} {} -> {}{}{}", peer, request->method ? MethodName(*request->method) : "?", request->uri,
+            answer.bare ? 1 : answer.status, answer.error.empty() ? "" : ": " + answer.error, Fate(plan));
   // The answer first: pushes that become due with it are sent after it.
   plan.latency += answer.delay;
   const Time due = now + plan.latency;
@@ -111,7 +113,7 @@ Answer SessionCore::DispatchSafely(const Request& request, Time now) {
 
 Answer SessionCore::Dispatch(const Request& request, Time now) {
   if (!request.fault.empty()) {
-    return Answer::Failure(Status::Malformed, request.fault);
+    return Answer::Failure(request.faultStatus, request.fault);
   }
   const std::string path = Uri::Parse(request.uri).path;
   if (Carries(*request.method)) {

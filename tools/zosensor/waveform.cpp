@@ -105,11 +105,7 @@ class SineWave final : public NumericWave {
 class SpanWave : public NumericWave {
  public:
   explicit SpanWave(MemberReader& reader)
-      : NumericWave(reader),
-        from(reader.Number("from", 0)),
-        to(reader.Number("to", 1)),
-        period(reader.Number("period_s", 10, ShortestPeriod, LongestPeriod)),
-        phase(reader.Number("phase", 0)) {}
+      : NumericWave(reader), from(reader.Number("from", 0)), to(reader.Number("to", 1)) {}
 
  protected:
   // 0 at from, 1 at to.
@@ -118,26 +114,39 @@ class SpanWave : public NumericWave {
     const double share = Share(moment);
     return from * (1 - share) + to * share;
   }
-  double PhaseOf(const SampleMoment& moment) const { return Phase(moment.seconds, period, phase); }
-  double Periods(const SampleMoment& moment) const { return moment.seconds / period; }
 
  private:
-  double from, to, period, phase;
+  double from, to;
 };
 
-class RampWave final : public SpanWave {
-  using SpanWave::SpanWave;
+// Of these, base of those that do so again and again.
+class PeriodicWave : public SpanWave {
+ public:
+  explicit PeriodicWave(MemberReader& reader)
+      : SpanWave(reader),
+        period(reader.Number("period_s", 10, ShortestPeriod, LongestPeriod)),
+        phase(reader.Number("phase", 0)) {}
+
+ protected:
+  double PhaseOf(const SampleMoment& moment) const { return Phase(moment.seconds, period, phase); }
+
+ private:
+  double period, phase;
+};
+
+class RampWave final : public PeriodicWave {
+  using PeriodicWave::PeriodicWave;
   double Share(const SampleMoment& moment) override { return PhaseOf(moment); }
 };
 
-class TriangleWave final : public SpanWave {
-  using SpanWave::SpanWave;
+class TriangleWave final : public PeriodicWave {
+  using PeriodicWave::PeriodicWave;
   double Share(const SampleMoment& moment) override { return 1 - std::abs(2 * PhaseOf(moment) - 1); }
 };
 
-class SquareWave final : public SpanWave {
+class SquareWave final : public PeriodicWave {
  public:
-  explicit SquareWave(MemberReader& reader) : SpanWave(reader), duty(reader.Number("duty", 0.5, 0, 1)) {}
+  explicit SquareWave(MemberReader& reader) : PeriodicWave(reader), duty(reader.Number("duty", 0.5, 0, 1)) {}
 
  private:
   double Share(const SampleMoment& moment) override { return PhaseOf(moment) < duty ? 1 : 0; }
@@ -147,9 +156,13 @@ class SquareWave final : public SpanWave {
 // Wanders between its bounds. The sum of three layers of interpolated random points: it looks like a random
 // walk, is a function of time, and cannot drift away.
 class WalkWave final : public SpanWave {
-  using SpanWave::SpanWave;
+ public:
+  explicit WalkWave(MemberReader& reader)
+      : SpanWave(reader), period(reader.Number("period_s", 10, ShortestPeriod, LongestPeriod)) {}
+
+ private:
   double Share(const SampleMoment& moment) override {
-    const double turns = Periods(moment);
+    const double turns = moment.seconds / period;
     return (4 * Layer(moment.seed, turns, 1) + 2 * Layer(moment.seed, turns * 3, 2) +
             Layer(moment.seed, turns * 11, 3)) /
            7;
@@ -162,6 +175,7 @@ class WalkWave final : public SpanWave {
     const double smooth = blend * blend * (3 - 2 * blend);
     return MixUnit(key, point) * (1 - smooth) + MixUnit(key, point + 1) * smooth;
   }
+  double period;
 };
 
 class NoiseWave final : public SpanWave {
@@ -218,7 +232,7 @@ class FollowWave final : public NumericWave {
   explicit FollowWave(MemberReader& reader)
       : NumericWave(reader),
         source(Uri::Parse(reader.RequiredText("source")).path),
-        member(reader.Text("at", "/value")),
+        member(reader.Text("at", FollowedByDefault)),
         lag(reader.Number("lag_s", 1, 0, LongestPeriod)),
         gain(reader.Number("gain", 1)),
         offset(reader.Number("offset", 0)),

@@ -34,6 +34,9 @@ class Waveform {
   virtual std::string Source() const { return {}; }
 };
 
+// Where a follower looks in its source when its description does not say.
+inline constexpr const char* FollowedByDefault = "/value";
+
 // Reads the description of a waveform. DescriptionError names the place of what is wrong.
 std::unique_ptr<Waveform> MakeWaveform(const ZoJson& description, const ZoJsonPointer& where);
 

@@ -224,7 +224,7 @@ class WebSession final : public Connection, public Outlet, public std::enable_sh
     WriteNext();
   }
 
-  // A client that is silent for two rounds in spite of a ping is gone.
+  // A client that is silent for three rounds, in spite of the pings that end the first two, is gone.
   void AwaitSilence() {
     pingTimer.expires_after(PingInterval);
     pingTimer.async_wait([self = shared_from_this()](ErrorCode error) {

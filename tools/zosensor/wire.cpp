@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/zosensor/jsonvalues.h"
 #include "tools/zosensor/standin.h"
 #include "zovyrnsdk/json/zojsonnesting.h"
 
@@ -47,12 +48,22 @@ std::string_view MethodName(Method method) {
   return MethodNames[static_cast<std::size_t>(method) - 1];
 }
 
-std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDepth) {
-  if (JsonNesting(message) > maxDepth) {
+std::optional<Request> ParseRequest(std::string_view message, const Limits& limits) {
+  if (JsonNesting(message) > limits.maxDepth) {
     return std::nullopt;
   }
   ZoJson document;
   Request request;
+  std::string outline;
+  const bool tooLarge = HoldsMoreValues(message, limits.maxValues);
+  if (tooLarge) {
+    outline = JsonOutline(message);
+    message = outline;
+    if (JsonValues(message) > limits.maxValues) {
+      // The members themselves are too many: which of them count is left open.
+      message = outline[outline.find_first_not_of(" \t\r\n")] == '{' ? "{}" : "[]";
+    }
+  }
   try {
     document = ZoJson::ParseString(message);
   } catch (const ZoJsonError& error) {
@@ -80,6 +91,10 @@ std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDep
   }
   if (const ZoJson* const payload = document.Find(PayloadMember)) {
     request.payload = *payload;
+  }
+  if (tooLarge) {
+    request.fault = fmt::format("a request holds at most {} values", limits.maxValues);
+    request.faultStatus = Status::TooLarge;
   }
   if (!request.fault.empty()) {
     return request;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "tools/zosensor/answer.h"
+#include "tools/zosensor/limits.h"
 
 namespace ZoSensor {
 
@@ -19,11 +20,13 @@ struct Request {
   std::optional<Method> method;
   std::string uri;
   std::optional<ZoJson> payload;
-  std::string fault;  // why the request is malformed; empty when it is not
+  std::string fault;  // why the request is refused as it is; empty when it is not
+  Status faultStatus = Status::Malformed;
 };
 
-// Nothing when the message is no JSON object, or nests deeper than allowed: the session is over then.
-std::optional<Request> ParseRequest(std::string_view message, std::size_t maxDepth);
+// Nothing when the message is no JSON object, or nests deeper than allowed: the session is over then. Of one that holds
+// more values than allowed only the outermost object is read, and refused.
+std::optional<Request> ParseRequest(std::string_view message, const Limits& limits);
 
 // A text as a JSON string, with its quotes.
 std::string Quote(std::string_view text);
