@@ -101,15 +101,15 @@ void FakeSensorManager::ClearCalls() {
   std::lock_guard lock(mutex);
   calls.clear();
   counts.clear();
-  questions.clear();
+  questionCount = 0;
 }
 
 std::vector<std::string> FakeSensorManager::Questions() const {
   std::lock_guard lock(mutex);
   std::vector<std::string> names;
-  for (const Question& question : questions) {
-    if (question.thread == std::this_thread::get_id()) {
-      names.emplace_back(question.name);
+  for (std::size_t i = 0; i < questionCount; ++i) {
+    if (questions[i].thread == std::this_thread::get_id()) {
+      names.emplace_back(questions[i].name);
     }
   }
   return names;
@@ -228,8 +228,8 @@ ZoJson FakeSensorManager::StopStream(const std::string& uri, bool logFailure) {
 }
 
 void FakeSensorManager::Note(const char* question) {
-  if (questions.size() < most) {
-    questions.push_back({question, std::this_thread::get_id()});
+  if (questionCount < questions.size()) {
+    questions[questionCount++] = {question, std::this_thread::get_id()};
   }
 }
 

@@ -3,6 +3,7 @@
 // Threads: any, at once. Owner: the test, or an instance made over it. Lock: one, never held during a script.
 #pragma once
 
+#include <array>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -55,14 +56,15 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   void HidePLC();
   void HideCache();
 
-  // The first ten thousand, here and of Questions; counts go on.
+  // The first ten thousand; counts go on.
   std::vector<Request> Calls() const;
   // The calls as "Verb uri".
   std::vector<std::string> CallTexts() const;
   std::size_t CallCount(const std::string& verb) const;
   bool WaitForCalls(const std::string& verb, std::size_t count) const;
   void ClearCalls();
-  // What this thread asked since the last ClearCalls of IsConnected, PLC and Cache, by name and in order.
+  // What this thread asked of IsConnected, PLC and Cache, by name and in order: of the first 256 such calls of
+  // all threads since the last ClearCalls.
   std::vector<std::string> Questions() const;
   // What Keep got, as "uri payload". The first ten thousand.
   std::vector<std::string> Kept() const;
@@ -92,7 +94,7 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
 
  private:
   struct Question {
-    const char* name;
+    const char* name = nullptr;
     std::thread::id thread;
   };
 
@@ -111,7 +113,8 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::map<std::string, Script> scripts;
   std::vector<Request> calls;
   std::map<std::string, std::size_t> counts;
-  std::vector<Question> questions;
+  std::array<Question, 256> questions{};  // needs no memory: asking must go well where new fails
+  std::size_t questionCount = 0;
   std::vector<std::string> kept;
   bool connected = true;
   bool running = false;
