@@ -186,6 +186,7 @@ TEST(ItemWorkerTimeOut, ComesAfterASecond) {
   while (shortest >= std::chrono::milliseconds(1500) && !deadline.Expired()) {
     const auto gate = std::make_shared<Gate>();
     ZoIO::ItemManager::Source source;
+    source.begin = [] {};
     source.read = [gate](const std::string&) {
       gate->Wait();
       return ZoJson(R"({"status":1,"payload":null})");
