@@ -1,5 +1,7 @@
 #include "zoiohandler/iohandler.h"
 
+#include <cstddef>
+#include <new>
 #include <utility>
 
 #include "qapi/library.h"
@@ -51,14 +53,13 @@ IoHandler& IoHandler::Instance() {
   return *handler;
 }
 
-constinit IoHandler::Instances* IoHandler::parents = nullptr;
-
-IoHandler::IoHandler() : process(qApiLib_ProcessId()), info(description) {
-  if (parents == nullptr) {
-    parents = new Instances;
-  }
-  library = ConstructLibrary();
+IoHandler::Instances& IoHandler::Parents() {
+  alignas(Instances) static std::byte place[sizeof(Instances)];
+  static Instances* const parents = new (place) Instances;
+  return *parents;
 }
+
+IoHandler::IoHandler() : process(qApiLib_ProcessId()), library(ConstructLibrary()), info(description) {}
 
 IoHandler::~IoHandler() {
   LeaveToParent();
@@ -73,11 +74,11 @@ void IoHandler::LeaveToParent() noexcept {
     return;
   }
   process = qApiLib_ProcessId();
-  parents->merge(instances);  // which needs no memory
+  Parents().merge(instances);  // which needs no memory
 }
 
 bool IoHandler::IsParents(const void* handle) {
-  return parents->contains(Key(handle));
+  return Parents().contains(Key(handle));
 }
 
 ZoVyrnClient* IoHandler::Find(const void* handle) const {

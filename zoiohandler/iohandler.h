@@ -42,7 +42,9 @@ class IoHandler {
 
   void LeaveToParent() noexcept;
 
-  static Instances* parents;  // never destroyed; where a leak checker finds them
+  // Never destroyed, made without memory, and where a leak checker finds what is in it.
+  static Instances& Parents();
+
   std::uint64_t process;
   qApiLib library = nullptr;
   ioInfo info;

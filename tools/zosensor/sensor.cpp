@@ -146,7 +146,7 @@ Answer Sensor::Update(const std::string& path, const ZoJson& patch, Time now) {
   }
   ZoJson& content = std::get<ZoJson>(merged);
   SharedText text = ShareText(content.ToString());
-  if (auto refusal = RefuseSize(path, *text)) {
+  if (auto refusal = RefuseSize(path, *text, *resource->Text())) {
     return *std::move(refusal);
   }
   if (resource->objection) {
@@ -278,12 +278,13 @@ void Sensor::RefreshFollowers(const std::string& path, Time now) {
   });
 }
 
-std::optional<Answer> Sensor::RefuseSize(const std::string& path, std::string_view text) const {
+std::optional<Answer> Sensor::RefuseSize(const std::string& path, std::string_view text,
+                                         std::string_view held) const {
   if (text.size() > limits.maxContent) {
     return Answer::Failure(Status::TooLarge,
                            fmt::format("{} would hold more than {} bytes", path, limits.maxContent));
   }
-  if (HoldsMoreValues(text, limits.maxValues)) {
+  if (HoldsMoreValues(text, limits.maxValues) && !HoldsMoreValues(held, limits.maxValues)) {
     return Answer::Failure(Status::TooLarge,
                            fmt::format("{} would hold more than {} values", path, limits.maxValues));
   }

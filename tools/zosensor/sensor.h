@@ -91,7 +91,9 @@ class Sensor {
 
   Answer TooManyWatches() const;
   // Why a text may not become the content of a resource, or the result of a call, if it may not.
-  std::optional<Answer> RefuseSize(const std::string& path, std::string_view text) const;
+  // held: what the resource holds now; one that has too many values already, from its file, stays writable.
+  std::optional<Answer> RefuseSize(const std::string& path, std::string_view text,
+                                   std::string_view held = {}) const;
 
   // Brings a content up to now; Refresh also notifies of the change.
   bool Resample(Resource& resource, Time now);

@@ -79,7 +79,7 @@ std::variant<std::map<std::string, ZoJson>, Answer> Sensor::MergeAll(const Patch
     if (const auto* refusal = std::get_if<Refusal>(&merged)) {
       return Answer::Failure(refusal->status, fmt::format("{}: {}", path, refusal->reason));
     }
-    if (auto refusal = RefuseSize(path, std::get<ZoJson>(merged).ToString())) {
+    if (auto refusal = RefuseSize(path, std::get<ZoJson>(merged).ToString(), *target->Text())) {
       return *std::move(refusal);
     }
     results[path] = std::get<ZoJson>(std::move(merged));

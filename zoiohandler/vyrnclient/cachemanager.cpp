@@ -25,8 +25,10 @@ constexpr std::uint64_t joinTimeout = 1'000'000;  // µs
 
 // Five seconds of whatever a sensor pushes may be more than a host can spare.
 constexpr std::size_t oldLimit = std::size_t{64}
-                                 << 20;             // bytes of values that are not the newest of their key
-constexpr std::size_t huge = std::size_t{1} << 20;  // bytes of a value whose memory is given back for good
+                                 << 20;  // bytes of values that are not the newest of their key
+// Of large values the allocator may keep too much.
+constexpr std::size_t huge = std::size_t{1} << 20;           // bytes of such a value
+constexpr std::size_t giveBackFrom = std::size_t{16} << 20;  // bytes of all of them
 
 }  // namespace
 
@@ -43,7 +45,7 @@ struct CacheManager::State {
   State(const State&) = delete;
   State& operator=(const State&) = delete;
   ~State() {
-    if (heldHuge) {
+    if (hugeBytes >= giveBackFrom) {
       cache.clear();
       qMemory_GiveBack();
     }
@@ -59,8 +61,8 @@ struct CacheManager::State {
       Zo::Locker held(lock);
       const long long threshold = (now - maxAge) - startTime;
       TrimAll(threshold, old);
-      giveBack = heldHuge && oldBytes < huge;
-      heldHuge = heldHuge && !giveBack;
+      giveBack = hugeBytes >= giveBackFrom && oldBytes < huge;
+      hugeBytes = giveBack ? 0 : hugeBytes;
     }
     if (giveBack) {
       old.clear();
@@ -83,7 +85,7 @@ struct CacheManager::State {
       const auto newest = std::prev(slot.history.end());
       oldBytes += (place == newest ? std::prev(newest) : place)->second.bytes;
     }
-    heldHuge = heldHuge || entry.bytes >= huge;
+    hugeBytes += entry.bytes >= huge ? entry.bytes : 0;
     slot.order = std::max(slot.order, order);
     slot.version.fetch_add(1, std::memory_order_release);
     if (slot.history.size() >= 2 && !slot.listed) {
@@ -141,8 +143,8 @@ struct CacheManager::State {
   std::map<std::string, Slot> cache Q_GUARDED_BY(lock);  // slots stay where they are
   std::vector<Slot*> several
       Q_GUARDED_BY(lock);  // the slots that hold two values or more: trimming looks at no others
-  std::size_t oldBytes Q_GUARDED_BY(lock) = 0;  // of all that are not the newest of their slot
-  bool heldHuge Q_GUARDED_BY(lock) = false;     // since memory was given back
+  std::size_t oldBytes Q_GUARDED_BY(lock) = 0;   // of all that are not the newest of their slot
+  std::size_t hugeBytes Q_GUARDED_BY(lock) = 0;  // that came since memory was given back
   std::atomic<bool> running = false;
 };
 

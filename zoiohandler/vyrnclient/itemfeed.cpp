@@ -76,7 +76,6 @@ void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item) {
   if (item.slot != nullptr && CacheManager::Version(*item.slot) == item.seen && item.clockRun == clockRun) {
     return;
   }
-  item.clockRun = clockRun;
   try {
     if (item.slot == nullptr) {
       item.slot = cache->Find(item.uri);
@@ -89,9 +88,11 @@ void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item) {
       TakeValue(item, element);
     }
     item.seen = lastVersion;
+    item.clockRun = clockRun;
   } catch (const ZoJsonError&) {
     item.type = enumtype_invalid;
     item.seen = lastVersion;
+    item.clockRun = clockRun;
   } catch (const CacheError&) {
     item.type = enumtype_invalid;
   } catch (const std::exception&) {

@@ -10,39 +10,76 @@ namespace {
 
 constexpr std::chrono::milliseconds passPatience{20};  // for all answers of a pass
 constexpr std::chrono::microseconds requestLimit{3'000'000};
+constexpr std::size_t window = 128;  // requests under way
 
 }  // namespace
 
 void RetryReads::BeginPass() {
   ++pass;
+  if (!std::exchange(turnedAway, false)) {
+    ++turn;  // all had theirs
+  }
   passEnd = Clock::now() + passPatience;
-  for (auto each = underWay.begin(); each != underWay.end();) {
-    if (each->second.pass + 1 < pass) {
-      Cancel(each->second.transaction);
-      each = underWay.erase(each);
-    } else {
+  for (auto each = resources.begin(); each != resources.end();) {
+    Resource& resource = each->second;
+    resource.outcome.reset();
+    if (resource.pass + 1 >= pass) {
       ++each;
+      continue;
     }
+    if (resource.underWay) {
+      Cancel(*resource.underWay);
+      --sent;
+    }
+    each = resources.erase(each);
   }
 }
 
 std::optional<ZoTransaction> RetryReads::Read(const std::string& uri) {
   RaiseIfGivenUp();
-  auto found = underWay.find(uri);
-  if (found == underWay.end()) {
-    found = underWay.emplace(uri, Request{ask(uri), Clock::now(), pass}).first;
+  Resource& resource = resources[uri];
+  resource.pass = pass;
+  if (resource.outcome) {
+    return resource.outcome;
   }
-  Request& request = found->second;
-  request.pass = pass;
-  if (!Wait(request.transaction)) {
-    if (Clock::now() < request.since + requestLimit) {
-      return std::nullopt;
-    }
-    request.transaction.EndUnanswered(requestLimit.count());
+  Send(uri, resource);
+  if (!resource.underWay || !Settle(resource)) {
+    return std::nullopt;
   }
-  ZoTransaction settled = std::move(request.transaction);
-  underWay.erase(found);
-  return settled;
+  resource.outcome = std::exchange(resource.underWay, std::nullopt);
+  --sent;
+  if (resource.sentIn != pass) {
+    // It tells what was true a pass ago; who does not find what it looks for is to know sooner than by asking then.
+    Send(uri, resource);
+  }
+  return resource.outcome;
+}
+
+void RetryReads::Send(const std::string& uri, Resource& resource) {
+  if (resource.underWay || resource.turn == turn) {
+    return;
+  }
+  if (sent >= window) {
+    turnedAway = true;
+    return;
+  }
+  resource.underWay = ask(uri);
+  resource.since = Clock::now();
+  resource.sentIn = pass;
+  resource.turn = turn;
+  ++sent;
+}
+
+bool RetryReads::Settle(Resource& resource) {
+  const auto patience = resource.sentIn == pass ? passEnd - Clock::now() : Clock::duration::zero();
+  if (Wait(*resource.underWay, patience)) {
+    return true;
+  }
+  if (Clock::now() < resource.since + requestLimit) {
+    return false;
+  }
+  resource.underWay->EndUnanswered(requestLimit.count());
+  return true;
 }
 
 void RetryReads::GiveUp() noexcept {
@@ -66,14 +103,14 @@ void RetryReads::Cancel(ZoTransaction& transaction) noexcept {
 }
 
 // Cancelling enters the link, whose locks come before this one: never with the mutex held.
-bool RetryReads::Wait(ZoTransaction& transaction) {
+bool RetryReads::Wait(ZoTransaction& transaction, Clock::duration patience) {
   {
     Zo::MutexLock held(mutex);
     waiting = transaction;
   }
-  const auto patience = std::max(passEnd - Clock::now(), Clock::duration::zero());
-  const bool settled = transaction.Wait(
-      static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(patience).count()));
+  const auto limit =
+      std::chrono::duration_cast<std::chrono::microseconds>(std::max(patience, Clock::duration::zero()));
+  const bool settled = transaction.Wait(static_cast<std::uint64_t>(limit.count()));
   std::optional<ZoTransaction> last;
   {
     Zo::MutexLock held(mutex);

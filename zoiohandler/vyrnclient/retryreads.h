@@ -2,13 +2,15 @@
 //
 // The worker reads with the registry's lock held, and host calls need that lock too. So a pass waits only a moment for
 // all of its answers together; one that takes longer is there for the next pass. A resource that never answers so costs
-// nobody its time-out.
+// nobody its time-out. Only so many requests are under way at once, as host calls queue behind them at the sensor; where
+// resources are more, they take turns.
 //
 // Threads: BeginPass and Read one at a time; GiveUp any. Owner: the shared state of a sensor manager. Lock: mutex, rank
 // HandlerGate, never held while waiting or calling the SDK.
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -32,8 +34,8 @@ class RetryReads {
   // Requests that the pass before did not ask about are cancelled.
   void BeginPass();
 
-  // The request about uri once it has its outcome (answer, refusal, failure or 3 s without any), which GetResponse then
-  // gives at once; nothing while it is under way. Raises once it was given up.
+  // The request about uri with its outcome (answer, refusal, failure or 3 s without any), which GetResponse then gives at
+  // once; the same one to all who ask in one pass. Nothing while there is none. Raises once it was given up.
   std::optional<ZoTransaction> Read(const std::string& uri);
 
   // Ends a Read that waits. Never blocks.
@@ -43,18 +45,27 @@ class RetryReads {
  private:
   using Clock = std::chrono::steady_clock;
 
-  struct Request {
-    ZoTransaction transaction;
-    Clock::time_point since;
-    std::uint64_t pass = 0;  // the last that asked
+  struct Resource {
+    std::optional<ZoTransaction> underWay;
+    Clock::time_point since;               // it was sent
+    std::uint64_t sentIn = 0;              // which pass
+    std::optional<ZoTransaction> outcome;  // of this pass
+    std::uint64_t turn = 0;                // the last that it had
+    std::uint64_t pass = 0;                // the last that asked
   };
 
   static void Cancel(ZoTransaction& transaction) noexcept;
-  bool Wait(ZoTransaction& transaction);
+  void Send(const std::string& uri, Resource& resource);
+  // Whether what is under way has its outcome.
+  bool Settle(Resource& resource);
+  bool Wait(ZoTransaction& transaction, Clock::duration patience);
 
   const Ask ask;
-  std::unordered_map<std::string, Request> underWay;  // by uri
+  std::unordered_map<std::string, Resource> resources;  // by uri
+  std::size_t sent = 0;                                 // requests under way
   std::uint64_t pass = 0;
+  std::uint64_t turn = 1;
+  bool turnedAway = false;  // somebody, in this turn
   Clock::time_point passEnd{};
 
   Zo::Mutex mutex{"RetryReads", Zo::LockRank_HandlerGate};

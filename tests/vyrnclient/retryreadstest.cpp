@@ -1,0 +1,144 @@
+// The worker's reads, over requests that the test answers when it likes.
+#include "zoiohandler/vyrnclient/retryreads.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "zovyrnsdk/link/pendingrequest.h"
+
+namespace ZoTest {
+namespace {
+
+class RetryReads : public ::testing::Test {
+ protected:
+  ZoTransaction Ask(const std::string& uri) {
+    auto pending = std::make_shared<ZoPendingRequest>();
+    if (quick) {
+      Answer(*pending, uri);
+    }
+    asked[uri].push_back(pending);
+    return {ZoRequest(ZoRequestMethod_Read, uri), pending};
+  }
+
+  static void Answer(ZoPendingRequest& pending, const std::string& uri) {
+    ZoJson document;
+    document.Set("status", 1);
+    document.Set("payload", uri);
+    pending.Answer(ZoRequestResponse(document));
+  }
+
+  // Answers whatever is open.
+  void AnswerAll() {
+    for (auto& [uri, requests] : asked) {
+      for (auto& pending : requests) {
+        Answer(*pending, uri);
+      }
+    }
+  }
+
+  // The payload of the answer, or nothing.
+  std::string Read(const std::string& uri) {
+    auto transaction = reads.Read(uri);
+    return transaction ? transaction->GetResponse(0).Payload().Get<std::string>() : std::string();
+  }
+
+  bool quick = false;
+  std::map<std::string, std::vector<std::shared_ptr<ZoPendingRequest>>> asked;
+  ZoIO::RetryReads reads{[this](const std::string& uri) { return Ask(uri); }};
+};
+
+TEST_F(RetryReads, AnswerThatComesAtOnceIsThereForEveryItemOfItsResource) {
+  quick = true;
+  reads.BeginPass();
+  EXPECT_EQ(Read("/a"), "/a");
+  EXPECT_EQ(Read("/a"), "/a");
+  EXPECT_EQ(asked["/a"].size(), 1u);
+  reads.BeginPass();
+  EXPECT_EQ(Read("/a"), "/a");
+  EXPECT_EQ(asked["/a"].size(), 2u) << "each pass asks anew";
+}
+
+TEST_F(RetryReads, AnswerThatComesLateIsThereForTheNextPassAndForEveryItem) {
+  reads.BeginPass();
+  EXPECT_EQ(Read("/a"), "");
+  EXPECT_EQ(Read("/a"), "");
+  EXPECT_EQ(asked["/a"].size(), 1u) << "one request is enough";
+  AnswerAll();
+  reads.BeginPass();
+  EXPECT_EQ(Read("/a"), "/a");
+  EXPECT_EQ(Read("/a"), "/a");
+  EXPECT_EQ(asked["/a"].size(), 2u) << "what may have changed meanwhile is asked for at once";
+}
+
+TEST_F(RetryReads, RequestStaysUnderWayOverPassesUntilItsAnswerComes) {
+  for (int pass = 0; pass < 5; ++pass) {
+    reads.BeginPass();
+    EXPECT_EQ(Read("/a"), "");
+  }
+  EXPECT_EQ(asked["/a"].size(), 1u);
+}
+
+TEST_F(RetryReads, ResourceThatAPassDidNotAskForIsForgotten) {
+  reads.BeginPass();
+  EXPECT_EQ(Read("/a"), "");
+  reads.BeginPass();
+  reads.BeginPass();
+  AnswerAll();
+  EXPECT_EQ(Read("/a"), "");
+  EXPECT_EQ(asked["/a"].size(), 2u);
+}
+
+TEST_F(RetryReads, ManyResourcesTakeTurns) {
+  constexpr int count = 300;
+  constexpr std::size_t window = 128;
+  const auto uri = [](int i) { return "/r" + std::to_string(i); };
+  std::size_t before = 0;
+  for (int pass = 0; pass < 3; ++pass) {
+    reads.BeginPass();
+    for (int i = 0; i < count; ++i) {
+      Read(uri(i));
+    }
+    std::size_t requests = 0;
+    for (const auto& [each, pendings] : asked) {
+      EXPECT_LE(pendings.size(), 1u) << "none is asked twice before all were asked";
+      requests += pendings.size();
+    }
+    EXPECT_LE(requests - before, window);
+    before = requests;
+    AnswerAll();
+  }
+  EXPECT_EQ(asked.size(), std::size_t{count}) << "and none is left out";
+  reads.BeginPass();
+  for (int i = 0; i < count; ++i) {
+    Read(uri(i));
+  }
+  EXPECT_EQ(asked[uri(0)].size(), 2u) << "then it is the first one's turn again";
+}
+
+TEST_F(RetryReads, FailureIsAnOutcomeLikeAnAnswer) {
+  reads.BeginPass();
+  EXPECT_EQ(Read("/a"), "");
+  asked["/a"][0]->Fail("The link to the sensor broke.");
+  reads.BeginPass();
+  auto transaction = reads.Read("/a");
+  ASSERT_TRUE(transaction.has_value());
+  EXPECT_THROW(transaction->GetResponse(0), std::runtime_error);
+}
+
+TEST_F(RetryReads, RaiseOnceTheyAreGivenUp) {
+  quick = true;
+  reads.BeginPass();
+  EXPECT_EQ(Read("/a"), "/a");
+  reads.GiveUp();
+  EXPECT_THROW(reads.Read("/a"), std::runtime_error);
+  EXPECT_THROW(reads.Read("/b"), std::runtime_error);
+  EXPECT_EQ(asked.count("/b"), 0u);
+}
+
+}  // namespace
+}  // namespace ZoTest
