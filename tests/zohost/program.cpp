@@ -102,6 +102,7 @@ void Program::Collect(int number, int stop, std::string& text) {
     if (poll(waiting, 2, -1) < 0) {
       continue;
     }
+    // A terminal hands out what it holds in pieces: it has been read when there is nothing more to read.
     if (waiting[1].revents != 0 && (waiting[0].revents & POLLIN) == 0) {
       break;
     }
@@ -112,9 +113,6 @@ void Program::Collect(int number, int stop, std::string& text) {
     const std::lock_guard lock(mutex_);
     text.append(buffer, static_cast<std::size_t>(count));
     changed_.notify_all();
-    if (waiting[1].revents != 0) {
-      break;
-    }
   }
   const std::lock_guard lock(mutex_);
   --readers_;
