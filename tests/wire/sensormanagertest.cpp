@@ -8,12 +8,27 @@
 #include <string>
 #include <vector>
 
+#include "qapi/testing.h"
 #include "tests/sdk/fakesensor.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/eventually.h"
 #include "tests/vyrnclient/fakesensormanager.h"
+#include "zoiohandler/vyrnclient/cachemanager.h"
 #include "zoiohandler/vyrnclient/sensormanager.h"
 #include "zoiohandler/vyrnclient/zovyrnclient.h"
+
+namespace ZoIO {
+
+struct SensorManagerAccess {
+  static void Stream(SensorManager& manager, const std::shared_ptr<ZoStreamResponse>& response) {
+    SensorManager::StreamHandler(*manager.shared, response);
+  }
+  static void Notify(SensorManager& manager, const std::shared_ptr<ZoNotificationResponse>& response) {
+    SensorManager::NotificationHandler(*manager.shared, response);
+  }
+};
+
+}  // namespace ZoIO
 
 namespace ZoTest {
 namespace {
@@ -119,6 +134,43 @@ TEST_F(SensorManagerTest, WhatStartStopAndIsRunningRaiseIsLoggedAtError) {
   EXPECT_THAT(Lines(), testing::ElementsAre(StartsWith("5 ZoIO::SensorManager::Start: "),
                                             StartsWith("5 ZoIO::SensorManager::Stop: "),
                                             StartsWith("5 ZoIO::SensorManager::IsRunning: ")));
+}
+
+TEST_F(SensorManagerTest, PushHandlersStoreThePayloadUnderThePathAndNothingForNoResponse) {
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  ZoIO::SensorManagerAccess::Stream(*manager, nullptr);
+  ZoIO::SensorManagerAccess::Notify(*manager, nullptr);
+  EXPECT_EQ(manager->Cache()->Size(), 0u);
+  ZoIO::SensorManagerAccess::Stream(
+      *manager, std::make_shared<ZoStreamResponse>(ZoJson(R"({"event":"stream","uri":"/s","payload":1})")));
+  ZoIO::SensorManagerAccess::Notify(
+      *manager,
+      std::make_shared<ZoNotificationResponse>(ZoJson(R"({"event":"notification","uri":"/n","payload":2})")));
+  EXPECT_EQ(manager->Cache()->Get("/s", 0).Get<int>(), 1);
+  EXPECT_EQ(manager->Cache()->Get("/n", 0).Get<int>(), 2);
+  EXPECT_THAT(Lines(), testing::IsEmpty());
+}
+
+TEST_F(SensorManagerTest, WhatAPushHandlerRaisesIsLoggedAtErrorUnderItsOwnName) {
+  const auto manager = Make(sensor.Port());
+  EXPECT_FALSE(manager->Stream("/s", true).Empty());
+  EXPECT_FALSE(manager->Subscribe("/n", true).Empty());
+  const auto push = [this](const std::string& event, const std::string& uri) {
+    recorder.Clear();
+    // The one lock of this kind that the link's thread enters is the cache's.
+    qTest_FailOperationIn("ZoLink::Thread", qOperation::LockEnter, 1, qStatus_System);
+    EXPECT_TRUE(sensor.Push(R"({"event":")" + event + R"(","uri":")" + uri + R"(","payload":1})"));
+    EXPECT_TRUE(Eventually([this] { return !Lines().empty(); }));
+    qTest_Reset();
+    return Lines();
+  };
+  EXPECT_THAT(
+      push("stream", "/s"),
+      testing::ElementsAre(StartsWith("5 ZoIO::SensorManager::StreamHandler: Zo::Locker::Locker failed")));
+  EXPECT_THAT(push("notification", "/n"),
+              testing::ElementsAre(
+                  StartsWith("5 ZoIO::SensorManager::NotificationHandler: Zo::Locker::Locker failed")));
 }
 
 // Hosts of the interface call by place. A pointer to a virtual member holds its place in the table, in bytes and one more;

@@ -224,18 +224,27 @@ void SensorManager::InitializeSystem() {
     const std::weak_ptr<Shared> weak = shared;
     shared->system.Client().SetStreamHandler([weak](const std::shared_ptr<ZoStreamResponse>& response) {
       if (const std::shared_ptr<Shared> share = weak.lock()) {
-        share->Push(response.get(), streamName);
+        StreamHandler(*share, response);
       }
     });
     shared->system.Client().SetSubHandler([weak](const std::shared_ptr<ZoNotificationResponse>& response) {
       if (const std::shared_ptr<Shared> share = weak.lock()) {
-        share->Push(response.get(), notificationName);
+        NotificationHandler(*share, response);
       }
     });
     UpdateSensorState();
   } catch (const std::exception& e) {
     WriteLog(*logger, e.what(), LogLevel_Error, "ZoIO::SensorManager::InitializeSystem");
   }
+}
+
+void SensorManager::StreamHandler(Shared& shared, const std::shared_ptr<ZoStreamResponse>& response) {
+  shared.Push(response.get(), streamName);
+}
+
+void SensorManager::NotificationHandler(Shared& shared,
+                                        const std::shared_ptr<ZoNotificationResponse>& response) {
+  shared.Push(response.get(), notificationName);
 }
 
 void SensorManager::UpdateSensorState() {

@@ -64,6 +64,7 @@ class SensorManager : public ISensorManager, public IShutdown {
 
  private:
   struct Shared;
+  friend struct SensorManagerAccess;  // of a test, which hands over what no link does
   using Operation = ZoTransaction (ZoRestClient::*)(const std::string&, const ZoJson&, const ZoJson&);
 
   void InitializeSystem();
@@ -72,6 +73,9 @@ class SensorManager : public ISensorManager, public IShutdown {
   bool IsOnline() const;
   void RecreateSubscriptions();
   void Disconnect();
+  // What the sensor pushes goes to the cache; nothing for no response. What fails is logged at error.
+  static void StreamHandler(Shared& shared, const std::shared_ptr<ZoStreamResponse>& response);
+  static void NotificationHandler(Shared& shared, const std::shared_ptr<ZoNotificationResponse>& response);
   // Runs command when online, else logs that the sensor is offline. Failures are logged at error.
   void Command(void (ZoSystem::*command)(), const char* function);
   ZoJson Request(Operation operation, const char* verb, const std::string& uri, const ZoJson& payload,
