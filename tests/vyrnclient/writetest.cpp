@@ -93,6 +93,20 @@ TEST_F(Write, BooleanIsTrueWhenAnyByteIsSet) {
   EXPECT_THAT(Sent(), ElementsAre(R"({"a":true})", R"({"a":true})"));
 }
 
+// Subscribing an item tells the kind of its value.
+TEST_F(Write, SubscribedItemTakesTheValueOfTheCacheAgainWithTheNextTick) {
+  sensor->SetResource("/s", R"({"a":"text"})");
+  sensor->SetScript("Stream", [](const auto&) { return ZoJson(R"({"status":1,"payload":{"a":"text"}})"); });
+  Subscribe(*client, {"/s#/a"}, nullptr, std::chrono::milliseconds(100));
+  ASSERT_TRUE(recorder.WaitForValue("/s#/a", 3));
+  WriteItem(IntegerValue(5), "/s#/a");
+  recorder.Clear();
+  ASSERT_TRUE(recorder.WaitForValue("/s#/a", 3));
+  std::vector<int> results;
+  Subscribe(*client, {"/s#/a"}, &results, std::chrono::milliseconds(100));
+  EXPECT_THAT(results, ElementsAre(enumtype_string));
+}
+
 TEST_F(Write, UnsupportedTypeIsRefusedAndNothingChanges) {
   WriteItem(IntegerValue(7));
   recorder.Clear();

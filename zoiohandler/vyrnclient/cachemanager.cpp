@@ -1,7 +1,6 @@
 #include "zoiohandler/vyrnclient/cachemanager.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <iterator>
 #include <vector>
@@ -220,6 +219,10 @@ const CacheManager::Slot* CacheManager::Find(const std::string& key) const {
 
 std::uint64_t CacheManager::Version(const Slot& slot) noexcept {
   return slot.version.load(std::memory_order_acquire);
+}
+
+const std::atomic<std::uint64_t>& CacheManager::VersionCounter(const Slot& slot) noexcept {
+  return slot.version;
 }
 
 ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version) const {

@@ -7,6 +7,7 @@
 // value of a key is never removed.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -52,6 +53,8 @@ class CacheManager {
   struct Slot;
   const Slot* Find(const std::string& key) const;
   static std::uint64_t Version(const Slot& slot) noexcept;
+  // The version itself, for who looks at many slots again and again.
+  static const std::atomic<std::uint64_t>& VersionCounter(const Slot& slot) noexcept;
   // version: what the value belongs to; 0 for a value that may change without a new one being stored.
   ZoJson Get(const Slot& slot, int age, std::uint64_t& version) const;
 

@@ -34,6 +34,34 @@ void TakeValue(ItemManager::ItemInfo& item, const ZoJson& element) {
   }
 }
 
+// Reads a value by type; any type beyond 0 to 4 is "INVALID".
+ioDataValue MakeRecord(const xhmi::variant_value& value, enumtype type) {
+  ioDataValue data{};
+  data.type = static_cast<std::uint32_t>(type);
+  switch (type) {
+    case enumtype_string:
+      data.value.text = value.text().c_str();
+      break;
+    case enumtype_bool:
+      data.value.boolean = value.boolean() ? 1 : 0;
+      break;
+    case enumtype_int64:
+      data.value.int64 = value.int64();
+      break;
+    case enumtype_double:
+      data.value.float64 = value.float64();
+      break;
+    case enumtype_uint64:
+      data.value.uint64 = value.uint64();
+      break;
+    default:
+      data.type = enumtype_invalid;
+      data.value.text = "INVALID";
+      break;
+  }
+  return data;
+}
+
 }  // namespace
 
 ItemFeed::ItemFeed(std::shared_ptr<const ioHandlerParam> parameters, std::shared_ptr<CallbackGate> gate,
@@ -67,6 +95,7 @@ xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
 void ItemFeed::NoteTime(std::chrono::system_clock::time_point now) {
   if (now < lastTime) {
     ++clockRun;
+    ++edition;
     lastSlot = nullptr;
   }
   lastTime = now;
@@ -83,9 +112,11 @@ void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item) {
         throw CacheError("Cache is empty.");
       }
     }
-    const ZoJson element = Document(*item.slot).At(item.pointer);
-    if (element.IsPrimitive()) {
-      TakeValue(item, element);
+    const ZoJson* const element = Document(*item.slot).Find(item.pointer);
+    if (element == nullptr) {
+      item.type = enumtype_invalid;
+    } else if (element->IsPrimitive()) {
+      TakeValue(item, *element);
     }
     item.seen = lastVersion;
     item.clockRun = clockRun;
@@ -109,42 +140,40 @@ const ZoJson& ItemFeed::Document(const CacheManager::Slot& slot) {
   return lastDocument;
 }
 
+ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item) const {
+  // A seen of 0 says that the value is not the cache's, or may change without a newer document.
+  if (item.slot == nullptr || item.seen == 0 || item.clockRun != clockRun) {
+    return {};
+  }
+  const ioDataValue data = MakeRecord(item.value, item.type);
+  return {&CacheManager::VersionCounter(*item.slot), item.seen, data.value, data.type, edition};
+}
+
+void ItemFeed::ShowAgain(const char* itemName, const Shown& shown) const {
+  ioDataValue data{};
+  data.type = shown.type;
+  data.value = shown.value;
+  Deliver(itemName, data);
+}
+
 void ItemFeed::UpdateItem(const std::string& itemName, const xhmi::variant_value& value, enumtype type,
                           int status) const {
-  ioDataValue data{};
-  data.type = static_cast<std::uint32_t>(type);
+  ioDataValue data = MakeRecord(value, type);
   data.status = status;
-  switch (type) {
-    case enumtype_string:
-      data.value.text = value.text().c_str();
-      break;
-    case enumtype_bool:
-      data.value.boolean = value.boolean() ? 1 : 0;
-      break;
-    case enumtype_int64:
-      data.value.int64 = value.int64();
-      break;
-    case enumtype_double:
-      data.value.float64 = value.float64();
-      break;
-    case enumtype_uint64:
-      data.value.uint64 = value.uint64();
-      break;
-    default:
-      data.type = enumtype_invalid;
-      data.value.text = "INVALID";
-      break;
-  }
-  UpdateItem(itemName, data);
+  Deliver(itemName.c_str(), data);
 }
 
 void ItemFeed::UpdateItem(const std::string& itemName, const ioDataValue& value) const {
+  Deliver(itemName.c_str(), value);
+}
+
+void ItemFeed::Deliver(const char* itemName, const ioDataValue& value) const {
   if (parameters->itemValue == nullptr) {
     return;
   }
   const CallbackGate::Entry entry(gate.get());
   if (entry) {
-    parameters->itemValue(itemName.c_str(), &value, parameters->context);
+    parameters->itemValue(itemName, &value, parameters->context);
   }
 }
 

@@ -9,6 +9,7 @@
 // instance and its monitor thread. Everything in it is set once, before the monitor thread starts.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -51,6 +52,27 @@ class ItemFeed {
   // Notes what the clock shows. Which of a resource's documents counts depends on it once it was set back, so every
   // item is then looked at anew.
   void NoteTime(std::chrono::system_clock::time_point now);
+  // Notes that an item got a value that is not the cache's.
+  void NoteEdit() { ++edition; }
+
+  // What the host was shown of an item. While it holds it can be shown again without a look at the item, whose memory
+  // lies wherever it was when the item was made.
+  struct Shown {
+    const std::atomic<std::uint64_t>* newest =
+        nullptr;                           // the resource's version in the cache; null: holds never
+    std::uint64_t version = 0;             // the one that was shown
+    decltype(ioDataValue::value) value{};  // a text is the item's own
+    std::uint32_t type = enumtype_invalid;
+    std::uint32_t edition = 0;
+  };
+  // What there is to show of an item that was refreshed just now.
+  Shown Show(const ItemManager::ItemInfo& item) const;
+  bool Holds(const Shown& shown) const {
+    return shown.newest != nullptr && shown.edition == edition &&
+           shown.newest->load(std::memory_order_acquire) == shown.version;
+  }
+  // Delivers it to the host, with status 0.
+  void ShowAgain(const char* itemName, const Shown& shown) const;
 
   // Delivers a value to the host, read by type (not by the variant's kind); any type beyond 0 to 4 arrives as
   // "INVALID". Nothing happens without a callback.
@@ -64,6 +86,7 @@ class ItemFeed {
   const std::shared_ptr<Logger> logger;
   std::shared_ptr<ISensorManager> sensor;
   const ZoJson& Document(const CacheManager::Slot& slot);
+  void Deliver(const char* itemName, const ioDataValue& value) const;
 
   std::shared_ptr<CacheManager> cache;
   // The document looked at last: items of one resource mostly come one after the other.
@@ -73,6 +96,8 @@ class ItemFeed {
   // The clock, as it was noted last, and how often it was set back.
   std::chrono::system_clock::time_point lastTime = std::chrono::system_clock::time_point::min();
   std::uint32_t clockRun = 0;
+  // How often what was shown of items lost its hold in another way than by a newer document.
+  std::uint32_t edition = 0;
 };
 
 }  // namespace ZoIO

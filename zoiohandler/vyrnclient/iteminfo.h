@@ -47,9 +47,9 @@ struct ItemInfo {
   enumtype type = enumtype_invalid;
   // Where the cache keeps the resource (null: not known yet), and the version of it that value and type were taken
   // from; 0 makes them be taken anew. It holds for one run of the clock (see ItemFeed).
+  std::uint32_t clockRun = 0;
   const CacheManager::Slot* slot = nullptr;
   std::uint64_t seen = 0;
-  std::uint32_t clockRun = 0;
 };
 
 }  // namespace ZoIO

@@ -1,6 +1,6 @@
 // The grammar of item names: RESOURCE [ "#" FRAGMENT ].
-#include <locale>
-#include <sstream>
+#include <algorithm>
+#include <string_view>
 
 #include "zoiohandler/vyrnclient/itemmanager.h"
 
@@ -33,13 +33,12 @@ const ItemInfo ItemManager::CreateItem(const std::string& name) {
 }
 
 ZoJson ItemManager::GetEndpoint(const std::string& fragment) {
-  std::string words = fragment;
-  Replace(words, "/", " ");
-  std::istringstream stream(words);
-  stream.imbue(std::locale::classic());      // what counts as a blank must not depend on the host's locale
-  stream.exceptions(std::ios_base::badbit);  // a token without memory must not end the path early
+  constexpr std::string_view separators = "/ \t\n\v\f\r";  // blanks of the host's locale do not count
   std::string key;
-  for (std::string token; stream >> token;) {
+  std::size_t end = 0;
+  for (std::size_t begin; (begin = fragment.find_first_not_of(separators, end)) != std::string::npos;) {
+    end = std::min(fragment.find_first_of(separators, begin), fragment.size());
+    std::string token = fragment.substr(begin, end - begin);
     Replace(token, "%20", " ");
     key += "/" + token;
   }

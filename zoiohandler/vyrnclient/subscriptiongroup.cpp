@@ -1,8 +1,7 @@
 #include "zoiohandler/vyrnclient/subscriptiongroup.h"
 
+#include <new>
 #include <utility>
-
-#include "zoiohandler/vyrnclient/itemfeed.h"
 
 namespace ZoIO {
 
@@ -29,15 +28,15 @@ SubscriptionGroup::TimePoint AddSaturating(SubscriptionGroup::TimePoint time,
   return time + step;
 }
 
-// How far ahead of the walk memory is fetched: first the entries, which tell where the items are.
-constexpr std::size_t entriesAhead = 16;
-constexpr std::size_t itemsAhead = 8;
+// How many rows ahead of the walk memory is fetched: first the entries, which tell where the items are.
+constexpr std::size_t entriesAhead = 24;
+constexpr std::size_t itemsAhead = 12;
 
 void PrefetchItem(const ItemManager::ItemInfo* item) {
   if (item != nullptr) {
-    __builtin_prefetch(&item->valid);
+    __builtin_prefetch(&item->pointer);
+    __builtin_prefetch(&item->value);
     __builtin_prefetch(&item->seen);
-    __builtin_prefetch(item->slot);
   }
 }
 
@@ -47,16 +46,17 @@ SubscriptionGroup::SubscriptionGroup(ItemFeed& client, const std::chrono::millis
     : client(client), interval(interval), nextTick(std::chrono::system_clock::now()) {}
 
 void SubscriptionGroup::AddItem(const std::string& name) {
-  order.clear();
-  if (order.capacity() <= items.size()) {
-    order.reserve(2 * items.size() + 1);
+  if (items.try_emplace(name).second) {
+    rows.clear();
   }
-  items.try_emplace(name);
 }
 
 void SubscriptionGroup::RemoveItem(const std::string& name) {
-  order.clear();
-  items.erase(name);
+  const auto found = items.find(name);
+  if (found != items.end()) {
+    rows.clear();
+    items.erase(found);
+  }
 }
 
 void SubscriptionGroup::ForceUpdate(const std::string& name) {
@@ -67,36 +67,66 @@ void SubscriptionGroup::ForceUpdate(const std::string& name) {
 }
 
 void SubscriptionGroup::Tick() {
-  Arrange();
-  const std::size_t count = order.size();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i + entriesAhead < count) {
-      __builtin_prefetch(&order[i + entriesAhead]->second);
+  if (Arrange()) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      Prefetch(i);
+      TickRow(rows[i]);
     }
-    if (i + itemsAhead < count) {
-      PrefetchItem(order[i + itemsAhead]->second.item);
-    }
-    auto& [name, entry] = *order[i];
-    try {
-      TickItem(name, entry);
-    } catch (const std::exception&) {
-      // One bad item must not hold up the others; it is tried again on the next tick.
+  } else {
+    for (Items::value_type& entry : items) {
+      Row passing(entry);
+      TickRow(passing);
     }
   }
   nextTick = AddSaturating(nextTick, interval);
 }
 
-void SubscriptionGroup::Arrange() {
-  if (order.size() == items.size()) {
-    return;
+bool SubscriptionGroup::Arrange() {
+  if (rows.size() == items.size()) {
+    return true;
   }
-  order.clear();
+  try {
+    rows.reserve(items.size());
+  } catch (const std::bad_alloc&) {
+    return false;  // then it takes longer
+  }
   for (Items::value_type& entry : items) {
-    order.push_back(&entry);
+    rows.emplace_back(entry);
+  }
+  return true;
+}
+
+void SubscriptionGroup::Prefetch(std::size_t row) const {
+  if (row + entriesAhead < rows.size()) {
+    const Row& far = rows[row + entriesAhead];
+    if (!client.Holds(far.shown)) {
+      __builtin_prefetch(&far.entry->second);
+      __builtin_prefetch(&far.entry->second.item);
+    }
+  }
+  if (row + itemsAhead < rows.size()) {
+    const Row& near = rows[row + itemsAhead];
+    if (!client.Holds(near.shown)) {
+      PrefetchItem(near.entry->second.item);
+    }
   }
 }
 
-void SubscriptionGroup::TickItem(const std::string& name, Entry& entry) {
+void SubscriptionGroup::TickRow(Row& row) {
+  try {
+    if (client.Holds(row.shown)) {
+      client.ShowAgain(row.name, row.shown);
+    } else {
+      TickItem(row);
+    }
+  } catch (const std::exception&) {
+    // One bad item must not hold up the others; it is tried again on the next tick.
+  }
+}
+
+void SubscriptionGroup::TickItem(Row& row) {
+  auto& [name, entry] = *row.entry;
+  row.shown = {};
   const ItemManager::ItemInfo& item = GetCurrentItem(name, entry);
   if (!item.valid && !entry.forceUpdate && item.value == entry.lastValue) {
     return;
@@ -107,6 +137,9 @@ void SubscriptionGroup::TickItem(const std::string& name, Entry& entry) {
     entry.lastValue = std::move(sent);
   }
   entry.forceUpdate = false;
+  if (item.valid) {  // which stays, so that it is pushed on every tick
+    row.shown = client.Show(item);
+  }
 }
 
 ItemManager::ItemInfo& SubscriptionGroup::GetCurrentItem(const std::string& name, Entry& entry) {

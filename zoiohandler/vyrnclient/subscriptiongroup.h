@@ -11,11 +11,10 @@
 #include <vector>
 
 #include "xhmi/variant_value.h"
+#include "zoiohandler/vyrnclient/itemfeed.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
 
 namespace ZoIO {
-
-class ItemFeed;
 
 class SubscriptionGroup {
  public:
@@ -47,17 +46,28 @@ class SubscriptionGroup {
 
   using Items = std::map<std::string, Entry>;
 
-  void Arrange();
+  // An entry in the order of names. What stands here is all that a tick looks at while a valid item's document is
+  // still: a walk over the map and the items waits for memory at each step.
+  struct Row {
+    explicit Row(Items::value_type& entry) : entry(&entry), name(entry.first.c_str()) {}
+
+    Items::value_type* entry;
+    const char* name;
+    ItemFeed::Shown shown;
+  };
+
+  // Whether there is a row for each item. False without the memory for that.
+  bool Arrange();
+  void Prefetch(std::size_t row) const;
   ItemManager::ItemInfo& GetCurrentItem(const std::string& name, Entry& entry);
-  void TickItem(const std::string& name, Entry& entry);
+  void TickRow(Row& row);
+  void TickItem(Row& row);
 
   ItemFeed& client;
   const std::chrono::milliseconds interval;
   TimePoint nextTick;
   Items items;
-  // The entries in the order of names. Walking a map waits for memory at each step; from here the processor can fetch
-  // several at once. Empty when items has changed since, and always with room for all of it.
-  std::vector<Items::value_type*> order;
+  std::vector<Row> rows;  // of all items, or none since an item came or went
 };
 
 }  // namespace ZoIO

@@ -238,6 +238,7 @@ int ZoVyrnClient::Write(const std::string& itemName, int /*ignored*/, const ioDa
       return 1;
     }
     item.seen = 0;  // the value is no longer the cache's
+    serving->feed.NoteEdit();
     xhmi::variant_value previous = std::exchange(item.value, std::move(written->variant));
     if (!SendValue(item, written->json)) {
       item.value = std::move(previous);

@@ -15,7 +15,9 @@ ZoJsonPointer::Segment MakeSegment(std::string_view name) {
 }  // namespace
 
 ZoJsonPointer::ZoJsonPointer(std::string_view text) {
-  segments.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '/')) + 1);
+  const bool leadingSlashMissing = !text.empty() && text.front() != '/';
+  segments.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '/')) +
+                   (leadingSlashMissing ? 1 : 0));
   for (ZoJsonTextPath path(text); !path.Done(); path.Next()) {
     segments.push_back(MakeSegment(path.Name()));
   }

@@ -1,0 +1,129 @@
+// Ticks over documents that do not change, and over what does change meanwhile: what was pushed before is pushed again
+// without a look at the item, and must be what a look would have found.
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/vyrnclient/grouptest.h"
+
+namespace ZoTest {
+namespace {
+
+using ::testing::ElementsAre;
+
+class StillDocuments : public GroupTest {
+ protected:
+  void Add(const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+      Item(name).valid = true;
+      group.AddItem(name);
+    }
+  }
+};
+
+TEST_F(StillDocuments, EveryKindIsPushedAgainAsItWas) {
+  Cached("/r", R"({"b":true,"d":0.5,"i":-3,"n":null,"o":{"x":1},"s":"short",
+                   "t":"a text that is longer than what fits without memory","u":18446744073709551615})");
+  Add({"/r#/b", "/r#/d", "/r#/i", "/r#/missing", "/r#/n", "/r#/o", "/r#/s", "/r#/t", "/r#/u"});
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_THAT(Tick(), ElementsAre("/r#/b 1:1", "/r#/d 3:0.5", "/r#/i 2:-3", "/r#/missing 5:INVALID",
+                                    "/r#/n 5:INVALID", "/r#/o 5:INVALID", "/r#/s 0:short",
+                                    "/r#/t 0:a text that is longer than what fits without memory",
+                                    "/r#/u 4:18446744073709551615"));
+  }
+}
+
+TEST_F(StillDocuments, ReservedFieldsAndStatusStay0) {
+  Cached("/r", R"({"a":true})");
+  Add({"/r#/a"});
+  group.Tick();
+  group.Tick();
+  const std::vector<Entry> values = recorder.Values("/r#/a");
+  ASSERT_EQ(values.size(), 2u);
+  for (const Entry& entry : values) {
+    EXPECT_EQ(entry.value.status, 0);
+    EXPECT_EQ(entry.value.reserved, 0u);
+    EXPECT_EQ(entry.value.value.uint64, 1u);
+  }
+}
+
+TEST_F(StillDocuments, ChangeOfOneResourceShowsAndTheOthersStay) {
+  Cached("/r", R"({"a":1,"t":"long enough to need memory of its own, this text"})");
+  Cached("/s", R"({"a":2})");
+  Add({"/r#/a", "/r#/t", "/s#/a"});
+  Tick();
+  Tick();
+  Cached("/r", R"({"a":3,"t":"another text, long enough to need memory of its own"})");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(
+        Tick(),
+        ElementsAre("/r#/a 2:3", "/r#/t 0:another text, long enough to need memory of its own", "/s#/a 2:2"));
+  }
+  Cached("/s", R"({"a":"four"})");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(Tick(),
+                ElementsAre("/r#/a 2:3", "/r#/t 0:another text, long enough to need memory of its own",
+                            "/s#/a 0:four"));
+  }
+}
+
+// A read between two ticks takes a newer value into the item, of which a text then lies elsewhere.
+TEST_F(StillDocuments, ItemThatWasRefreshedBetweenTicksShowsItsNewValue) {
+  Cached("/r", R"({"t":"long enough to need memory of its own, this text"})");
+  Add({"/r#/t"});
+  Tick();
+  Cached("/r",
+         R"({"t":"another text, even longer, which needs more memory of its own than the one before"})");
+  feed.UpdateItemFromCache(Item("/r#/t"));
+  EXPECT_THAT(Tick(),
+              ElementsAre("/r#/t 0:another text, even longer, which needs more memory of its own than the "
+                          "one before"));
+}
+
+TEST_F(StillDocuments, OrderOfNamesHoldsWhileItemsComeAndGo) {
+  Cached("/r", R"({"a":1,"b":2,"c":3})");
+  Add({"/r#/b"});
+  Tick();
+  Add({"/r#/c", "/r#/a"});
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1", "/r#/b 2:2", "/r#/c 2:3"));
+  group.RemoveItem("/r#/b");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1", "/r#/c 2:3"));
+  group.AddItem("/r#/b");
+  group.RemoveItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/b 2:2", "/r#/c 2:3"));
+}
+
+TEST_F(StillDocuments, ItemsOfTwoGroupsAreEachPushedByBoth) {
+  Cached("/r", R"({"a":1})");
+  Add({"/r#/a"});
+  ZoIO::SubscriptionGroup other(feed, std::chrono::milliseconds(500));
+  other.AddItem("/r#/a");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+    other.Tick();
+    EXPECT_THAT(Pushed(), ElementsAre("/r#/a 2:1"));
+  }
+  Cached("/r", R"({"a":2})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:2"));
+  other.Tick();
+  EXPECT_THAT(Pushed(), ElementsAre("/r#/a 2:2"));
+}
+
+// As a write leaves an item: its value is the host's until the cache's is taken again.
+TEST_F(StillDocuments, ItemThatWasWrittenTakesTheValueOfTheCacheAgain) {
+  Cached("/r", R"({"a":"text","b":1})");
+  Add({"/r#/a", "/r#/b"});
+  Tick();
+  Tick();
+  Item("/r#/a").value = xhmi::variant_value(7LL);
+  Item("/r#/a").seen = 0;
+  feed.NoteEdit();
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 0:text", "/r#/b 2:1"));
+    EXPECT_EQ(Item("/r#/a").value, xhmi::variant_value("text"));
+  }
+}
+
+}  // namespace
+}  // namespace ZoTest
