@@ -34,9 +34,16 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
   // The same as writing each of the characters, but takes the lock once and not a hundred times a line.
   void Append(std::initializer_list<std::basic_string_view<Char, Traits>> parts) {
     Zo::MutexLock held(mutex);
+    std::basic_string<Char, Traits> whole = std::move(text).str();
+    std::size_t size = whole.size();
     for (const auto& part : parts) {
-      text.sputn(part.data(), static_cast<std::streamsize>(part.size()));
+      size += part.size();
     }
+    whole.reserve(size);
+    for (const auto& part : parts) {
+      whole += part;
+    }
+    text.str(std::move(whole));
   }
 
  protected:
@@ -67,7 +74,7 @@ class LogBuf : public std::basic_streambuf<Char, Traits> {
   const ioLogCallback callback;
   const std::int32_t level;
   CallbackGate* const gate;
-  std::basic_stringbuf<Char, Traits> text Q_GUARDED_BY(mutex){std::ios_base::out};
+  std::basic_stringbuf<Char, Traits> text Q_GUARDED_BY(mutex){std::ios_base::out | std::ios_base::ate};
 };
 
 }  // namespace ZoIO

@@ -19,8 +19,8 @@ void Write(const Logger& logger, std::string_view message, std::int32_t level, c
     return;
   }
   LogStream<char> stream(logger.Context(), logger.Callback(), level, logger.Gate());
-  stream.Append({"[", function, "](", std::to_string(qThread_CurrentId()), ")", message});
-  stream << std::endl;
+  stream.Append({"[", function, "](", std::to_string(qThread_CurrentId()), ")", message, "\n"});
+  stream.flush();
 }
 
 }  // namespace
