@@ -115,4 +115,49 @@ TEST_F(ZoJsonFind, SharedPartIsOneAndAnEditedOneIsAnother) {
   EXPECT_EQ(copy.Find(place), nullptr);
 }
 
+TEST(PlaceOf, LeadsToTheMemberInDocumentsOfTheSameForm) {
+  const ZoJson first(R"({"a":1,"b":{"c":2},"":3})");
+  const ZoJson second(R"({"a":4,"b":5,"":6})");
+  for (const char* name : {"a", "b", ""}) {
+    const std::uint32_t place = first.PlaceOf(name);
+    EXPECT_EQ(first.FindAt(place, name), first.Find(ZoJsonPointer::Member(name)));
+    EXPECT_EQ(second.FindAt(place, name), second.Find(ZoJsonPointer::Member(name)));
+    EXPECT_NE(second.FindAt(place, name), nullptr);
+  }
+}
+
+TEST(PlaceOf, LeadsToEachOfManyMembers) {
+  ZoJson wide = ZoJson::EmptyObject();
+  for (int i = 0; i < 1000; ++i) {
+    wide.Set("m" + std::to_string(i), i);
+  }
+  for (int i = 0; i < 1000; ++i) {
+    const std::string name = "m" + std::to_string(i);
+    const ZoJson* const found = wide.FindAt(wide.PlaceOf(name), name);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->Get<int>(), i);
+  }
+}
+
+TEST(PlaceOf, IsNoneWhereThereIsNoSuchMember) {
+  for (const char* text : {R"({"a":1})", "{}", "[1]", "[]", "1", "null", "\"b\""}) {
+    EXPECT_EQ(ZoJson(text).PlaceOf("b"), ZoJson::noPlace) << text;
+    for (const std::uint32_t place : {0U, 1U, ZoJson::noPlace}) {
+      EXPECT_EQ(ZoJson(text).FindAt(place, "b"), nullptr) << text;
+    }
+  }
+}
+
+TEST(PlaceOf, LeadsToNothingWhereAnotherMemberIs) {
+  ZoJson document(R"({"a":1,"b":2,"c":3,"d":4})");
+  const std::uint32_t place = document.PlaceOf("b");
+  EXPECT_EQ(ZoJson(R"({"a":1,"c":2,"b":3})").FindAt(place, "b"), nullptr);
+  EXPECT_EQ(ZoJson(R"({"a":1,"bb":2})").FindAt(place, "b"), nullptr);
+  EXPECT_EQ(ZoJson(R"({"a":1})").FindAt(place, "b"), nullptr);
+  document.Remove("/b");
+  EXPECT_EQ(document.FindAt(place, "b"), nullptr);
+  EXPECT_EQ(document.FindAt(place, ""), nullptr);
+  EXPECT_EQ(document.PlaceOf("b"), ZoJson::noPlace);
+}
+
 }  // namespace

@@ -107,10 +107,14 @@ INSTANTIATE_TEST_SUITE_P(
                  "handshake failed"}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
-// Inside the session: the link comes back by itself.
-class HostileSession : public LinkTest, public testing::WithParamInterface<Hostility> {};
+// Inside the session: the link comes back by itself, and whoever waited is told the cause.
+struct Breach : Hostility {
+  const char* cause;
+};
 
-TEST_P(HostileSession, EndsInARestoredLink) {
+class HostileSession : public LinkTest, public testing::WithParamInterface<Breach> {};
+
+TEST_P(HostileSession, EndsInAClearErrorAndARestoredLink) {
   sensor.SetScript([this](FakePeer& peer) {
     if (!peer.ReadUpgrade() || !peer.AcceptUpgrade()) {
       return;
@@ -130,7 +134,9 @@ TEST_P(HostileSession, EndsInARestoredLink) {
   });
   system.Connect();
   const std::size_t before = MemoryNow();
-  EXPECT_THAT(FailureOf(Read("/res")), HasSubstr("broke before the answer came"));
+  const std::string failure = FailureOf(Read("/res"));
+  EXPECT_THAT(failure, testing::StartsWith("The link to the sensor broke before the answer came: "));
+  EXPECT_THAT(failure, HasSubstr(GetParam().cause));
   if (!kSanitized) {  // sanitizers keep freed memory
     EXPECT_LT(MemoryNow(), before + (std::size_t{256} << 20));
   }
@@ -160,73 +166,95 @@ void SendFragments(FakePeer& peer, int count, std::string_view each) {
 INSTANTIATE_TEST_SUITE_P(
     All, HostileSession,
     testing::Values(
-        Hostility{"text_that_is_no_json", [](FakePeer& peer) { peer.Send("hello"); }},
-        Hostility{"json_that_is_no_object", [](FakePeer& peer) { peer.Send("[1,2,3]"); }},
-        Hostility{"empty_message", [](FakePeer& peer) { peer.Send(""); }},
-        Hostility{"truncated_json", [](FakePeer& peer) { peer.Send("{\"id\":1,\"status\":1,\"pay"); }},
-        Hostility{"binary_frame",
-                  [](FakePeer& peer) { peer.SendFrame(FakePeer::Binary, "{\"id\":1,\"status\":1}"); }},
-        Hostility{"invalid_utf8",
-                  [](FakePeer& peer) { peer.Send("{\"id\":1,\"status\":1,\"payload\":\"\xC3(\"}"); }},
-        Hostility{"text_that_ends_inside_a_character_before_an_empty_fragment",
-                  [](FakePeer& peer) {
-                    peer.SendFrame(FakePeer::Text, "{}\xE2\x82", false);
-                    peer.SendFrame(FakePeer::Continuation, "");
-                  }},
-        Hostility{"nesting_of_100000",
-                  [](FakePeer& peer) {
-                    peer.Send("{\"id\":1,\"payload\":" + std::string(100000, '[') + std::string(100000, ']') +
-                              "}");
-                  }},
-        Hostility{"reserved_bits", [](FakePeer& peer) { peer.SendBytes("\xF1\x02{}"); }},
-        Hostility{"masked_frame",
-                  [](FakePeer& peer) { peer.SendBytes(std::string("\x81\x82\0\0\0\0{}", 8)); }},
-        Hostility{"unknown_opcode", [](FakePeer& peer) { peer.SendBytes(std::string("\x83\x00", 2)); }},
-        Hostility{"continuation_of_nothing",
-                  [](FakePeer& peer) { peer.SendFrame(FakePeer::Continuation, "x"); }},
-        Hostility{"fragmented_ping", [](FakePeer& peer) { peer.SendFrame(FakePeer::Ping, "x", false); }},
-        Hostility{"large_ping",
-                  [](FakePeer& peer) { peer.SendFrame(FakePeer::Ping, std::string(200, 'x')); }},
-        Hostility{"truncated_frame",
-                  [](FakePeer& peer) {
-                    peer.SendBytes("\x81\x7E\x10");
-                    peer.Drop();
-                  }},
-        Hostility{"reset_in_a_message",
-                  [](FakePeer& peer) {
-                    peer.SendBytes("\x81\x20{\"id\":1,");
-                    peer.Drop();
-                  }},
-        Hostility{"close_frame", [](FakePeer& peer) { peer.SendFrame(FakePeer::Close, "\x03\xE9"); }},
-        Hostility{"broken_close_frame", [](FakePeer& peer) { peer.SendFrame(FakePeer::Close, "x"); }},
-        Hostility{"claims_a_frame_of_2_to_the_62",
-                  [](FakePeer& peer) { peer.SendBytes(std::string("\x81\x7F\x40\0\0\0\0\0\0\0{\"", 12)); }},
-        Hostility{"frame_of_65_mib",
-                  [](FakePeer& peer) {
-                    peer.SendBytes(std::string("\x81\x7F\0\0\0\0\x04\x10\0\0", 10));
-                    for (int i = 0; i < 65 && peer.SendBytes(std::string(1 << 20, ' ')); ++i) {
-                    }
-                  }},
-        Hostility{"fragments_of_65_mib",
-                  [](FakePeer& peer) { SendFragments(peer, 66000, std::string(1024, ' ')); }},
-        Hostility{"very_many_tiny_fragments",
-                  [](FakePeer& peer) {
-                    SendFragments(peer, tinyFragments, "x");
-                    peer.SendFrame(FakePeer::Continuation, "}", true);
-                  }},
-        Hostility{"very_many_empty_fragments",
-                  [](FakePeer& peer) {
-                    SendFragments(peer, tinyFragments, "");
-                    peer.Drop();
-                  }},
-        Hostility{"garbage_after_the_handshake",
-                  [](FakePeer& peer) {
-                    std::string bytes;
-                    for (unsigned i = 0; i < 10000; ++i) {
-                      bytes += static_cast<char>(i * 2654435761U >> 13);
-                    }
-                    peer.SendBytes(bytes);
-                  }}),
+        Breach{{"text_that_is_no_json", [](FakePeer& peer) { peer.Send("hello"); }},
+               "no JSON object (JSON text, byte 0 (line 1, column 1): unexpected 'h')"},
+        Breach{{"json_that_is_no_object", [](FakePeer& peer) { peer.Send("[1,2,3]"); }},
+               "no JSON object (the JSON is another value)"},
+        Breach{{"empty_message", [](FakePeer& peer) { peer.Send(""); }},
+               "no JSON object (JSON text, byte 0 (line 1, column 1): the text ends too early)"},
+        Breach{{"truncated_json", [](FakePeer& peer) { peer.Send("{\"id\":1,\"status\":1,\"pay"); }},
+               "the text ends too early)"},
+        Breach{{"binary_frame",
+                [](FakePeer& peer) { peer.SendFrame(FakePeer::Binary, "{\"id\":1,\"status\":1}"); }},
+               "no JSON object (it is binary)"},
+        Breach{{"invalid_utf8",
+                [](FakePeer& peer) { peer.Send("{\"id\":1,\"status\":1,\"payload\":\"\xC3(\"}"); }},
+               "The WebSocket frame payload was not valid utf8."},
+        Breach{{"text_that_ends_inside_a_character_before_an_empty_fragment",
+                [](FakePeer& peer) {
+                  peer.SendFrame(FakePeer::Text, "{}\xE2\x82", false);
+                  peer.SendFrame(FakePeer::Continuation, "");
+                }},
+               "the sensor sent a text that is no UTF-8."},
+        Breach{{"nesting_of_100000",
+                [](FakePeer& peer) {
+                  peer.Send("{\"id\":1,\"payload\":" + std::string(100000, '[') + std::string(100000, ']') +
+                            "}");
+                }},
+               "nested deeper than 256 levels)"},
+        Breach{{"reserved_bits", [](FakePeer& peer) { peer.SendBytes("\xF1\x02{}"); }},
+               "The WebSocket frame contained illegal reserved bits."},
+        Breach{{"masked_frame", [](FakePeer& peer) { peer.SendBytes(std::string("\x81\x82\0\0\0\0{}", 8)); }},
+               "The WebSocket frame was masked."},
+        Breach{{"unknown_opcode", [](FakePeer& peer) { peer.SendBytes(std::string("\x83\x00", 2)); }},
+               "The WebSocket frame contained an illegal opcode."},
+        Breach{
+            {"continuation_of_nothing", [](FakePeer& peer) { peer.SendFrame(FakePeer::Continuation, "x"); }},
+            "The WebSocket continuation frame was unexpected."},
+        Breach{{"fragmented_ping", [](FakePeer& peer) { peer.SendFrame(FakePeer::Ping, "x", false); }},
+               "The WebSocket control frame was fragmented."},
+        Breach{{"large_ping", [](FakePeer& peer) { peer.SendFrame(FakePeer::Ping, std::string(200, 'x')); }},
+               "The WebSocket control frame size was invalid."},
+        Breach{{"truncated_frame",
+                [](FakePeer& peer) {
+                  peer.SendBytes("\x81\x7E\x10");
+                  peer.Drop();
+                }},
+               "the sensor ended the connection."},
+        Breach{{"reset_in_a_message",
+                [](FakePeer& peer) {
+                  peer.SendBytes("\x81\x20{\"id\":1,");
+                  peer.Drop();
+                }},
+               "the sensor ended the connection."},
+        Breach{{"close_frame", [](FakePeer& peer) { peer.SendFrame(FakePeer::Close, "\x03\xE9"); }},
+               "the sensor closed the session."},
+        Breach{{"broken_close_frame", [](FakePeer& peer) { peer.SendFrame(FakePeer::Close, "x"); }},
+               "The WebSocket close frame payload size was invalid."},
+        Breach{{"claims_a_frame_of_2_to_the_62",
+                [](FakePeer& peer) { peer.SendBytes(std::string("\x81\x7F\x40\0\0\0\0\0\0\0{\"", 12)); }},
+               "the sensor sent a message larger than 64 MiB."},
+        Breach{{"frame_of_65_mib",
+                [](FakePeer& peer) {
+                  peer.SendBytes(std::string("\x81\x7F\0\0\0\0\x04\x10\0\0", 10));
+                  for (int i = 0; i < 65 && peer.SendBytes(std::string(1 << 20, ' ')); ++i) {
+                  }
+                }},
+               "the sensor sent a message larger than 64 MiB."},
+        Breach{{"fragments_of_65_mib",
+                [](FakePeer& peer) { SendFragments(peer, 66000, std::string(1024, ' ')); }},
+               "the sensor sent a message larger than 64 MiB."},
+        Breach{{"very_many_tiny_fragments",
+                [](FakePeer& peer) {
+                  SendFragments(peer, tinyFragments, "x");
+                  peer.SendFrame(FakePeer::Continuation, "}", true);
+                }},
+               "the text ends too early)"},
+        Breach{{"very_many_empty_fragments",
+                [](FakePeer& peer) {
+                  SendFragments(peer, tinyFragments, "");
+                  peer.Drop();
+                }},
+               "the sensor ended the connection."},
+        Breach{{"garbage_after_the_handshake",
+                [](FakePeer& peer) {
+                  std::string bytes;
+                  for (unsigned i = 0; i < 10000; ++i) {
+                    bytes += static_cast<char>(i * 2654435761U >> 13);
+                  }
+                  peer.SendBytes(bytes);
+                }},
+               "The WebSocket continuation frame was unexpected."}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
 class Hostile : public LinkTest {};

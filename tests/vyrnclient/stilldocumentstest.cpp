@@ -1,5 +1,5 @@
-// Ticks over documents that do not change, and over what does change meanwhile: what was pushed before is pushed again
-// without a look at the item, and must be what a look would have found.
+// Ticks over documents and values that do not change, and over what does change meanwhile: what was pushed before is
+// pushed again without a look at the item, and must be what a look would have found.
 #include <gmock/gmock.h>
 
 #include <string>
@@ -45,6 +45,88 @@ TEST_F(StillDocuments, ReservedFieldsAndStatusStay0) {
     EXPECT_EQ(entry.value.status, 0);
     EXPECT_EQ(entry.value.reserved, 0u);
     EXPECT_EQ(entry.value.value.uint64, 1u);
+  }
+}
+
+// The same values in documents that are new each time: members of every kind, by every kind of name.
+TEST_F(StillDocuments, NewerDocumentWithTheSameValuesShowsThemAsTheyWere) {
+  const std::string document = R"({"a b":7,"b":true,"d":0.1,"i":-3,"l":[1,2],"n":null,"o":{"x":1},"s":"short",
+                                   "u":18446744073709551615,"x/y":8,"":9})";
+  const std::vector<std::string> names = {"/r#/",     "/r#/a%20b", "/r#/b",      "/r#/d", "/r#/i",
+                                          "/r#/l/1",  "/r#/n",     "/r#/o/x",    "/r#/s", "/r#/u",
+                                          "/r#/x~1y", "/r#b",      "/r#/missing"};
+  Cached("/r", document);
+  Add(names);
+  const std::vector<std::string> first = Tick();
+  EXPECT_THAT(first, ElementsAre("/r#/ 2:9", "/r#/a%20b 2:7", "/r#/b 1:1", "/r#/d 3:0.10000000149011612",
+                                 "/r#/i 2:-3", "/r#/l/1 2:2", "/r#/missing 5:INVALID", "/r#/n 5:INVALID",
+                                 "/r#/o/x 2:1", "/r#/s 0:short", "/r#/u 4:18446744073709551615",
+                                 "/r#/x~1y 2:8", "/r#b 1:1"));
+  for (int i = 0; i < 3; ++i) {
+    Cached("/r", document);
+    EXPECT_EQ(Tick(), first);
+  }
+}
+
+TEST_F(StillDocuments, MemberIsFoundWhereverANewerDocumentHasIt) {
+  Cached("/r", R"({"a":1,"b":2,"c":3})");
+  Add({"/r#/a", "/r#/b", "/r#/c"});
+  Tick();
+  for (const char* document : {R"({"a":1,"b":2,"c":3})", R"({"c":3,"b":2,"a":1})",
+                               R"({"b":2,"x":5,"a":1,"c":3})", R"({"x":{"a":7},"c":3,"a":1,"b":9,"b":2})"}) {
+    Cached("/r", document);
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1", "/r#/b 2:2", "/r#/c 2:3"));
+  }
+  // Another member where one was, and of the same size and value.
+  Cached("/r", R"({"x":1,"y":2,"z":3})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID", "/r#/b 5:INVALID", "/r#/c 5:INVALID"));
+  Cached("/r", R"({"c":3,"a":1})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1", "/r#/b 5:INVALID", "/r#/c 2:3"));
+}
+
+// Values whose record holds the same 64 bits, or whose text is the same, are of different kinds all the same.
+TEST_F(StillDocuments, ValueOfAnotherKindIsNotTakenForTheSame) {
+  const struct {
+    const char* value;
+    const char* shown;
+  } values[] = {{"1", "2:1"},
+                {"true", "1:1"},
+                {"5e-324", "3:0"},
+                {"0", "2:0"},
+                {"false", "1:0"},
+                {"0.0", "3:0"},
+                {"-0.0", "3:-0"},
+                {"0.0", "3:0"},
+                {"9223372036854775808", "4:9223372036854775808"},
+                {"-9223372036854775808", "2:-9223372036854775808"},
+                {"\"1\"", "0:1"},
+                {"\"2\"", "0:2"},
+                {"null", "5:INVALID"},
+                {"1", "2:1"},
+                {"2", "2:2"}};
+  Cached("/r", R"({"a":7})");
+  Add({"/r#/a"});
+  Tick();
+  for (const auto& [value, shown] : values) {
+    for (int i = 0; i < 2; ++i) {
+      Cached("/r", std::string(R"({"a":)") + value + "}");
+      EXPECT_THAT(Tick(), ElementsAre(std::string("/r#/a ") + shown));
+    }
+  }
+}
+
+// An object or array leaves an item as it is.
+TEST_F(StillDocuments, ItemThatBecomesAContainerKeepsWhatItShowed) {
+  Cached("/r", R"({"a":1})");
+  Add({"/r#/a"});
+  Tick();
+  for (const char* document : {R"({"a":{"b":2}})", R"({"a":[2]})", R"({"a":{}})", R"({"a":1})"}) {
+    Cached("/r", document);
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  }
+  for (const char* document : {"[1]", "1", "{}", "null"}) {
+    Cached("/r", document);
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
   }
 }
 

@@ -16,9 +16,33 @@
 namespace ZoTest {
 namespace {
 
-// A call about another resource takes a fraction of a millisecond; the promise is 50 ms; what is left is for a loaded
-// machine. One that waits for a mute resource takes 3 s.
-constexpr std::chrono::milliseconds quick{kSanitized ? 1000 : 500};
+// How long calls about other resources took.
+class CallTimes {
+ public:
+  template <typename Call>
+  void Time(const Call& call) {
+    const Stopwatch watch;
+    call();
+    times.push_back(watch.Elapsed());
+  }
+
+  // The promise is 50 ms. One call in a hundred may meet a machine that does something else, but none may wait for a
+  // mute resource, which takes 3 s.
+  void ExpectQuick() {
+    using std::chrono::milliseconds;
+    ASSERT_GE(times.size(), 300U);
+    std::sort(times.begin(), times.end());
+    const auto usual = times[times.size() - 1 - times.size() / 100];
+    std::cout << times.size() << " calls, 99 of 100 within "
+              << std::chrono::duration_cast<std::chrono::microseconds>(usual).count() << " us, slowest "
+              << std::chrono::duration_cast<std::chrono::microseconds>(times.back()).count() << " us\n";
+    EXPECT_LE(usual, milliseconds(kSanitized ? 500 : 50));
+    EXPECT_LT(times.back(), milliseconds(kSanitized ? 1000 : 500));
+  }
+
+ private:
+  std::vector<Clock::duration> times;
+};
 
 void AnswerAllButMute(FakeSensor& sensor) {
   sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
@@ -39,19 +63,15 @@ TEST_F(MuteResource, CostsOneTimeOutAndThenNothing) {
   EXPECT_EQ(Read(handle, "/mute#/value"), 1);
   EXPECT_LT(first.Milliseconds().count(), 4000);
   // Long enough for passes of the registry, which looks for the mute item again and again.
-  Clock::duration slowest{};
+  CallTimes times;
   const Deadline passes(std::chrono::milliseconds(2500));
   while (!passes.Expired()) {
     for (const char* name : {"/fine#/value", "/fine#/other", "/mute#/value", "/mute#/other"}) {
-      const Stopwatch watch;
-      Read(handle, name);
-      slowest = std::max(slowest, watch.Elapsed());
+      times.Time([&] { Read(handle, name); });
     }
     recorder.Clear();
   }
-  std::cout << "slowest call: " << std::chrono::duration_cast<std::chrono::microseconds>(slowest).count()
-            << " us\n";
-  EXPECT_LT(slowest, quick);
+  times.ExpectQuick();
 }
 
 // The registry asks for what it misses with its lock held, and calls need that lock.
@@ -74,20 +94,16 @@ TEST_F(MuteResource, ThatWasRefusedAtFirstHoldsUpNoCallAboutOthers) {
   }
   mute = true;
   const std::size_t asked = sensor.CountRequests("read", late(count - 1));
-  Clock::duration slowest{};
+  CallTimes times;
   // Time for a pass, for its requests to run out of time, and for the passes behind that.
   const Deadline passes(std::chrono::milliseconds(6000));
   while (!passes.Expired()) {
-    const Stopwatch watch;
-    EXPECT_EQ(Read(handle, "/fine#/value"), 0);
-    slowest = std::max(slowest, watch.Elapsed());
+    times.Time([&] { EXPECT_EQ(Read(handle, "/fine#/value"), 0); });
     recorder.Clear();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   EXPECT_GT(sensor.CountRequests("read", late(count - 1)), asked);
-  std::cout << "slowest call: " << std::chrono::duration_cast<std::chrono::microseconds>(slowest).count()
-            << " us\n";
-  EXPECT_LT(slowest, quick);
+  times.ExpectQuick();
   sensor.End();
 }
 
@@ -112,25 +128,18 @@ TEST(MuteResources, FiftyOfThemCostOneTimeOutEachAndThenNothing) {
     thread.join();
   }
   EXPECT_LT(first.Milliseconds().count(), 6000);
-  Clock::duration slowest{};
-  const auto timed = [&](const auto& call) {
-    const Stopwatch watch;
-    call();
-    slowest = std::max(slowest, watch.Elapsed());
-  };
+  CallTimes times;
   for (int i = 0; i < count; ++i) {
-    timed([&] { EXPECT_FALSE(manager.PLC()->Item(uri(i) + "#/value").valid); });
+    times.Time([&] { EXPECT_FALSE(manager.PLC()->Item(uri(i) + "#/value").valid); });
   }
   const Deadline passes(std::chrono::milliseconds(2500));
   while (!passes.Expired()) {
-    timed([&] { EXPECT_TRUE(manager.PLC()->Item("/fine#/value").valid); });
-    timed([&] { EXPECT_FALSE(manager.Read("/fine", false).Empty()); });
+    times.Time([&] { EXPECT_TRUE(manager.PLC()->Item("/fine#/value").valid); });
+    times.Time([&] { EXPECT_FALSE(manager.Read("/fine", false).Empty()); });
     host.Clear();
   }
   EXPECT_EQ(manager.PLC()->InvalidItems().size(), std::size_t{count});
-  std::cout << "slowest call: " << std::chrono::duration_cast<std::chrono::microseconds>(slowest).count()
-            << " us\n";
-  EXPECT_LT(slowest, quick);
+  times.ExpectQuick();
 }
 
 }  // namespace

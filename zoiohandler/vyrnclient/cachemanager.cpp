@@ -31,13 +31,6 @@ constexpr std::size_t giveBackFrom = std::size_t{16} << 20;  // bytes of all of 
 
 }  // namespace
 
-struct CacheManager::Slot {
-  History history;
-  std::uint64_t order = 0;  // of the newest value that has one
-  std::atomic<std::uint64_t> version = 0;
-  bool listed = false;  // among those with something to trim
-};
-
 struct CacheManager::State {
   State(int maxAge, long long startTime) : maxAge(maxAge), startTime(startTime) {}
 
@@ -215,14 +208,6 @@ const CacheManager::Slot* CacheManager::Find(const std::string& key) const {
   Zo::Locker held(state->lock);
   const auto found = state->cache.find(key);
   return found == state->cache.end() || found->second.history.empty() ? nullptr : &found->second;
-}
-
-std::uint64_t CacheManager::Version(const Slot& slot) noexcept {
-  return slot.version.load(std::memory_order_acquire);
-}
-
-const std::atomic<std::uint64_t>& CacheManager::VersionCounter(const Slot& slot) noexcept {
-  return slot.version;
 }
 
 ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version) const {

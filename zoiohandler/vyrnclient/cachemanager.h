@@ -53,8 +53,6 @@ class CacheManager {
   struct Slot;
   const Slot* Find(const std::string& key) const;
   static std::uint64_t Version(const Slot& slot) noexcept;
-  // The version itself, for who looks at many slots again and again.
-  static const std::atomic<std::uint64_t>& VersionCounter(const Slot& slot) noexcept;
   // version: what the value belongs to; 0 for a value that may change without a new one being stored.
   ZoJson Get(const Slot& slot, int age, std::uint64_t& version) const;
 
@@ -87,5 +85,17 @@ class CacheManager {
   std::shared_ptr<State> state;
   Zo::Thread thread;
 };
+
+struct CacheManager::Slot {
+  std::atomic<std::uint64_t> version = 0;
+  // The rest is the cache's, and guarded by its lock.
+  History history;
+  std::uint64_t order = 0;  // of the newest value that has one
+  bool listed = false;      // among those with something to trim
+};
+
+inline std::uint64_t CacheManager::Version(const Slot& slot) noexcept {
+  return slot.version.load(std::memory_order_acquire);
+}
 
 }  // namespace ZoIO

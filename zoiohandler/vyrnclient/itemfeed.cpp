@@ -1,5 +1,7 @@
 #include "zoiohandler/vyrnclient/itemfeed.h"
 
+#include <bit>
+#include <limits>
 #include <utility>
 
 #include "zoiohandler/vyrnclient/cachemanager.h"
@@ -9,6 +11,11 @@ namespace ZoIO {
 namespace {
 
 const ZoJsonPointer payloadPlace("/payload");
+
+// What hosts are promised is the precision of a float.
+double AsShown(float value) {
+  return static_cast<double>(value);
+}
 
 // Takes a primitive into the item. The order of the tests decides: an integer that fits signed 64 bits is
 // signed, though it may count as unsigned too.
@@ -21,8 +28,7 @@ void TakeValue(ItemManager::ItemInfo& item, const ZoJson& element) {
     item.value.store_uint64(element.Get<unsigned long long>());
   } else if (element.IsFloat()) {
     item.type = enumtype_double;
-    // What hosts are promised is the precision of a float.
-    item.value.store_float64(static_cast<double>(element.Get<float>()));
+    item.value.store_float64(AsShown(element.Get<float>()));
   } else if (element.IsBoolean()) {
     item.type = enumtype_bool;
     item.value.store_boolean(element.Get<int>() != 0);
@@ -60,6 +66,24 @@ ioDataValue MakeRecord(const xhmi::variant_value& value, enumtype type) {
       break;
   }
   return data;
+}
+
+// Whether an element arrives at the host as what was shown of it before. Texts are left to a look at the item.
+bool ShowsSame(const ZoJson& element, const ItemFeed::Shown& shown) {
+  switch (shown.type) {
+    case enumtype_int64:
+      return element.IsInteger() && element.Get<long long>() == shown.value.int64;
+    case enumtype_uint64:
+      return !element.IsInteger() && element.IsUnsigned() &&
+             element.Get<unsigned long long>() == shown.value.uint64;
+    case enumtype_double:
+      return element.IsFloat() &&
+             std::bit_cast<std::uint64_t>(AsShown(element.Get<float>())) == shown.value.uint64;
+    case enumtype_bool:
+      return element.IsBoolean() && (element.Get<int>() != 0) == (shown.value.boolean != 0);
+    default:
+      return false;
+  }
 }
 
 }  // namespace
@@ -101,7 +125,7 @@ void ItemFeed::NoteTime(std::chrono::system_clock::time_point now) {
   lastTime = now;
 }
 
-void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item) {
+void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item, const ZoJson* element) {
   if (item.slot != nullptr && CacheManager::Version(*item.slot) == item.seen && item.clockRun == clockRun) {
     return;
   }
@@ -112,7 +136,9 @@ void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item) {
         throw CacheError("Cache is empty.");
       }
     }
-    const ZoJson* const element = Document(*item.slot).Find(item.pointer);
+    if (element == nullptr) {
+      element = Document(*item.slot).Find(item.pointer);
+    }
     if (element == nullptr) {
       item.type = enumtype_invalid;
     } else if (element->IsPrimitive()) {
@@ -140,13 +166,55 @@ const ZoJson& ItemFeed::Document(const CacheManager::Slot& slot) {
   return lastDocument;
 }
 
-ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item) const {
+bool ItemFeed::HoldsStill(const char* itemName, Shown& shown, const ZoJson*& element) {
+  if (shown.slot == nullptr || shown.edition != edition || shown.memberSize == 0) {
+    return false;
+  }
+  try {
+    const ZoJson& document = Document(*shown.slot);
+    if (lastVersion == 0) {
+      return false;
+    }
+    element = document.FindAt(shown.place, {itemName + shown.memberAt, shown.memberSize});
+  } catch (const std::exception&) {
+    return false;  // the look at the item knows what to do then
+  }
+  if (element == nullptr || !ShowsSame(*element, shown)) {
+    return false;
+  }
+  shown.version = lastVersion;
+  return true;
+}
+
+ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item, const Shown& last, const ZoJson* element) {
   // A seen of 0 says that the value is not the cache's, or may change without a newer document.
   if (item.slot == nullptr || item.seen == 0 || item.clockRun != clockRun) {
     return {};
   }
   const ioDataValue data = MakeRecord(item.value, item.type);
-  return {&CacheManager::VersionCounter(*item.slot), item.seen, data.value, data.type, edition};
+  Shown shown = last;
+  if (element == nullptr) {
+    shown = {};
+    FindMember(item, shown);
+  }
+  shown.slot = item.slot;
+  shown.version = item.seen;
+  shown.value = data.value;
+  shown.edition = edition;
+  shown.type = static_cast<std::uint8_t>(data.type);
+  return shown;
+}
+
+void ItemFeed::FindMember(const ItemManager::ItemInfo& item, Shown& shown) const {
+  constexpr std::size_t longest = std::numeric_limits<std::uint16_t>::max();
+  const auto& segments = item.pointer.Segments();
+  if (segments.size() == 1 && lastSlot == item.slot && item.name.size() <= longest &&
+      item.name.ends_with(segments.front().name)) {
+    const std::string& member = segments.front().name;
+    shown.memberSize = static_cast<std::uint16_t>(member.size());
+    shown.memberAt = static_cast<std::uint16_t>(item.name.size() - member.size());
+    shown.place = lastDocument.PlaceOf(member);
+  }
 }
 
 void ItemFeed::ShowAgain(const char* itemName, const Shown& shown) const {

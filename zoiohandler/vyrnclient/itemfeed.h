@@ -47,7 +47,8 @@ class ItemFeed {
   // data.
   xhmi::variant_value UpdateItemFromCache(ItemManager::ItemInfo& item);
   // The same without the copy, at the time that was noted last. Costs next to nothing while the cache has nothing newer.
-  void RefreshFromCache(ItemManager::ItemInfo& item);
+  // element: what HoldsStill found just now; null for one that is to be looked for.
+  void RefreshFromCache(ItemManager::ItemInfo& item, const ZoJson* element = nullptr);
 
   // Notes what the clock shows. Which of a resource's documents counts depends on it once it was set back, so every
   // item is then looked at anew.
@@ -55,22 +56,30 @@ class ItemFeed {
   // Notes that an item got a value that is not the cache's.
   void NoteEdit() { ++edition; }
 
-  // What the host was shown of an item. While it holds it can be shown again without a look at the item, whose memory
+  // What the host was shown of an item, so that the same can be shown again without a look at the item, whose memory
   // lies wherever it was when the item was made.
   struct Shown {
-    const std::atomic<std::uint64_t>* newest =
-        nullptr;                           // the resource's version in the cache; null: holds never
-    std::uint64_t version = 0;             // the one that was shown
-    decltype(ioDataValue::value) value{};  // a text is the item's own
-    std::uint32_t type = enumtype_invalid;
+    const CacheManager::Slot* slot = nullptr;  // null: the item is to be looked at
+    std::uint64_t version = 0;                 // of the slot
+    decltype(ioDataValue::value) value{};      // a text is the item's own
     std::uint32_t edition = 0;
+    // Of an item that is a member of the document itself: where documents have had it, and its name, as the end of the
+    // item's name. A memberSize of 0 stands for any other item.
+    std::uint32_t place = ZoJson::noPlace;
+    std::uint16_t memberAt = 0;
+    std::uint16_t memberSize = 0;
+    std::uint8_t type = enumtype_invalid;
   };
-  // What there is to show of an item that was refreshed just now.
-  Shown Show(const ItemManager::ItemInfo& item) const;
+  // Whether a look at the item would find what was shown.
   bool Holds(const Shown& shown) const {
-    return shown.newest != nullptr && shown.edition == edition &&
-           shown.newest->load(std::memory_order_acquire) == shown.version;
+    return shown.slot != nullptr && shown.edition == edition &&
+           CacheManager::Version(*shown.slot) == shown.version;
   }
+  // The same after a look at a newer document, which is noted in shown. Otherwise element is what the document has in
+  // the item's place, as far as that was found; it is valid until the next document is looked at.
+  bool HoldsStill(const char* itemName, Shown& shown, const ZoJson*& element);
+  // What there is to show of an item that was refreshed just now, from element or, when that is null, anew.
+  Shown Show(const ItemManager::ItemInfo& item, const Shown& last, const ZoJson* element);
   // Delivers it to the host, with status 0.
   void ShowAgain(const char* itemName, const Shown& shown) const;
 
@@ -86,6 +95,7 @@ class ItemFeed {
   const std::shared_ptr<Logger> logger;
   std::shared_ptr<ISensorManager> sensor;
   const ZoJson& Document(const CacheManager::Slot& slot);
+  void FindMember(const ItemManager::ItemInfo& item, Shown& shown) const;
   void Deliver(const char* itemName, const ioDataValue& value) const;
 
   std::shared_ptr<CacheManager> cache;

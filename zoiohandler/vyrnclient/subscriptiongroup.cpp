@@ -28,17 +28,8 @@ SubscriptionGroup::TimePoint AddSaturating(SubscriptionGroup::TimePoint time,
   return time + step;
 }
 
-// How many rows ahead of the walk memory is fetched: first the entries, which tell where the items are.
-constexpr std::size_t entriesAhead = 24;
-constexpr std::size_t itemsAhead = 12;
-
-void PrefetchItem(const ItemManager::ItemInfo* item) {
-  if (item != nullptr) {
-    __builtin_prefetch(&item->pointer);
-    __builtin_prefetch(&item->value);
-    __builtin_prefetch(&item->seen);
-  }
-}
+// How many rows ahead of the walk memory is fetched.
+constexpr std::size_t lookAhead = 16;
 
 }  // namespace
 
@@ -67,9 +58,11 @@ void SubscriptionGroup::ForceUpdate(const std::string& name) {
 }
 
 void SubscriptionGroup::Tick() {
+  documentsNew = 0;
+  valuesNew = 0;
   if (Arrange()) {
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      Prefetch(i);
+      Prefetch(i + lookAhead);
       TickRow(rows[i]);
     }
   } else {
@@ -78,6 +71,7 @@ void SubscriptionGroup::Tick() {
       TickRow(passing);
     }
   }
+  itemsChange = valuesNew > documentsNew / 4;
   nextTick = AddSaturating(nextTick, interval);
 }
 
@@ -97,18 +91,16 @@ bool SubscriptionGroup::Arrange() {
 }
 
 void SubscriptionGroup::Prefetch(std::size_t row) const {
-  if (row + entriesAhead < rows.size()) {
-    const Row& far = rows[row + entriesAhead];
-    if (!client.Holds(far.shown)) {
-      __builtin_prefetch(&far.entry->second);
-      __builtin_prefetch(&far.entry->second.item);
-    }
+  if (row >= rows.size() || client.Holds(rows[row].shown)) {
+    return;
   }
-  if (row + itemsAhead < rows.size()) {
-    const Row& near = rows[row + itemsAhead];
-    if (!client.Holds(near.shown)) {
-      PrefetchItem(near.entry->second.item);
-    }
+  const Row& ahead = rows[row];
+  if (ahead.shown.memberSize != 0) {
+    __builtin_prefetch(ahead.name + ahead.shown.memberAt);
+  }
+  if (itemsChange && ahead.item != nullptr) {
+    __builtin_prefetch(&ahead.item->value);
+    __builtin_prefetch(&ahead.item->seen);
   }
 }
 
@@ -116,19 +108,36 @@ void SubscriptionGroup::TickRow(Row& row) {
   try {
     if (client.Holds(row.shown)) {
       client.ShowAgain(row.name, row.shown);
-    } else {
-      TickItem(row);
+      return;
     }
+    ++documentsNew;
+    const ZoJson* element = nullptr;
+    if (client.HoldsStill(row.name, row.shown, element)) {
+      client.ShowAgain(row.name, row.shown);
+      return;
+    }
+    ++valuesNew;
+    TickItem(row, element);
   } catch (const std::exception&) {
     // One bad item must not hold up the others; it is tried again on the next tick.
   }
 }
 
-void SubscriptionGroup::TickItem(Row& row) {
-  auto& [name, entry] = *row.entry;
-  row.shown = {};
-  const ItemManager::ItemInfo& item = GetCurrentItem(name, entry);
-  if (!item.valid && !entry.forceUpdate && item.value == entry.lastValue) {
+void SubscriptionGroup::TickItem(Row& row, const ZoJson* element) {
+  const ItemFeed::Shown last = std::exchange(row.shown, {});
+  const ItemManager::ItemInfo& item = GetCurrentItem(row, element);
+  const std::string& name = row.entry->first;
+  if (item.valid) {  // which stays, so that it is pushed on every tick, and what was pushed before is of no account
+    row.shown = client.Show(item, last, element);
+    if (client.Holds(row.shown)) {
+      client.ShowAgain(row.name, row.shown);
+    } else {
+      client.UpdateItem(name, item.value, item.type, 0);
+    }
+    return;
+  }
+  Entry& entry = row.entry->second;
+  if (!entry.forceUpdate && item.value == entry.lastValue) {
     return;
   }
   client.UpdateItem(name, item.value, item.type, 0);
@@ -137,17 +146,18 @@ void SubscriptionGroup::TickItem(Row& row) {
     entry.lastValue = std::move(sent);
   }
   entry.forceUpdate = false;
-  if (item.valid) {  // which stays, so that it is pushed on every tick
-    row.shown = client.Show(item);
-  }
 }
 
-ItemManager::ItemInfo& SubscriptionGroup::GetCurrentItem(const std::string& name, Entry& entry) {
-  if (entry.item == nullptr) {
-    entry.item = &client.Sensor()->PLC()->Item(name);
+ItemManager::ItemInfo& SubscriptionGroup::GetCurrentItem(Row& row, const ZoJson* element) {
+  if (row.item == nullptr) {
+    Entry& entry = row.entry->second;
+    if (entry.item == nullptr) {
+      entry.item = &client.Sensor()->PLC()->Item(row.entry->first);
+    }
+    row.item = entry.item;
   }
-  client.RefreshFromCache(*entry.item);
-  return *entry.item;
+  client.RefreshFromCache(*row.item, element);
+  return *row.item;
 }
 
 }  // namespace ZoIO

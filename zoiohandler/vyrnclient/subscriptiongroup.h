@@ -53,21 +53,26 @@ class SubscriptionGroup {
 
     Items::value_type* entry;
     const char* name;
+    ItemManager::ItemInfo* item = nullptr;  // as in the entry, once it is known
     ItemFeed::Shown shown;
   };
 
   // Whether there is a row for each item. False without the memory for that.
   bool Arrange();
   void Prefetch(std::size_t row) const;
-  ItemManager::ItemInfo& GetCurrentItem(const std::string& name, Entry& entry);
+  ItemManager::ItemInfo& GetCurrentItem(Row& row, const ZoJson* element);
   void TickRow(Row& row);
-  void TickItem(Row& row);
+  void TickItem(Row& row, const ZoJson* element);
 
   ItemFeed& client;
   const std::chrono::milliseconds interval;
   TimePoint nextTick;
   Items items;
   std::vector<Row> rows;  // of all items, or none since an item came or went
+  // Of a tick: the rows whose document was a newer one, and those of them whose value was, too.
+  std::size_t documentsNew = 0;
+  std::size_t valuesNew = 0;
+  bool itemsChange = true;  // so many of them in the tick before that items are fetched ahead of the walk
 };
 
 }  // namespace ZoIO

@@ -122,6 +122,12 @@ class ZoJson {
   // What At gives a copy of, or null when there is nothing. Valid until this value is edited or destroyed.
   const ZoJson* Find(const ZoJsonPointer& pointer) const;
 
+  // For who looks for one member in many documents of the same form: the place that an object has it at, and what is at
+  // a place, provided that it is the member of that name. FindAt gives null where it is another one or there is none.
+  static constexpr std::uint32_t noPlace = 0xFFFFFFFF;
+  std::uint32_t PlaceOf(std::string_view member) const noexcept;
+  const ZoJson* FindAt(std::uint32_t place, std::string_view member) const noexcept;
+
   // Puts a value at a pointer. Missing containers on the way are made, as objects, also for numeric segments;
   // a scalar in the way is replaced by an object; an array in the way is indexed ("-" or its length appends),
   // and ZoJsonError is raised for a segment that is no index of it. The empty pointer replaces the whole

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "zovyrnsdk/json/zojsonhash.h"
+#include "zovyrnsdk/json/zojsonnode.h"
 #include "zovyrnsdk/json/zojsonpath.h"
 
 namespace {
@@ -79,6 +81,27 @@ const ZoJson* ZoJson::Find(const ZoJsonPointer& pointer) const {
   ZoJsonPointerPath path(pointer);
   const ZoJson& value = Follow(*this, path);
   return path.Done() ? &value : nullptr;
+}
+
+std::uint32_t ZoJson::PlaceOf(std::string_view member) const noexcept {
+  if (!IsObject() || !HoldsNode()) {
+    return noPlace;
+  }
+  const std::uint32_t slot = ZoJsonAccess::Object(*this).Find(member, ZoJsonHash(member));
+  return slot == ObjectNode::none ? noPlace : slot;
+}
+
+const ZoJson* ZoJson::FindAt(std::uint32_t place, std::string_view member) const noexcept {
+  if (!IsObject() || !HoldsNode()) {
+    return nullptr;
+  }
+  ObjectNode& object = ZoJsonAccess::Object(*this);
+  if (place >= object.used) {
+    return nullptr;
+  }
+  // A dead slot's name has a size that no name has.
+  const ObjectNode::Member& found = object.Slots()[place];
+  return found.keySize == member.size() && object.Key(found) == member ? &found.value : nullptr;
 }
 
 bool ZoJson::HasKey(std::string_view key) const {

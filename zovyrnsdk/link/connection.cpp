@@ -337,6 +337,7 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
   try {
     if (binary) {
       message.kind = Incoming::Kind::Malformed;  // whatever it holds, it is no JSON text
+      message.fault = "it is binary";
     } else {
       message = ReadIncoming(text);
     }
@@ -351,7 +352,7 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
     }
     session->Close(tooLarge ? Session::CloseCode_TooLarge : Session::CloseCode_BadMessage, nullptr);
     Lost(tooLarge ? "the sensor sent a message that is too large"
-                  : "the sensor sent a message that is no JSON object");
+                  : "the sensor sent a message that is no JSON object (" + message.fault + ")");
     if (text.size() > hugeMessage) {
       qMemory_GiveBack();  // what was read of the document lay in small pieces, which the process would keep
     }

@@ -64,12 +64,14 @@ Incoming ReadIncoming(std::string_view text) {
   } catch (const ZoJsonTooLarge&) {
     message.kind = Incoming::Kind::TooLarge;
     return message;
-  } catch (const ZoJsonError&) {
+  } catch (const ZoJsonError& error) {
     message.kind = Incoming::Kind::Malformed;
+    message.fault = error.what();
     return message;
   }
   if (!message.document.IsObject()) {
     message.kind = Incoming::Kind::Malformed;
+    message.fault = "the JSON is another value";
     return message;
   }
   if (const ZoJson* const id = message.document.Find(idMember)) {

@@ -24,6 +24,7 @@ struct Incoming {
   std::string uri;
   ZoJson document;
   std::size_t bytes = 0;  // of memory, about, that the document holds
+  std::string fault;      // of a malformed one, what is wrong with it
 };
 
 // Raises std::bad_alloc alone.

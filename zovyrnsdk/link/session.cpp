@@ -4,6 +4,7 @@
 #include <array>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/field.hpp>
@@ -231,7 +232,9 @@ void Session::Impl::ReadSome(const error_code& error, std::size_t size) {
     // The library has said good-bye with the fitting code; what the peer still sends is read away for a
     // moment, so that the good-bye is not lost to a reset.
     const bool noUtf8 = error == websocket::error::bad_frame_payload;
-    End(error == websocket::error::closed ? "the sensor closed the session" : error.message(),
+    End(error == websocket::error::closed ? "the sensor closed the session"
+        : error == asio::error::eof       ? "the sensor ended the connection"
+                                          : error.message(),
         noUtf8 ? RefusedText() : std::string_view());
     StartLinger();
     return;
