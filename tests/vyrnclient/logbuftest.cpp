@@ -126,6 +126,21 @@ TEST_F(LogStream, EndlDeliversOnce) {
   EXPECT_EQ(recorder.All()[0].level, 5);
 }
 
+TEST_F(LogStream, TextsStandInTheOrderInWhichTheyCameHoweverTheyCame) {
+  ZoIO::LogStream<char> stream(&recorder, &Recorder::HandleLog, 5, nullptr);
+  for (int line = 0; line < 2; ++line) {
+    stream << "one " << 2;
+    stream.Append({" three", "", " four"});
+    stream << " five";
+    stream.Append({" and a text that is longer than what a string holds without memory\n"});
+    EXPECT_EQ(recorder.Size(), static_cast<std::size_t>(line));
+    stream.flush();
+    ASSERT_EQ(recorder.Size(), static_cast<std::size_t>(line) + 1);
+    EXPECT_EQ(recorder.All().back().text,
+              "one 2 three four five and a text that is longer than what a string holds without memory\n");
+  }
+}
+
 TEST_F(LogStream, DestructionDeliversWhatIsLeft) {
   {
     ZoIO::LogStream<char> stream(&recorder, &Recorder::HandleLog, 5, nullptr);

@@ -2,6 +2,7 @@
 // pushed again without a look at the item, and must be what a look would have found.
 #include <gmock/gmock.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -161,6 +162,79 @@ TEST_F(StillDocuments, ItemThatWasRefreshedBetweenTicksShowsItsNewValue) {
   EXPECT_THAT(Tick(),
               ElementsAre("/r#/t 0:another text, even longer, which needs more memory of its own than the "
                           "one before"));
+}
+
+// An object or array leaves an item as it is, so it matters what that is: whatever was shown of it last.
+TEST_F(StillDocuments, ContainerBringsBackNoValueThatAReadTookInBetween) {
+  for (const char* between :
+       {R"({"a":2})", R"({"a":{}})", R"({"a":null})", R"({"a":0.5})", R"({"a":"text"})"}) {
+    SCOPED_TRACE(between);
+    Cached("/r", R"({"a":1})");
+    Add({"/r#/a"});
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+    Cached("/r", between);
+    feed.UpdateItemFromCache(Item("/r#/a"));
+    Cached("/r", R"({"a":1})");
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+    Cached("/r", R"({"a":{}})");
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+    feed.UpdateItemFromCache(Item("/r#/a"));
+    EXPECT_EQ(Item("/r#/a").value.int64(), 1);
+    EXPECT_EQ(Item("/r#/a").type, enumtype_int64);
+  }
+}
+
+TEST_F(StillDocuments, ContainerBringsBackNoValueThatAnotherGroupTookInBetween) {
+  Cached("/r", R"({"a":1})");
+  Add({"/r#/a"});
+  ZoIO::SubscriptionGroup other(feed, std::chrono::milliseconds(500));
+  const auto tickOther = [&] {
+    recorder.Clear();
+    other.Tick();
+    return Pushed();
+  };
+  Tick();
+  Cached("/r", R"({"a":1})");
+  Tick();
+  other.AddItem("/r#/a");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_THAT(tickOther(), ElementsAre("/r#/a 2:1"));
+    Cached("/r", R"({"a":2})");
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:2"));
+    Cached("/r", R"({"a":1})");
+    EXPECT_THAT(tickOther(), ElementsAre("/r#/a 2:1"));
+    Cached("/r", R"({"a":[]})");
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+    EXPECT_THAT(tickOther(), ElementsAre("/r#/a 2:1"));
+    Cached("/r", R"({"a":1})");
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  }
+  // Alone again.
+  other.RemoveItem("/r#/a");
+  for (const char* document : {R"({"a":3})", R"({"a":3})", R"({"a":{}})"}) {
+    Cached("/r", document);
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:3"));
+  }
+}
+
+TEST_F(StillDocuments, ItemWhosePushRaisedIsPushedAgainAndTheOthersGoOn) {
+  Cached("/r", R"({"a":1,"b":2,"c":3})");
+  Add({"/r#/a", "/r#/b", "/r#/c"});
+  // New, shown before, and shown before of an older document.
+  for (int i = 0; i < 3; ++i) {
+    recorder.OnValue([](const Entry& entry) {
+      if (entry.item == "/r#/b") {
+        throw std::runtime_error("broken");
+      }
+    });
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1", "/r#/b 2:2", "/r#/c 2:3"));
+    recorder.OnValue({});
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1", "/r#/b 2:2", "/r#/c 2:3"));
+    if (i == 1) {
+      Cached("/r", R"({"a":1,"b":2,"c":3})");
+    }
+  }
 }
 
 TEST_F(StillDocuments, OrderOfNamesHoldsWhileItemsComeAndGo) {

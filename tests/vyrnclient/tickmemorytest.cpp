@@ -86,5 +86,22 @@ TEST_F(TickMemory, UnforcedItemWhoseTextCouldNotBeNotedKeepsTheOneBefore) {
   EXPECT_THAT(Tick(), ElementsAre("/r#/b 2:2"));
 }
 
+// The rows of a group are made by the first tick after an item came or went.
+TEST_F(TickMemory, TickWithoutMemoryForItsRowsPushesEveryItemAllTheSame) {
+  Cached("/s", R"({"a":1,"b":true})");
+  for (const char* name : {"/s#/a", "/s#/b"}) {
+    Item(name).valid = true;
+    group.AddItem(name);
+  }
+  for (int i = 0; i < 2; ++i) {
+    recorder.Clear();
+    FailingNew failing(1);
+    group.Tick();
+    EXPECT_TRUE(failing.HasFailed());
+  }
+  EXPECT_THAT(Pushed(), ElementsAre("/s#/a 2:1", "/s#/b 1:1"));
+  EXPECT_THAT(Tick(), ElementsAre("/s#/a 2:1", "/s#/b 1:1"));
+}
+
 }  // namespace
 }  // namespace ZoTest

@@ -112,7 +112,9 @@ void ItemFeed::UpdateResource(const std::string& resource) {
 
 xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
   NoteTime(std::chrono::system_clock::now());
+  const std::uint64_t seen = item.seen;
   RefreshFromCache(item);
+  refreshes += item.seen != seen ? 1 : 0;
   return item.value;
 }
 
@@ -166,8 +168,14 @@ const ZoJson& ItemFeed::Document(const CacheManager::Slot& slot) {
   return lastDocument;
 }
 
+void ItemFeed::Watch(ItemManager::ItemInfo& item) {
+  ++item.watchers;
+  refreshes += item.watchers > 1 ? 1 : 0;
+}
+
 bool ItemFeed::HoldsStill(const char* itemName, Shown& shown, const ZoJson*& element) {
-  if (shown.slot == nullptr || shown.edition != edition || shown.memberSize == 0) {
+  if (shown.slot == nullptr || shown.edition != edition || shown.refreshes != refreshes ||
+      shown.memberSize == 0) {
     return false;
   }
   try {
@@ -193,7 +201,7 @@ ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item, const Shown& l
   }
   const ioDataValue data = MakeRecord(item.value, item.type);
   Shown shown = last;
-  if (element == nullptr) {
+  if ((element == nullptr && item.seen != last.version) || item.watchers != 1) {
     shown = {};
     FindMember(item, shown);
   }
@@ -201,19 +209,24 @@ ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item, const Shown& l
   shown.version = item.seen;
   shown.value = data.value;
   shown.edition = edition;
+  shown.refreshes = refreshes;
   shown.type = static_cast<std::uint8_t>(data.type);
   return shown;
 }
 
 void ItemFeed::FindMember(const ItemManager::ItemInfo& item, Shown& shown) const {
-  constexpr std::size_t longest = std::numeric_limits<std::uint16_t>::max();
   const auto& segments = item.pointer.Segments();
-  if (segments.size() == 1 && lastSlot == item.slot && item.name.size() <= longest &&
-      item.name.ends_with(segments.front().name)) {
-    const std::string& member = segments.front().name;
+  if (segments.size() != 1 || lastSlot != item.slot || item.watchers != 1 ||
+      item.name.size() > std::numeric_limits<std::uint16_t>::max() ||
+      !item.name.ends_with(segments.front().name)) {
+    return;
+  }
+  const std::string& member = segments.front().name;
+  const std::uint32_t place = lastDocument.PlaceOf(member);
+  if (place < noPlace) {
+    shown.place = static_cast<std::uint16_t>(place);
     shown.memberSize = static_cast<std::uint16_t>(member.size());
     shown.memberAt = static_cast<std::uint16_t>(item.name.size() - member.size());
-    shown.place = lastDocument.PlaceOf(member);
   }
 }
 

@@ -56,6 +56,12 @@ class ItemFeed {
   // Notes that an item got a value that is not the cache's.
   void NoteEdit() { ++edition; }
 
+  // Once for each group that an item is in, and when it leaves.
+  void Watch(ItemManager::ItemInfo& item);
+  void Unwatch(ItemManager::ItemInfo& item) { --item.watchers; }
+
+  static constexpr std::uint16_t noPlace = 0xFFFF;
+
   // What the host was shown of an item, so that the same can be shown again without a look at the item, whose memory
   // lies wherever it was when the item was made.
   struct Shown {
@@ -63,9 +69,10 @@ class ItemFeed {
     std::uint64_t version = 0;                 // of the slot
     decltype(ioDataValue::value) value{};      // a text is the item's own
     std::uint32_t edition = 0;
-    // Of an item that is a member of the document itself: where documents have had it, and its name, as the end of the
-    // item's name. A memberSize of 0 stands for any other item.
-    std::uint32_t place = ZoJson::noPlace;
+    std::uint32_t refreshes = 0;
+    // Of an item that is a member of the document itself, and in no other group: where documents have had it, and its
+    // name, as the end of the item's name. A memberSize of 0 stands for any other item.
+    std::uint16_t place = noPlace;
     std::uint16_t memberAt = 0;
     std::uint16_t memberSize = 0;
     std::uint8_t type = enumtype_invalid;
@@ -75,8 +82,9 @@ class ItemFeed {
     return shown.slot != nullptr && shown.edition == edition &&
            CacheManager::Version(*shown.slot) == shown.version;
   }
-  // The same after a look at a newer document, which is noted in shown. Otherwise element is what the document has in
-  // the item's place, as far as that was found; it is valid until the next document is looked at.
+  // The same after a look at a newer document, which is noted in shown. Only while nobody else refreshes the item: an
+  // element that leaves it as it is would bring back what the other one took. Otherwise element is what the document has
+  // in the item's place, as far as that was found; it is valid until the next document is looked at.
   bool HoldsStill(const char* itemName, Shown& shown, const ZoJson*& element);
   // What there is to show of an item that was refreshed just now, from element or, when that is null, anew.
   Shown Show(const ItemManager::ItemInfo& item, const Shown& last, const ZoJson* element);
@@ -106,8 +114,10 @@ class ItemFeed {
   // The clock, as it was noted last, and how often it was set back.
   std::chrono::system_clock::time_point lastTime = std::chrono::system_clock::time_point::min();
   std::uint32_t clockRun = 0;
-  // How often what was shown of items lost its hold in another way than by a newer document.
+  // How often what was shown of items lost its hold in another way than by a newer document, and how often items came
+  // by values in another way than by the tick of their only group.
   std::uint32_t edition = 0;
+  std::uint32_t refreshes = 0;
 };
 
 }  // namespace ZoIO

@@ -41,6 +41,7 @@ struct ItemInfo {
   ZoJsonPointer pointer;        // where the value lies in the resource's payload
   SharedFlag valid = true;      // found in the sensor's data
   bool subscribed = false;
+  std::uint32_t watchers = 0;  // groups that have ticked it
   // The variant starts with the integer 0 while type says invalid: a scalar is stored over it in place, and
   // type alone tells how to read it.
   xhmi::variant_value value{0LL};

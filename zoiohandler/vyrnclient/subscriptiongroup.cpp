@@ -46,6 +46,9 @@ void SubscriptionGroup::RemoveItem(const std::string& name) {
   const auto found = items.find(name);
   if (found != items.end()) {
     rows.clear();
+    if (found->second.item != nullptr) {
+      client.Unwatch(*found->second.item);
+    }
     items.erase(found);
   }
 }
@@ -153,6 +156,7 @@ ItemManager::ItemInfo& SubscriptionGroup::GetCurrentItem(Row& row, const ZoJson*
     Entry& entry = row.entry->second;
     if (entry.item == nullptr) {
       entry.item = &client.Sensor()->PLC()->Item(row.entry->first);
+      client.Watch(*entry.item);
     }
     row.item = entry.item;
   }

@@ -336,8 +336,7 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
   Incoming message;
   try {
     if (binary) {
-      message.kind = Incoming::Kind::Malformed;  // whatever it holds, it is no JSON text
-      message.fault = "it is binary";
+      message = Malformed("it is binary");  // whatever it holds, it is no JSON text
     } else {
       message = ReadIncoming(text);
     }
@@ -352,7 +351,8 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
     }
     session->Close(tooLarge ? Session::CloseCode_TooLarge : Session::CloseCode_BadMessage, nullptr);
     Lost(tooLarge ? "the sensor sent a message that is too large"
-                  : "the sensor sent a message that is no JSON object (" + message.fault + ")");
+                  : "the sensor sent a message that is no JSON object" +
+                        (message.fault.empty() ? "" : " (" + message.fault + ")"));
     if (text.size() > hugeMessage) {
       qMemory_GiveBack();  // what was read of the document lay in small pieces, which the process would keep
     }

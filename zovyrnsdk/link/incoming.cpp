@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 
 #include "zovyrnsdk/json/zojsonerror.h"
 #include "zovyrnsdk/link/limits.h"
@@ -56,6 +57,17 @@ Incoming ReadPush(Incoming message, std::string_view event) {
 
 }  // namespace
 
+Incoming Malformed(const char* fault) noexcept {
+  Incoming message;
+  message.kind = Incoming::Kind::Malformed;
+  try {
+    message.fault = fault;
+  } catch (const std::bad_alloc&) {
+    // That it is malformed matters more than why.
+  }
+  return message;
+}
+
 Incoming ReadIncoming(std::string_view text) {
   Incoming message;
   message.bytes = documentLimit;
@@ -65,14 +77,10 @@ Incoming ReadIncoming(std::string_view text) {
     message.kind = Incoming::Kind::TooLarge;
     return message;
   } catch (const ZoJsonError& error) {
-    message.kind = Incoming::Kind::Malformed;
-    message.fault = error.what();
-    return message;
+    return Malformed(error.what());
   }
   if (!message.document.IsObject()) {
-    message.kind = Incoming::Kind::Malformed;
-    message.fault = "the JSON is another value";
-    return message;
+    return Malformed("the JSON is another value");
   }
   if (const ZoJson* const id = message.document.Find(idMember)) {
     if (id->IsUnsigned()) {

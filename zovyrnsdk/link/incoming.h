@@ -27,6 +27,9 @@ struct Incoming {
   std::string fault;      // of a malformed one, what is wrong with it
 };
 
+// A message that is malformed, and why, provided that there is memory to say it.
+Incoming Malformed(const char* fault) noexcept;
+
 // Raises std::bad_alloc alone.
 Incoming ReadIncoming(std::string_view text);
 
