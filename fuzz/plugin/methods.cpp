@@ -24,6 +24,11 @@ std::string TakeLine(std::string_view& text) {
   return line;
 }
 
+// A host's texts end with their first zero byte.
+std::string AsHostsText(const std::string& text) {
+  return text.c_str();
+}
+
 std::optional<ZoJson> Parsed(std::string_view text) {
   try {
     return ZoJson::ParseString(text);
@@ -107,11 +112,11 @@ class Bench {
  public:
   void Play(const std::string& method, const Answer& answer, const std::string& arguments, State state) {
     Prepare(answer, state);
-    const Expectation expected(method, Parsed(arguments.c_str()), answer, state);
+    const Expectation expected(method, Parsed(arguments), answer, state);
     const int result = CallMethod(&token, nullptr, method.c_str(), arguments.c_str(), hosted.Handle());
     Require(result == (expected.answered ? 0 : 1), "the result is 0 for what is answered, else 1");
     CheckRequests(expected);
-    CheckResponses(expected, Parsed(arguments.c_str()));
+    CheckResponses(expected, Parsed(arguments));
     const std::size_t lines = hosted.Listener().TakeLines();
     Require((state == State::Offline) == (lines == 0), "a call of a connected sensor is logged");
     Require(hosted.Listener().TakeValues().empty(), "a call delivers no value");
@@ -158,10 +163,11 @@ class Bench {
 
 void PlayMethod(std::string_view script) {
   static Bench bench;
-  const std::string method = TakeLine(script);
+  const std::string method = AsHostsText(TakeLine(script));
   const Answer answer(TakeLine(script));
+  const std::string arguments = AsHostsText(std::string(script));
   for (const State state : {State::Idle, State::Running, State::Offline}) {
-    bench.Play(method, answer, std::string(script), state);
+    bench.Play(method, answer, arguments, state);
   }
 }
 
