@@ -41,8 +41,8 @@ struct WhenAllAreDue {
 
 }  // namespace
 
-Hosted::Hosted(enum Sensor kind, bool hasValues, bool hasResponses) : host(hasValues, hasResponses) {
-  if (kind == Sensor::Simulator) {
+Hosted::Hosted(Kind kind, bool hasValues, bool hasResponses) : host(hasValues, hasResponses) {
+  if (kind == Kind::Simulator) {
     const ioHandlerParam param = host.Param();
     void* handle = nullptr;
     Require(CreateIoInstance("simulator", 0, &param, &handle) == 0 && handle != nullptr,

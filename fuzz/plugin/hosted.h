@@ -14,9 +14,9 @@ namespace ZoFuzz {
 
 class Hosted {
  public:
-  enum class Sensor { Fake, Simulator };
+  enum class Kind { Fake, Simulator };
 
-  explicit Hosted(Sensor kind = Sensor::Fake, bool hasValues = true, bool hasResponses = true);
+  explicit Hosted(Kind kind = Kind::Fake, bool hasValues = true, bool hasResponses = true);
   Hosted(const Hosted&) = delete;
   Hosted& operator=(const Hosted&) = delete;
   // Through the export, which must succeed; no callback may come after it.
