@@ -16,7 +16,9 @@ namespace ZoFuzz {
 namespace {
 
 constexpr int mostSteps = 300;
-constexpr int mostInstances = 6;  // which take longest
+// Making an instance takes longest, and a simulator has a thread of its own.
+constexpr int mostInstances = 6;
+constexpr int mostSimulators = 1;
 
 // Up to the divider, which is taken off too; all that is left without one.
 std::string_view Take(std::string_view& text, char divider) {
@@ -150,9 +152,11 @@ class Play {
 
   void Create(Seat& seat, std::string_view flags) {
     const auto has = [flags](char flag) { return flags.find(flag) != std::string_view::npos; };
-    if (!seat.IsTaken() && instances < mostInstances) {
-      ++instances;
-      seat.Create(has('s') ? Hosted::Kind::Simulator : Hosted::Kind::Fake, !has('v'), !has('m'));
+    const bool simulated = has('s');
+    int& made = simulated ? simulators : instances;
+    if (!seat.IsTaken() && made < (simulated ? mostSimulators : mostInstances)) {
+      ++made;
+      seat.Create(simulated ? Hosted::Kind::Simulator : Hosted::Kind::Fake, !has('v'), !has('m'));
     }
   }
 
@@ -179,7 +183,8 @@ class Play {
   }
 
   std::array<Seat, 2> seats;
-  int instances = 0;
+  int instances = 0;  // on fake sensors
+  int simulators = 0;
 };
 
 }  // namespace
