@@ -51,6 +51,7 @@ void Seat::Create(Hosted::Kind kind, bool hasValues, bool hasResponses) {
     hosted = std::make_unique<Hosted>(kind, hasValues, hasResponses);
     connected = true;
     groups.clear();
+    users.clear();
   }
 }
 
@@ -167,15 +168,34 @@ void Seat::Subscribe(long long interval, const std::vector<Name>& names, Batch b
 void Seat::CheckBatch(long long interval, const std::vector<Name>& names, const std::vector<int>& results,
                       int result) {
   std::size_t done = 0;
+  std::vector<std::string> started;
   for (; done < names.size() && names[done]; ++done) {
     // Nothing that the sensor answers makes a name fail; only a fault in here would.
     Require(results[done] >= 0 && results[done] < failed, "a subscribed name has a kind");
     groups[interval].insert(*names[done]);
+    const std::string uri = NameModel(*names[done]).uri;
+    if (users[uri]++ == 0) {
+      started.push_back(uri);
+    }
   }
+  CheckStreams("Stream", started);
   Require(result == (done < names.size() ? 1 : 0), "a batch fails at a null name alone");
   Require(std::all_of(results.begin() + static_cast<std::ptrdiff_t>(done), results.end(),
                       [](int word) { return word == untouched; }),
           "results behind the end of a batch stay as they are");
+}
+
+void Seat::CheckStreams(const char* verb, const std::vector<std::string>& resources) const {
+  if (Fake() == nullptr) {
+    return;
+  }
+  std::vector<std::string> asked;
+  for (const auto& request : Fake()->Calls()) {
+    if (request.verb == verb) {
+      asked.push_back(request.uri);
+    }
+  }
+  Require(asked == resources, "a stream goes from a resource's first subscription to its last");
 }
 
 void Seat::Unsubscribe(const std::vector<Name>& names, Batch batch) {
@@ -189,11 +209,19 @@ void Seat::Unsubscribe(const std::vector<Name>& names, Batch batch) {
     return;
   }
   Require(result == 0, "unsubscribing fails for no name");
+  std::vector<std::string> stopped;
   for (int i = 0; i < count; ++i) {
+    const std::string& name = *names[static_cast<std::size_t>(i)];
     for (auto& [interval, subscribed] : groups) {
-      subscribed.erase(*names[static_cast<std::size_t>(i)]);
+      subscribed.erase(name);
+    }
+    const std::string uri = NameModel(name).uri;
+    users[uri] = std::max(users[uri] - 1, 0);
+    if (users[uri] == 0) {
+      stopped.push_back(uri);
     }
   }
+  CheckStreams("StopStream", stopped);
   CheckNoValues();
   CheckNoResponses();
 }

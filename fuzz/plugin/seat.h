@@ -59,12 +59,15 @@ class Seat {
   void CheckNoResponses();
   void CheckValue(const Host::Value& value) const;
   void CheckUpdate(const std::string& name, const ioDataValue& value, bool wasValid, int result) const;
+  // Of the sensor's requests, those of this verb went to these resources, in this order.
+  void CheckStreams(const char* verb, const std::vector<std::string>& resources) const;
   void CheckBatch(long long interval, const std::vector<Name>& names, const std::vector<int>& results,
                   int result);
 
   std::unique_ptr<Hosted> hosted;
   bool connected = true;
-  Groups groups;                                              // by interval: what is subscribed
+  Groups groups;                     // by interval: what is subscribed
+  std::map<std::string, int> users;  // by resource: how many subscriptions keep its stream
   std::shared_ptr<int> readsLeft = std::make_shared<int>(0);  // of the registry's worker
 };
 
