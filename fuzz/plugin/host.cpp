@@ -89,6 +89,8 @@ void Host::HandleValue(const char* itemName, const ioDataValue* value, void* con
   if (host.IsOwnThread()) {
     std::lock_guard held(host.mutex);
     host.values.push_back(std::move(entry));
+  } else {
+    host.valuesElsewhere = true;
   }
 }
 

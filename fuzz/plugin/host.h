@@ -47,6 +47,8 @@ class Host {
   std::vector<Value> TakeValues();
   std::vector<Response> TakeResponses();
   std::size_t TakeLines();
+  // Whether a value came on another thread, ever.
+  bool HadValuesElsewhere() const { return valuesElsewhere; }
 
  private:
   static void HandleValue(const char* itemName, const ioDataValue* value, void* context);
@@ -61,6 +63,7 @@ class Host {
   const std::thread::id thread = std::this_thread::get_id();
 
   std::atomic<bool> allowed = true;
+  std::atomic<bool> valuesElsewhere = false;
   std::mutex mutex;
   std::vector<Value> values;  // guarded by mutex, like the two below
   std::vector<Response> responses;

@@ -172,7 +172,7 @@ void Seat::CheckBatch(long long interval, const std::vector<Name>& names, const 
   for (; done < names.size() && names[done]; ++done) {
     // Nothing that the sensor answers makes a name fail; only a fault in here would.
     Require(results[done] >= 0 && results[done] < failed, "a subscribed name has a kind");
-    groups[interval].insert(*names[done]);
+    groups[interval].try_emplace(*names[done], false);
     const std::string uri = NameModel(*names[done]).uri;
     if (users[uri]++ == 0) {
       started.push_back(uri);

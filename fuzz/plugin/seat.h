@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -45,7 +44,7 @@ class Seat {
   void Push(const std::string& uri, const ZoJson& payload);
 
  private:
-  using Groups = std::map<long long, std::set<std::string>>;
+  using Groups = std::map<long long, std::map<std::string, bool>>;
 
   void* Handle() const { return hosted == nullptr ? nullptr : hosted->Handle(); }
   bool IsConnected() const { return hosted != nullptr && connected; }
@@ -66,7 +65,7 @@ class Seat {
 
   std::unique_ptr<Hosted> hosted;
   bool connected = true;
-  Groups groups;                     // by interval: what is subscribed
+  Groups groups;                     // by interval: what is subscribed, and whether a pass has shown it
   std::map<std::string, int> users;  // by resource: how many subscriptions keep its stream
   std::shared_ptr<int> readsLeft = std::make_shared<int>(0);  // of the registry's worker
 };
