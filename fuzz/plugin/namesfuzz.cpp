@@ -1,0 +1,10 @@
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "fuzz/plugin/names.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  ZoFuzz::CheckName({reinterpret_cast<const char*>(data), size});
+  return 0;
+}
