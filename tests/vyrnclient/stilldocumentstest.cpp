@@ -218,6 +218,34 @@ TEST_F(StillDocuments, ContainerBringsBackNoValueThatAnotherGroupTookInBetween) 
   }
 }
 
+TEST_F(StillDocuments, ContainerBringsBackNoValueThatAGroupTookWithItsFirstTick) {
+  Cached("/r", R"({"a":1})");
+  Add({"/r#/a"});
+  Tick();
+  ZoIO::SubscriptionGroup other(feed, std::chrono::milliseconds(500));
+  other.AddItem("/r#/a");
+  Cached("/r", R"({"a":2})");
+  other.Tick();
+  Cached("/r", R"({"a":1})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  Cached("/r", R"({"a":{}})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+}
+
+// After the clock was set back, values lie ahead of it, and the first of them counts.
+TEST_F(StillDocuments, ValueAheadOfTheClockIsShownUntilItsTimeHasPassed) {
+  Cached("/r", R"({"a":1})");
+  Add({"/r#/a"});
+  Tick();
+  const long long now = ZoIO::CacheManager::TimeInMills();
+  constexpr long long hour = 3'600'000;
+  for (const int ahead : {1, 2, 3}) {
+    Cache().AddAt("/r", ZoJson::ParseString(R"({"a":)" + std::to_string(ahead) + "}"), now + ahead * hour);
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+    EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  }
+}
+
 TEST_F(StillDocuments, ItemWhosePushRaisedIsPushedAgainAndTheOthersGoOn) {
   Cached("/r", R"({"a":1,"b":2,"c":3})");
   Add({"/r#/a", "/r#/b", "/r#/c"});

@@ -74,8 +74,7 @@ bool ShowsSame(const ZoJson& element, const ItemFeed::Shown& shown) {
     case enumtype_int64:
       return element.IsInteger() && element.Get<long long>() == shown.value.int64;
     case enumtype_uint64:
-      return !element.IsInteger() && element.IsUnsigned() &&
-             element.Get<unsigned long long>() == shown.value.uint64;
+      return element.IsUnsigned() && element.Get<unsigned long long>() == shown.value.uint64;
     case enumtype_double:
       return element.IsFloat() &&
              std::bit_cast<std::uint64_t>(AsShown(element.Get<float>())) == shown.value.uint64;
@@ -180,9 +179,6 @@ bool ItemFeed::HoldsStill(const char* itemName, Shown& shown, const ZoJson*& ele
   }
   try {
     const ZoJson& document = Document(*shown.slot);
-    if (lastVersion == 0) {
-      return false;
-    }
     element = document.FindAt(shown.place, {itemName + shown.memberAt, shown.memberSize});
   } catch (const std::exception&) {
     return false;  // the look at the item knows what to do then
@@ -195,8 +191,7 @@ bool ItemFeed::HoldsStill(const char* itemName, Shown& shown, const ZoJson*& ele
 }
 
 ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item, const Shown& last, const ZoJson* element) {
-  // A seen of 0 says that the value is not the cache's, or may change without a newer document.
-  if (item.slot == nullptr || item.seen == 0 || item.clockRun != clockRun) {
+  if (item.slot == nullptr || item.clockRun != clockRun) {  // it could not be refreshed
     return {};
   }
   const ioDataValue data = MakeRecord(item.value, item.type);
