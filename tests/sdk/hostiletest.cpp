@@ -6,6 +6,7 @@
 #include <future>
 #include <ostream>
 #include <string>
+#include <type_traits>
 
 #include "tests/sdk/linkfixture.h"
 #include "tests/support/memorynow.h"
@@ -19,9 +20,13 @@ using testing::HasSubstr;
 struct Hostility {
   const char* name;
   std::function<void(FakePeer&)> act;
-
-  friend void PrintTo(const Hostility& hostility, std::ostream* out) { *out << hostility.name; }
 };
+
+template <typename Kind>
+requires std::is_base_of_v<Hostility, Kind>
+void PrintTo(const Kind& hostility, std::ostream* out) {
+  *out << hostility.name;
+}
 
 // Before the session: what Connect says.
 struct Rudeness : Hostility {
