@@ -186,6 +186,27 @@ TEST_F(Restore, SilentPeerIsNoticedWithinThreeSeconds) {
   EXPECT_LT(watch.Milliseconds().count(), 4000);
 }
 
+TEST_F(Restore, RequestThatMeetsASilentPeerIsToldSo) {
+  system.Connect();
+  EXPECT_EQ(FailureOf(Read("/res")), "");
+  sensor.FallSilent();
+  EXPECT_EQ(FailureOf(Read("/res")),
+            "The link to the sensor broke before the answer came: the sensor has been silent for 3 s.");
+}
+
+// It answers pings, and pushes.
+TEST_F(Restore, RequestThatMeetsAPeerWhichLeavesRequestsUnansweredIsToldSo) {
+  const EndFirst endFirst(*this);
+  sensor.SetResponder([](FakePeer&, const FakeRequest&) {});
+  system.Connect();
+  const ZoTransaction waiting = Read("/res");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(FailureOf(Read("/other"), second / 10), "The sensor did not answer within 0.1 s.");
+  }
+  EXPECT_EQ(FailureOf(waiting),
+            "The link to the sensor broke before the answer came: the sensor leaves requests unanswered.");
+}
+
 // What the system takes for a peer that is gone is no sign of life.
 TEST_F(Restore, SilentPeerIsNoticedAlsoWhileRequestsGoOut) {
   system.Connect();
@@ -223,6 +244,22 @@ TEST_F(OneSided, PeerThatAnswersPingsNoMoreIsLostThoughItSpeaks) {
   EXPECT_LT(SpeakOnly(std::chrono::seconds(20)), std::chrono::seconds(15));
   EXPECT_EQ(sensor.ConnectionCount(), 2U);
   EXPECT_TRUE(sensor.WaitForRequest("startStream", "/s", 2)) << "restored";
+}
+
+TEST_F(OneSided, RequestThatMeetsAPeerWhichHearsNothingIsToldSo) {
+  const EndFirst endFirst(*this);
+  system.Connect();
+  EXPECT_EQ(FailureOf(StartStream("/s")), "");
+  ASSERT_TRUE(Eventually([&] { return sensor.PongCount() >= 1; }));
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+    if (request.uri != "/unheard") {
+      FakeSensor::Grant(peer, request);
+    }
+  });
+  const ZoTransaction waiting = Read("/unheard");
+  EXPECT_LT(SpeakOnly(std::chrono::seconds(20)), std::chrono::seconds(15));
+  EXPECT_EQ(FailureOf(waiting),
+            "The link to the sensor broke before the answer came: the sensor has answered no ping for 3 s.");
 }
 
 // Some never do, and are there all the same.

@@ -632,6 +632,45 @@ TEST_F(State, StreamWithAFirstContentCountsAsGrantedWhateverItsStatus) {
   }
 }
 
+TEST_F(State, RestoredStreamWithAFirstContentCountsAsGrantedWhateverItsStatus) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/a");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"payload\":{\"v\":1}}");
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  EXPECT_EQ(Sent().size(), 1U);
+  Receive("{\"id\":2,\"status\":2,\"payload\":{\"v\":2}}");
+  EXPECT_EQ(state.Pushes().TakeDue(now + seconds(1), 9).size(), 1U);
+  now += seconds(10);
+  state.BytesArrived(now);
+  state.Step(now);
+  EXPECT_EQ(Sent().size(), 0U) << "it is not asked for again";
+}
+
+// Whoever asked for it takes an empty content for none.
+TEST_F(State, StreamWithAnEmptyFirstContentIsGrantedByItsStatusAlone) {
+  state.SessionOpened(now);
+  for (const char* const payload : {"{}", "[]", "null"}) {
+    const std::size_t before = state.Wishes().Size();
+    Ask(ZoRequestMethod_StartStream, "/a");
+    auto sent = Sent();
+    ASSERT_FALSE(sent.empty());
+    const std::string id = std::to_string(ZoJson::ParseString(sent.back()).At("id").Get<int>());
+    Receive("{\"id\":" + id + ",\"status\":2,\"payload\":" + payload + "}");
+    EXPECT_EQ(state.Wishes().Size(), before) << payload;
+  }
+}
+
+TEST_F(State, RequestThatNobodyWaitsForAndCannotBeSentIsToldSo) {
+  state.SessionOpened(now);
+  const Pending unsent = Ask(ZoRequestMethod_Read, "/a");
+  now += seconds(4);
+  state.BytesArrived(now);
+  state.Step(now);
+  EXPECT_EQ(Outcome(unsent), "The request could not be sent to the sensor, and nobody waited for it.");
+}
+
 TEST_F(State, StreamWhoseAnswerHasNoStatusIsNotGranted) {
   state.SessionOpened(now);
   const Pending started = Ask(ZoRequestMethod_StartStream, "/a");

@@ -43,8 +43,8 @@ class RetryReads : public ::testing::Test {
 
   // The payload of the answer, or nothing.
   std::string Read(const std::string& uri) {
-    auto transaction = reads.Read(uri);
-    return transaction ? transaction->GetResponse(0).Payload().Get<std::string>() : std::string();
+    auto outcome = reads.Read(uri);
+    return outcome ? outcome->request.GetResponse(0).Payload().Get<std::string>() : std::string();
   }
 
   bool quick = false;
@@ -54,22 +54,22 @@ class RetryReads : public ::testing::Test {
 
 TEST_F(RetryReads, AnswerThatComesAtOnceIsThereForEveryItemOfItsResource) {
   quick = true;
-  reads.BeginPass();
+  reads.BeginPass(true);
   EXPECT_EQ(Read("/a"), "/a");
   EXPECT_EQ(Read("/a"), "/a");
   EXPECT_EQ(asked["/a"].size(), 1u);
-  reads.BeginPass();
+  reads.BeginPass(true);
   EXPECT_EQ(Read("/a"), "/a");
   EXPECT_EQ(asked["/a"].size(), 2u) << "each pass asks anew";
 }
 
 TEST_F(RetryReads, AnswerThatComesLateIsThereForTheNextPassAndForEveryItem) {
-  reads.BeginPass();
+  reads.BeginPass(true);
   EXPECT_EQ(Read("/a"), "");
   EXPECT_EQ(Read("/a"), "");
   EXPECT_EQ(asked["/a"].size(), 1u) << "one request is enough";
   AnswerAll();
-  reads.BeginPass();
+  reads.BeginPass(true);
   EXPECT_EQ(Read("/a"), "/a");
   EXPECT_EQ(Read("/a"), "/a");
   EXPECT_EQ(asked["/a"].size(), 2u) << "what may have changed meanwhile is asked for at once";
@@ -77,17 +77,17 @@ TEST_F(RetryReads, AnswerThatComesLateIsThereForTheNextPassAndForEveryItem) {
 
 TEST_F(RetryReads, RequestStaysUnderWayOverPassesUntilItsAnswerComes) {
   for (int pass = 0; pass < 5; ++pass) {
-    reads.BeginPass();
+    reads.BeginPass(true);
     EXPECT_EQ(Read("/a"), "");
   }
   EXPECT_EQ(asked["/a"].size(), 1u);
 }
 
 TEST_F(RetryReads, ResourceThatAPassDidNotAskForIsForgotten) {
-  reads.BeginPass();
+  reads.BeginPass(true);
   EXPECT_EQ(Read("/a"), "");
-  reads.BeginPass();
-  reads.BeginPass();
+  reads.BeginPass(true);
+  reads.BeginPass(true);
   AnswerAll();
   EXPECT_EQ(Read("/a"), "");
   EXPECT_EQ(asked["/a"].size(), 2u);
@@ -99,7 +99,7 @@ TEST_F(RetryReads, ManyResourcesTakeTurns) {
   const auto uri = [](int i) { return "/r" + std::to_string(i); };
   std::size_t before = 0;
   for (int pass = 0; pass < 3; ++pass) {
-    reads.BeginPass();
+    reads.BeginPass(true);
     for (int i = 0; i < count; ++i) {
       Read(uri(i));
     }
@@ -113,7 +113,7 @@ TEST_F(RetryReads, ManyResourcesTakeTurns) {
     AnswerAll();
   }
   EXPECT_EQ(asked.size(), std::size_t{count}) << "and none is left out";
-  reads.BeginPass();
+  reads.BeginPass(true);
   for (int i = 0; i < count; ++i) {
     Read(uri(i));
   }
@@ -121,22 +121,76 @@ TEST_F(RetryReads, ManyResourcesTakeTurns) {
 }
 
 TEST_F(RetryReads, FailureIsAnOutcomeLikeAnAnswer) {
-  reads.BeginPass();
+  reads.BeginPass(true);
   EXPECT_EQ(Read("/a"), "");
   asked["/a"][0]->Fail("The link to the sensor broke.");
-  reads.BeginPass();
-  auto transaction = reads.Read("/a");
-  ASSERT_TRUE(transaction.has_value());
-  EXPECT_THROW(transaction->GetResponse(0), std::runtime_error);
+  reads.BeginPass(true);
+  auto outcome = reads.Read("/a");
+  ASSERT_TRUE(outcome.has_value());
+  EXPECT_THROW(outcome->request.GetResponse(0), std::runtime_error);
+}
+
+TEST_F(RetryReads, OutcomeIsKnownToAllButTheFirstWhoAskInAPass) {
+  quick = true;
+  for (int pass = 0; pass < 2; ++pass) {
+    reads.BeginPass(true);
+    for (const bool known : {false, true, true}) {
+      const auto outcome = reads.Read("/a");
+      ASSERT_TRUE(outcome.has_value());
+      EXPECT_EQ(outcome->known, known);
+    }
+  }
+}
+
+TEST_F(RetryReads, WhatThePassBeforeLookedForIsAskedAnewBeforeAPass) {
+  quick = true;
+  reads.BeginPass(true);
+  for (const char* uri : {"/a", "/b", "/a"}) {
+    Read(uri);
+  }
+  reads.BeginPass(true);
+  EXPECT_EQ(asked["/a"].size(), 2u);
+  EXPECT_EQ(asked["/b"].size(), 2u);
+  EXPECT_EQ(Read("/b"), "/b");
+  EXPECT_EQ(asked["/b"].size(), 2u);
+  // It was not looked for again.
+  reads.BeginPass(true);
+  EXPECT_EQ(asked["/a"].size(), 2u);
+  EXPECT_EQ(asked["/b"].size(), 3u);
+}
+
+TEST_F(RetryReads, SensorThatIsAwayIsNotAskedBeforeAPass) {
+  quick = true;
+  reads.BeginPass(true);
+  Read("/a");
+  reads.BeginPass(false);
+  EXPECT_EQ(asked["/a"].size(), 1u);
+}
+
+TEST_F(RetryReads, ForgottenRequestsLeaveRoomForOthers) {
+  constexpr int window = 128;
+  reads.BeginPass(true);
+  for (int i = 0; i < window; ++i) {
+    Read("/r" + std::to_string(i));
+  }
+  Read("/beyond");
+  EXPECT_EQ(asked.count("/beyond"), 0u);
+  reads.BeginPass(true);
+  reads.BeginPass(true);
+  for (int i = 0; i < window; ++i) {
+    Read("/s" + std::to_string(i));
+  }
+  EXPECT_EQ(asked.size(), 2u * window);
 }
 
 TEST_F(RetryReads, RaiseOnceTheyAreGivenUp) {
   quick = true;
-  reads.BeginPass();
+  reads.BeginPass(true);
   EXPECT_EQ(Read("/a"), "/a");
   reads.GiveUp();
   EXPECT_THROW(reads.Read("/a"), std::runtime_error);
   EXPECT_THROW(reads.Read("/b"), std::runtime_error);
+  EXPECT_THROW(reads.BeginPass(true), std::runtime_error);
   EXPECT_EQ(asked.count("/b"), 0u);
 }
 

@@ -246,6 +246,27 @@ TEST_F(StillDocuments, ValueAheadOfTheClockIsShownUntilItsTimeHasPassed) {
   }
 }
 
+// The same while values lie ahead of the clock, as they do after it was set back.
+TEST_F(StillDocuments, ContainerBringsBackNoValueThatAReadTookWhileValuesLayAheadOfTheClock) {
+  const long long now = ZoIO::CacheManager::TimeInMills();
+  constexpr long long minute = 60'000;
+  const auto ahead = [&](int minutes, const char* document) {
+    Cache().AddAt("/r", ZoJson::ParseString(document), now + minutes * minute);
+  };
+  Cached("/r", R"({"a":1})");
+  Add({"/r#/a"});
+  Tick();
+  ahead(120, R"({"a":3})");
+  ahead(60, R"({"a":3})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:3"));
+  ahead(30, R"({"a":2})");
+  feed.UpdateItemFromCache(Item("/r#/a"));
+  ahead(20, R"({"a":3})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:3"));
+  ahead(10, R"({"a":{}})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:3"));
+}
+
 TEST_F(StillDocuments, ItemWhosePushRaisedIsPushedAgainAndTheOthersGoOn) {
   Cached("/r", R"({"a":1,"b":2,"c":3})");
   Add({"/r#/a", "/r#/b", "/r#/c"});

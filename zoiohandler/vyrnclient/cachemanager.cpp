@@ -210,9 +210,10 @@ const CacheManager::Slot* CacheManager::Find(const std::string& key) const {
   return found == state->cache.end() || found->second.history.empty() ? nullptr : &found->second;
 }
 
-ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version) const {
+ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version, long long& at) const {
   Zo::Locker held(state->lock);
-  const ZoJson& value = GetNearest(slot.history, (TimeInMills() - state->startTime) - age);
+  at = TimeInMills();
+  const ZoJson& value = GetNearest(slot.history, (at - state->startTime) - age);
   // After the clock was set back it is not the newest that counts, and which one does changes without a new value.
   version = &value == &slot.history.rbegin()->second.value ? Version(slot) : 0;
   return value;

@@ -53,8 +53,9 @@ class CacheManager {
   struct Slot;
   const Slot* Find(const std::string& key) const;
   static std::uint64_t Version(const Slot& slot) noexcept;
-  // version: what the value belongs to; 0 for a value that may change without a new one being stored.
-  ZoJson Get(const Slot& slot, int age, std::uint64_t& version) const;
+  // version: what the value belongs to; 0 for a value that may change without a new one being stored. at: when that was,
+  // as TimeInMills gives it.
+  ZoJson Get(const Slot& slot, int age, std::uint64_t& version, long long& at) const;
 
   // The number of keys, and of values held for a key (0 for an unknown one).
   std::size_t Size() const;

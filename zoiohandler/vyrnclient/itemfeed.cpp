@@ -1,5 +1,6 @@
 #include "zoiohandler/vyrnclient/itemfeed.h"
 
+#include <algorithm>
 #include <bit>
 #include <limits>
 #include <utility>
@@ -113,7 +114,8 @@ xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
   NoteTime(std::chrono::system_clock::now());
   const std::uint64_t seen = item.seen;
   RefreshFromCache(item);
-  refreshes += item.seen != seen ? 1 : 0;
+  // One that was of version 0, which no slot has, was looked at anew in any case.
+  refreshes += item.seen != seen || seen == 0 ? 1 : 0;
   return item.value;
 }
 
@@ -161,7 +163,10 @@ void ItemFeed::RefreshFromCache(ItemManager::ItemInfo& item, const ZoJson* eleme
 const ZoJson& ItemFeed::Document(const CacheManager::Slot& slot) {
   if (&slot != lastSlot || CacheManager::Version(slot) != lastVersion) {
     lastSlot = nullptr;
-    lastDocument = cache->Get(slot, 0, lastVersion);
+    long long at = 0;
+    lastDocument = cache->Get(slot, 0, lastVersion, at);
+    // A pass may take long, and what it found at its end does not hold for a clock that was set back to before that.
+    lastTime = std::max(lastTime, std::chrono::system_clock::time_point(std::chrono::milliseconds(at)));
     lastSlot = &slot;
   }
   return lastDocument;

@@ -41,7 +41,6 @@ struct ItemInfo {
   ZoJsonPointer pointer;        // where the value lies in the resource's payload
   SharedFlag valid = true;      // found in the sensor's data
   bool subscribed = false;
-  std::uint32_t watchers = 0;  // groups that have ticked it
   // The variant starts with the integer 0 while type says invalid: a scalar is stored over it in place, and
   // type alone tells how to read it.
   xhmi::variant_value value{0LL};
@@ -51,6 +50,7 @@ struct ItemInfo {
   std::uint32_t clockRun = 0;
   const CacheManager::Slot* slot = nullptr;
   std::uint64_t seen = 0;
+  std::uint32_t watchers = 0;  // groups that have ticked it
 };
 
 }  // namespace ZoIO

@@ -77,8 +77,8 @@ struct ItemManager::State {
   }
 
   void RetryPass() {
+    retrySource.begin();  // which may wait: nobody else has to
     Zo::Locker held(lock);
-    retrySource.begin();
     ListWalk walk(invalidItems);
     while (!walk.AtEnd()) {
       ItemInfo& entry = items.at(walk.Current());

@@ -29,7 +29,7 @@ class ItemManager {
  public:
   using ItemInfo = ZoIO::ItemInfo;
 
-  // What the worker calls before each pass, how it reads a resource, and how it stores the payload of its last read in
+  // What the worker calls before each pass and without the lock, how it reads a resource, and how it stores the payload of its last read in
   // the cache. Must stay usable when the sensor manager is gone; reading raises instead of waiting once the registry was
   // given up.
   struct Source {

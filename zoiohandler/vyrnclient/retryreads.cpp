@@ -8,18 +8,19 @@ namespace ZoIO {
 
 namespace {
 
-constexpr std::chrono::milliseconds passPatience{20};  // for all answers of a pass
+constexpr std::chrono::milliseconds preparation{
+    200};  // before a pass, for answers to what it is known to look for
+constexpr std::chrono::milliseconds passPatience{20};  // within a pass, for all other answers
 constexpr std::chrono::microseconds requestLimit{3'000'000};
 constexpr std::size_t window = 128;  // requests under way
 
 }  // namespace
 
-void RetryReads::BeginPass() {
+void RetryReads::BeginPass(bool online) {
   ++pass;
   if (!std::exchange(turnedAway, false)) {
     ++turn;  // all had theirs
   }
-  passEnd = Clock::now() + passPatience;
   for (auto each = resources.begin(); each != resources.end();) {
     Resource& resource = each->second;
     resource.outcome.reset();
@@ -33,26 +34,45 @@ void RetryReads::BeginPass() {
     }
     each = resources.erase(each);
   }
+  const std::vector<Entry*> wanted = std::exchange(asked, {});
+  if (online) {
+    for (auto* const entry : wanted) {
+      Resource& resource = entry->second;
+      if (resource.underWay && Wait(*resource.underWay, {})) {
+        Take(resource);  // for want of a newer one it will do
+      }
+      Send(entry->first, resource);
+    }
+    const Clock::time_point limit = Clock::now() + preparation;
+    for (auto* const entry : wanted) {
+      if (entry->second.underWay && entry->second.sentIn == pass) {
+        Wait(*entry->second.underWay, limit - Clock::now());
+      }
+    }
+  }
+  passEnd = Clock::now() + passPatience;
 }
 
-std::optional<ZoTransaction> RetryReads::Read(const std::string& uri) {
+std::optional<RetryReads::Outcome> RetryReads::Read(const std::string& uri) {
   RaiseIfGivenUp();
-  Resource& resource = resources[uri];
-  resource.pass = pass;
-  if (resource.outcome) {
-    return resource.outcome;
+  Entry& entry = *resources.try_emplace(uri).first;
+  Resource& resource = entry.second;
+  if (resource.pass != pass) {
+    asked.push_back(&entry);
+    resource.pass = pass;
   }
-  Send(uri, resource);
-  if (!resource.underWay || !Settle(resource)) {
-    return std::nullopt;
-  }
-  resource.outcome = std::exchange(resource.underWay, std::nullopt);
-  --sent;
-  if (resource.sentIn != pass) {
-    // It tells what was true a pass ago; who does not find what it looks for is to know sooner than by asking then.
+  const bool known = resource.givenIn == pass;
+  if (!known) {
     Send(uri, resource);
+    if (resource.underWay && Settle(resource)) {
+      Take(resource);
+    }
+    if (!resource.outcome) {
+      return std::nullopt;
+    }
+    resource.givenIn = pass;
   }
-  return resource.outcome;
+  return Outcome{*resource.outcome, known};
 }
 
 void RetryReads::Send(const std::string& uri, Resource& resource) {
@@ -70,8 +90,14 @@ void RetryReads::Send(const std::string& uri, Resource& resource) {
   ++sent;
 }
 
+void RetryReads::Take(Resource& resource) {
+  resource.outcome = std::exchange(resource.underWay, std::nullopt);
+  --sent;
+}
+
 bool RetryReads::Settle(Resource& resource) {
-  const auto patience = resource.sentIn == pass ? passEnd - Clock::now() : Clock::duration::zero();
+  const bool pressing = resource.sentIn == pass && !resource.outcome;
+  const auto patience = pressing ? passEnd - Clock::now() : Clock::duration::zero();
   if (Wait(*resource.underWay, patience)) {
     return true;
   }
@@ -106,6 +132,7 @@ void RetryReads::Cancel(ZoTransaction& transaction) noexcept {
 bool RetryReads::Wait(ZoTransaction& transaction, Clock::duration patience) {
   {
     Zo::MutexLock held(mutex);
+    Check();
     waiting = transaction;
   }
   const auto limit =
@@ -122,6 +149,10 @@ bool RetryReads::Wait(ZoTransaction& transaction, Clock::duration patience) {
 
 void RetryReads::RaiseIfGivenUp() {
   Zo::MutexLock held(mutex);
+  Check();
+}
+
+void RetryReads::Check() const {
   if (givenUp) {
     throw std::runtime_error("The sensor manager was given up.");
   }

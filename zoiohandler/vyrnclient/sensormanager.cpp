@@ -53,6 +53,16 @@ struct SensorManager::Shared {
     }
   }
 
+  ZoJson ResponseInSilence(ZoTransaction& transaction) {
+    try {
+      return Answer(transaction);
+    } catch (const std::exception&) {
+      return {};
+    }
+  }
+
+  void BeginRetryPass() { retries.BeginPass(IsOnline() && system.IsConnected()); }
+
   // The worker's read. The worker asks again at once, with the registry's lock held, where a response has no payload;
   // an HMI must not wait for that. So no answer yet, or one without a payload, counts as a null payload, which leaves
   // the item to the next pass and gives the others their turn; and a link that is down ends the pass. Once the manager
@@ -66,8 +76,9 @@ struct SensorManager::Shared {
       throw std::runtime_error("The link to the sensor is down.");
     }
     ZoJson answer;
-    if (std::optional<ZoTransaction> settled = retries.Read(uri)) {
-      answer = ResponseToZoJson(*settled);
+    if (std::optional<RetryReads::Outcome> settled = retries.Read(uri)) {
+      // One request fails once, however many items wait for it.
+      answer = settled->known ? ResponseInSilence(settled->request) : ResponseToZoJson(settled->request);
     }
     if (!answer.HasKey("/payload")) {
       answer = ZoJson();
@@ -180,7 +191,7 @@ SensorManager::SensorManager(ZoVyrnClient& client, const std::string& ipAddress,
   itemManager = std::make_shared<ItemManager>(
       *this, false,
       ItemManager::Source{
-          [share = shared] { share->retries.BeginPass(); },
+          [share = shared] { share->BeginRetryPass(); },
           [share = shared](const std::string& uri) { return share->RetryRead(uri); },
           [share = shared](const std::string& uri, const ZoJson& payload) { share->Keep(uri, payload); }});
   InitializeSystem();

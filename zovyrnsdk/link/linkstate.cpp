@@ -32,7 +32,9 @@ bool HasContent(const ZoJson& document) {
 // asked goes by the content, provided that there is a status at all.
 bool Grants(ZoRequestMethod method, const ZoJson& document) {
   const long long status = StatusOf(document);
-  return status == 1 || (status != 0 && method == ZoRequestMethod_StartStream && HasContent(document));
+  const ZoJson* const payload = document.Find(payloadMember);
+  return status == 1 ||
+         (status != 0 && method == ZoRequestMethod_StartStream && payload != nullptr && !payload->Empty());
 }
 
 // The URI that an answer names by itself; empty when it names none.
@@ -401,7 +403,8 @@ void LinkState::SweepStale(Time now) {
       watchdog.HealthNotAsked();
     }
     if (const auto pending = entry.pending.lock()) {
-      pending->Fail("The link to the sensor was down, and nobody waited for the request.");
+      pending->Fail(open ? "The request could not be sent to the sensor, and nobody waited for it."
+                         : "The link to the sensor was down, and nobody waited for the request.");
     }
   }
   nextSweep = table.Size() == 0 ? never : now + sweepInterval;
