@@ -200,8 +200,8 @@ TEST_F(Restore, RequestThatMeetsAPeerWhichLeavesRequestsUnansweredIsToldSo) {
   sensor.SetResponder([](FakePeer&, const FakeRequest&) {});
   system.Connect();
   const ZoTransaction waiting = Read("/res");
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(FailureOf(Read("/other"), second / 10), "The sensor did not answer within 0.1 s.");
+  for (const char* uri : {"/one", "/other"}) {
+    EXPECT_EQ(FailureOf(Read(uri), second / 10), "The sensor did not answer within 0.1 s.");
   }
   EXPECT_EQ(FailureOf(waiting),
             "The link to the sensor broke before the answer came: the sensor leaves requests unanswered.");
