@@ -3,9 +3,11 @@
 #include <net/if.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -98,6 +100,20 @@ void qMemory_GiveBack() noexcept {
 #ifdef __GLIBC__
   malloc_trim(0);
 #endif
+}
+
+void qMemory_Discard(void* block, std::size_t size) noexcept {
+  const int error = errno;
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const auto begin = reinterpret_cast<std::uintptr_t>(block);
+  // From an odd page on, so never from the start of a huge page: of one that only begins in here, some systems would
+  // discard all.
+  const std::uintptr_t first = ((begin + page - 1) / page | 1) * page;
+  const std::uintptr_t last = (begin + size) / page * page;
+  if (first < last) {
+    madvise(static_cast<char*>(block) + (first - begin), last - first, MADV_DONTNEED);
+  }
+  errno = error;
 }
 
 qSignalShield::qSignalShield() {

@@ -1,8 +1,11 @@
 // What the base library does when memory runs out, and that it gives back what it took.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <fstream>
 #include <functional>
@@ -12,6 +15,7 @@
 
 #include "qapi/library.h"
 #include "qapi/lock.h"
+#include "qapi/memory.h"
 #include "qapi/testing.h"
 #include "qapi/thread.h"
 #include "tests/qapi/failingnew.h"
@@ -117,6 +121,33 @@ TEST(Memory, ObjectsGiveBackWhatTheyTook) {
     useEverything();
   }
   EXPECT_EQ(ZoTest::LiveAllocations(), before);
+}
+
+// Whole pages alone are given back, and no even one at the start: it may be that of a huge page.
+TEST(Memory, DiscardingABlockLeavesItsNeighboursAndTheErrorNumberAlone) {
+  struct Case {
+    std::size_t begin, size;        // bytes
+    std::size_t discarded, beyond;  // pages
+  };
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  constexpr std::size_t pages = 64;
+  std::string memory((pages + 2) * page, 'x');
+  // From an even page on, wherever the allocator has put the block.
+  const auto odd = reinterpret_cast<std::uintptr_t>(memory.data()) % (2 * page);
+  const std::size_t start = odd == 0 ? 0 : 2 * page - odd;
+  for (const Case& tried : {Case{0, 0, 0, 0}, Case{1, 100, 0, 0}, Case{1, page, 0, 0}, Case{page, page, 1, 2},
+                            Case{page - 3, page + 3, 1, 2}, Case{2 * page, 3 * page - 1, 3, 4},
+                            Case{2 * page - 3, 40 * page + 5, 3, 42}, Case{page + 1, 20 * page, 3, 21}}) {
+    SCOPED_TRACE(testing::Message() << tried.size << " bytes from " << tried.begin << " on");
+    std::fill(memory.begin(), memory.end(), 'x');
+    std::string expected = memory;
+    std::fill(expected.begin() + static_cast<std::ptrdiff_t>(start + tried.discarded * page),
+              expected.begin() + static_cast<std::ptrdiff_t>(start + tried.beyond * page), '\0');
+    errno = 77;
+    qMemory_Discard(memory.data() + start + tried.begin, tried.size);
+    EXPECT_EQ(errno, 77);
+    EXPECT_TRUE(memory == expected);
+  }
 }
 
 bool Exists(std::uint64_t threadNumber) {
