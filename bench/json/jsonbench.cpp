@@ -8,6 +8,7 @@
 #include "bench/json/documents.h"
 #include "bench/json/reference.h"
 #include "zovyrnsdk/json/zojson.h"
+#include "zovyrnsdk/json/zojsonshapes.h"
 
 namespace {
 
@@ -26,6 +27,28 @@ void ParseAndFree(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(ParseAndFree);
+
+// As the link does it: documents of one kind, one after the other.
+void ParseAndFreeShaped(benchmark::State& state) {
+  const std::string text = PayloadText();
+  ZoJsonShapes shapes;
+  std::size_t memory = 0;
+  for (int time = 0; time < 3; ++time) {
+    memory = std::size_t{1} << 30;
+    if (!Checked(state, ZoJson::ParseString(text, memory, shapes) == ZoJson::ParseString(text))) {
+      return;
+    }
+  }
+  if (!Checked(state, shapes.Bytes() > 0)) {
+    return;
+  }
+  for (auto _ : state) {
+    memory = std::size_t{1} << 30;
+    benchmark::DoNotOptimize(ZoJson::ParseString(text, memory, shapes));
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+BENCHMARK(ParseAndFreeShaped);
 
 void Print(benchmark::State& state) {
   const ZoJson document = ZoJson::ParseString(PayloadText());

@@ -3,12 +3,16 @@
 #include <functional>
 #include <new>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "tests/json/countingmemory.h"
+#include "tests/support/deadline.h"
+#include "tests/support/memorynow.h"
 #include "zovyrnsdk/json/zojson.h"
 #include "zovyrnsdk/json/zojsoniterator.h"
+#include "zovyrnsdk/json/zojsonshapes.h"
 
 namespace {
 
@@ -204,6 +208,41 @@ TEST(ZoJsonMemoryFailing, ParseLargeString) {
   FailEverywhere([&](ZoJson&) { ZoJson::ParseString(wide); }, 4);
 }
 
+// Names are remembered if there is memory for them; nobody hears of it when there is not.
+TEST(ZoJsonMemoryFailing, ParseStringThatRemembersNames) {
+  const std::string kind =
+      R"({"a":[1,2],"b":"a text that is long enough for a node","c":{"x":1,"y":2,"z":3}})";
+  const std::string expected = ZoJson(kind).ToString();
+  std::size_t refused = 0;
+  for (std::size_t failures = 0; failures < 40; ++failures) {
+    const std::size_t before = CountingMemory::Living();
+    {
+      ZoJsonShapes shapes;
+      for (int time = 0; time < 4; ++time) {
+        if (time == static_cast<int>(failures % 4)) {
+          CountingMemory::FailAfter(failures / 4);
+        }
+        std::size_t memory = std::size_t{1} << 20;
+        try {
+          const ZoJson document = ZoJson::ParseString(kind, memory, shapes);
+          CountingMemory::StopFailing();
+          EXPECT_EQ(document.ToString(), expected);
+        } catch (const std::bad_alloc&) {
+          CountingMemory::StopFailing();
+          ++refused;
+        }
+      }
+      for (int time = 0; time < 3; ++time) {
+        std::size_t memory = std::size_t{1} << 20;
+        EXPECT_EQ(ZoJson::ParseString(kind, memory, shapes).ToString(), expected);
+      }
+      EXPECT_GT(shapes.Bytes(), 0U);
+    }
+    ASSERT_EQ(CountingMemory::Living(), before) << "allocation " << failures;
+  }
+  EXPECT_GE(refused, 16U);  // four allocations, in each of the four times
+}
+
 TEST(ZoJsonMemoryFailing, SetAnExistingMember) {
   FailEverywhere([](ZoJson& document) { document.Set("/a/b/c", "a text that is long enough for a node"); },
                  1);
@@ -267,6 +306,27 @@ TEST(ZoJsonMemoryFailing, Pointers) {
         EXPECT_EQ(ZoJsonPointer(pointer.ToString()), pointer);
       },
       6);
+}
+
+// What an allocator keeps of them for later would be tens of megabytes for each thread.
+TEST(ZoJsonMemory, HugeTextsAreGivenBackAtOnce) {
+  if (ZoTest::kSanitized) {
+    GTEST_SKIP() << "sanitizers keep freed memory";
+  }
+  constexpr std::size_t size = std::size_t{8} << 20;
+  std::thread([] {
+    // From now on blocks of this size lie in the thread's heap, whose end is kept.
+    { const std::string larger(3 * size, 'x'); }
+    const std::string quoted = '"' + std::string(size, 'x') + '"';
+    const std::size_t before = ZoTest::MemoryNow();
+    std::vector<ZoJson> texts;
+    for (int i = 0; i < 3; ++i) {
+      texts.emplace_back(quoted);
+    }
+    EXPECT_GE(ZoTest::MemoryNow(), before + 3 * size);
+    texts.clear();
+    EXPECT_LT(ZoTest::MemoryNow(), before + size);
+  }).join();
 }
 
 }  // namespace

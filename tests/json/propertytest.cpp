@@ -9,6 +9,7 @@
 #include "tests/json/model.h"
 #include "zovyrnsdk/json/zojson.h"
 #include "zovyrnsdk/json/zojsoniterator.h"
+#include "zovyrnsdk/json/zojsonshapes.h"
 
 namespace {
 
@@ -17,6 +18,30 @@ RC_GTEST_PROP(ZoJsonProperties, WhatIsPrintedParsesToTheSame, (const ZoJson& doc
   const ZoJson back = ZoJson::ParseString(text);
   RC_ASSERT(back == document);
   RC_ASSERT(back.ToString() == text);
+}
+
+RC_GTEST_PROP(ZoJsonProperties, WhatIsRememberedOfOtherDocumentsChangesNothing,
+              (const std::vector<ZoJson>& documents)) {
+  ZoJsonShapes shapes;
+  for (int time = 0; time < 3; ++time) {
+    for (const ZoJson& document : documents) {
+      const std::string text = document.ToString();
+      std::size_t plain = std::size_t{1} << 30;
+      std::size_t shaped = plain;
+      ZoJson::ParseString(text, plain);
+      ZoJson read = ZoJson::ParseString(text, shaped, shapes);
+      RC_ASSERT(read == document);
+      RC_ASSERT(read.ToString() == text);
+      RC_ASSERT(shaped == plain);
+      for (ZoJsonIterator it(document); it.Valid(); it.Next()) {
+        if (document.IsObject()) {
+          RC_ASSERT(read.At(ZoJsonPointer::Member(it.Key())) == it.Value());
+          read.Remove(ZoJsonPointer::Member(it.Key()));
+        }
+      }
+      RC_ASSERT(!document.IsObject() || read.Empty());
+    }
+  }
 }
 
 RC_GTEST_PROP(ZoJsonProperties, FlattenAndUnflattenAreInverse, (const ZoJson& document)) {

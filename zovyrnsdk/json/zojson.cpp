@@ -100,7 +100,11 @@ ZoJson ZoJson::ParseString(std::string_view text) {
 }
 
 ZoJson ZoJson::ParseString(std::string_view text, std::size_t& memory) {
-  return ParseJson(text, memory);
+  return ParseJson(text, memory, nullptr);
+}
+
+ZoJson ZoJson::ParseString(std::string_view text, std::size_t& memory, ZoJsonShapes& shapes) {
+  return ParseJson(text, memory, &shapes);
 }
 
 ZoJson ZoJson::EmptyArray() {

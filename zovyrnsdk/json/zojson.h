@@ -27,6 +27,8 @@
 #include "zovyrnsdk/json/zojsonerror.h"
 #include "zovyrnsdk/json/zojsonpointer.h"
 
+class ZoJsonShapes;
+
 class ZoJson {
  public:
   enum class Kind : std::uint8_t { Null, Boolean, Integer, Unsigned, Float, String, Array, Object };
@@ -71,6 +73,8 @@ class ZoJson {
   // reading it may cost at any time, in bytes and without the text; afterwards, what the document holds. Raises
   // ZoJsonTooLarge beyond that, and leaves memory as it is.
   static ZoJson ParseString(std::string_view text, std::size_t& memory);
+  // The same, quicker where the objects of the text are like some that came before; shapes remembers them.
+  static ZoJson ParseString(std::string_view text, std::size_t& memory, ZoJsonShapes& shapes);
 
   // A value of a C++ scalar or text. Integers keep their value and become Integer, or Unsigned above 2^63-1.
   // Texts are taken as they are: not parsed, and not checked, so one that is no UTF-8 is printed as it is.
@@ -127,6 +131,11 @@ class ZoJson {
   static constexpr std::uint32_t noPlace = 0xFFFFFFFF;
   std::uint32_t PlaceOf(std::string_view member) const noexcept;
   const ZoJson* FindAt(std::uint32_t place, std::string_view member) const noexcept;
+  // Objects that give the same number other than 0 have the same names at the same places. Only those have one that were
+  // parsed with the names of others in mind (see ZoJsonShapes), and not after names came or went.
+  std::uint64_t Shape() const noexcept;
+  // What is at a place, whatever its name; null when there is nothing.
+  const ZoJson* ElementAt(std::uint32_t place) const noexcept;
 
   // Puts a value at a pointer. Missing containers on the way are made, as objects, also for numeric segments;
   // a scalar in the way is replaced by an object; an array in the way is indexed ("-" or its length appends),

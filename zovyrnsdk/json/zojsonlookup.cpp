@@ -104,6 +104,20 @@ const ZoJson* ZoJson::FindAt(std::uint32_t place, std::string_view member) const
   return found.keySize == member.size() && object.Key(found) == member ? &found.value : nullptr;
 }
 
+std::uint64_t ZoJson::Shape() const noexcept {
+  return IsObject() && HoldsNode() ? ZoJsonAccess::Object(*this).shape : 0;
+}
+
+const ZoJson* ZoJson::ElementAt(std::uint32_t place) const noexcept {
+  if (!IsObject() || !HoldsNode()) {
+    return nullptr;
+  }
+  ObjectNode& object = ZoJsonAccess::Object(*this);
+  return place < object.used && object.Slots()[place].keySize != ObjectNode::deadSlot
+             ? &object.Slots()[place].value
+             : nullptr;
+}
+
 bool ZoJson::HasKey(std::string_view key) const {
   return Exists(*this, ZoJsonTextPath(key));
 }

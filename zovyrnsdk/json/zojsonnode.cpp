@@ -1,16 +1,20 @@
 #include "zovyrnsdk/json/zojsonnode.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstring>
 #include <new>
 #include <utility>
+
+#include "qapi/memory.h"
 
 namespace {
 
 // Slot numbers, sizes and offsets are 32 bits wide; the index needs twice the slots.
 constexpr std::size_t slotsMax = std::size_t{1} << 30U;
 constexpr std::size_t bytesMax = 0xFFFFFFF0;
+constexpr std::size_t hugeText = std::size_t{1} << 20;
 
 void Limit(std::size_t size, std::size_t limit, const char* what) {
   if (size > limit) {
@@ -132,6 +136,7 @@ ZoJson* ZoJson::ObjectNode::Append(std::string_view name, std::uint64_t hash, Zo
   keyLiving += keySize;
   ++size;
   ++used;
+  shape = 0;
   if (indexed) {
     Enter(used - 1);
   }
@@ -157,12 +162,53 @@ void ZoJson::ObjectNode::Adopt(std::uint32_t keyOffset, std::uint32_t keySize, s
   ++used;
 }
 
+void ZoJson::ObjectNode::TakeNames(ObjectNode& from) noexcept {
+  for (std::uint32_t slot = from.Living(0); slot < from.used; slot = from.Living(slot + 1)) {
+    Append(from.Key(from.Slots()[slot]), from.Slots()[slot].hash, ZoJson());
+  }
+  static std::atomic<std::uint64_t> shapes{0};
+  shape = ++shapes;
+}
+
+bool ZoJson::ObjectNode::HasNames(std::string_view names, const std::uint32_t* sizes,
+                                  std::size_t count) noexcept {
+  if (used != count || std::string_view(Keys(), keyUsed) != names) {
+    return false;
+  }
+  const Member* slots = Slots();
+  for (std::size_t i = 0; i < count; ++i) {
+    if (slots[i].keySize != sizes[i]) {
+      return false;
+    }
+  }
+  return true;
+}
+
+ZoJson::ObjectNode* ZoJson::ObjectNode::MakeLike(ObjectNode& like, ZoJson* values) {
+  void* memory = ::operator new(BytesFor(like.capacity, like.keyCapacity));
+  auto* node = new (memory) ObjectNode(like.capacity, like.keyCapacity, like.indexMask, like.indexed);
+  const Member* from = like.Slots();
+  for (std::uint32_t slot = 0; slot < like.used; ++slot) {
+    new (node->Slots() + slot)
+        Member{std::move(values[slot]), from[slot].hash, from[slot].keyOffset, from[slot].keySize};
+  }
+  if (node->indexed) {
+    std::memcpy(node->Index(), like.Index(), like.IndexSize() * sizeof(std::uint32_t));
+  }
+  std::memcpy(node->Keys(), like.Keys(), like.keyUsed);
+  node->size = node->used = like.used;
+  node->keyUsed = node->keyLiving = like.keyUsed;
+  node->shape = like.shape;
+  return node;
+}
+
 void ZoJson::ObjectNode::Remove(std::uint32_t slot) noexcept {
   Member& member = Slots()[slot];
   const ZoJson dropped(std::move(member.value));
   keyLiving -= member.keySize;
   member.keySize = deadSlot;
   --size;
+  shape = 0;
   if (used > 2 * size) {
     CloseUp();
   }
@@ -174,7 +220,7 @@ void ZoJson::ObjectNode::CloseUp() noexcept {
   std::uint32_t kept = 0;
   std::uint32_t keyEnd = 0;
   if (indexed) {
-    std::memset(Index(), 0xFF, (std::size_t{indexMask} + 1) * sizeof(std::uint32_t));
+    std::memset(Index(), 0xFF, IndexSize() * sizeof(std::uint32_t));
   }
   // Names stand in the order of their slots, so that both can be moved down in one walk.
   for (std::uint32_t slot = 0; slot < used; ++slot) {
@@ -222,6 +268,9 @@ void DropValue(const ZoJson& value, Node*& dead) noexcept {
     return;
   }
   if (node->kind == ZoJson::Kind::String) {
+    if (node->size >= hugeText) {
+      qMemory_Discard(node, sizeof(Node) + node->size);
+    }
     ::operator delete(node);
     return;
   }

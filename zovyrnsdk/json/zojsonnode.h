@@ -66,7 +66,7 @@ struct ZoJson::ObjectNode : Node {
   }
 
   Member* Slots() noexcept { return reinterpret_cast<Member*>(this + 1); }
-  char* Keys() noexcept { return reinterpret_cast<char*>(Index() + (indexed ? indexMask + 1 : 0)); }
+  char* Keys() noexcept { return reinterpret_cast<char*>(Index() + IndexSize()); }
   std::string_view Key(const Member& member) noexcept { return {Keys() + member.keyOffset, member.keySize}; }
   // The first living slot at or behind this one; `used` when there is none.
   std::uint32_t Living(std::uint32_t slot) noexcept;
@@ -80,6 +80,12 @@ struct ZoJson::ObjectNode : Node {
   // mayBeThere: false when no member that was adopted before has this hash.
   void Adopt(std::uint32_t keyOffset, std::uint32_t keySize, std::uint64_t hash, ZoJson&& value,
              bool mayBeThere) noexcept;
+  // Adds the members of another object to this empty one: its names, and nulls. It has a shape then.
+  void TakeNames(ObjectNode& from) noexcept;
+  // Whether its names are these, in this order, one behind the other. Only of an object without dead slots.
+  bool HasNames(std::string_view names, const std::uint32_t* sizes, std::size_t count) noexcept;
+  // An object with the shape of another, which has no dead slots, and with these values, which are moved from.
+  static ObjectNode* MakeLike(ObjectNode& like, ZoJson* values);
   void Remove(std::uint32_t slot) noexcept;
   // Fills this empty object with the living members of another: copies, or the values themselves when `take`.
   void Fill(ObjectNode& from, bool take) noexcept;
@@ -91,6 +97,7 @@ struct ZoJson::ObjectNode : Node {
   std::uint32_t keyLiving = 0;
   const std::uint32_t indexMask;
   const bool indexed;
+  std::uint64_t shape = 0;  // see ZoJson::Shape
 
  private:
   ObjectNode(std::uint32_t capacity, std::uint32_t keyCapacity, std::uint32_t indexMask,
@@ -99,6 +106,7 @@ struct ZoJson::ObjectNode : Node {
   static std::size_t IndexEntries(std::size_t capacity) noexcept {
     return capacity > linearMax ? std::bit_ceil(capacity * 2) : 0;
   }
+  std::size_t IndexSize() const noexcept { return indexed ? std::size_t{indexMask} + 1 : 0; }
   std::uint32_t* Index() noexcept { return reinterpret_cast<std::uint32_t*>(Slots() + capacity); }
   bool Matches(const Member& member, std::string_view name, std::uint64_t hash) noexcept;
   // Where the index has this name's slot, or would have it. Only when indexed.

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -34,6 +35,10 @@ using Access = ZoJsonAccess;
 
 constexpr std::size_t depthMax = 256;
 
+bool IsDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
+
 // Whether a number that no double holds is so because it is too small.
 bool IsTiny(std::string_view number) noexcept {
   const std::size_t mantissaEnd = std::min(number.find_first_of("eE"), number.size());
@@ -49,7 +54,7 @@ bool IsTiny(std::string_view number) noexcept {
   return point - first + exponent < 0;
 }
 
-// The exact value of a number of at most so many digits and no exponent, in a fraction of the general way's time: the
+// The exact value of a number of at most so many digits, with a point and no exponent, in a fraction of the general way's time: the
 // digits as an integer and the power of ten are doubles themselves then, and one division rounds once.
 std::optional<double> SimpleNumber(std::string_view number) noexcept {
   constexpr std::size_t digitsMax = 15;
@@ -60,23 +65,23 @@ std::optional<double> SimpleNumber(std::string_view number) noexcept {
   if (number.size() > digitsMax + 1) {  // with the point
     return std::nullopt;
   }
+  const char* at = number.data();
+  const char* const end = at + number.size();
   std::int64_t digits = 0;
-  std::size_t behindPoint = 0;
-  bool point = false;
-  for (const char c : number) {
-    if (c == '.') {
-      point = true;
-    } else if (c >= '0' && c <= '9') {
-      digits = digits * 10 + (c - '0');
-      behindPoint += point ? 1 : 0;
-    } else {
-      return std::nullopt;
-    }
+  for (; at != end && IsDigit(*at); ++at) {
+    digits = digits * 10 + (*at - '0');
   }
-  if (!point && number.size() > digitsMax) {
+  if (at == end || *at != '.') {
     return std::nullopt;
   }
-  const double value = static_cast<double>(digits) / powers[behindPoint];
+  const char* const fraction = ++at;
+  for (; at != end && IsDigit(*at); ++at) {
+    digits = digits * 10 + (*at - '0');
+  }
+  if (at != end) {
+    return std::nullopt;
+  }
+  const double value = static_cast<double>(digits) / powers[static_cast<std::size_t>(end - fraction)];
   return negative ? -value : value;
 }
 
@@ -89,7 +94,8 @@ class Builder {
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
 
-  Builder(std::size_t memory, std::size_t sourceSize) noexcept : sourceSize(sourceSize), budget(memory) {}
+  Builder(std::size_t memory, std::size_t sourceSize, ZoJsonShapes* shapes) noexcept
+      : sourceSize(sourceSize), shapes(shapes), budget(memory) {}
   Builder(const Builder&) = delete;
   Builder& operator=(const Builder&) = delete;
   ~Builder() {
@@ -127,29 +133,14 @@ class Builder {
     if (count == 0) {
       return Push(ZoJson::EmptyObject());
     }
-    const Key* key = keys.Top(count);
-    std::size_t keyBytes = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      keyBytes += key[i].size;
-    }
+    const std::uint32_t* keySize = keySizes.Top(count);
+    const std::size_t keyBytes = std::accumulate(keySize, keySize + count, std::size_t{0});
     Hold(Access::ObjectNode::BytesFor(count, keyBytes));
-    ZoJson made = Access::NewObject(count, keyBytes);
-    auto& object = Access::Object(made);
-    std::memcpy(object.Keys(), names.Top(keyBytes), keyBytes);
-    ZoJson* value = values.Top(count);
-    std::uint32_t offset = 0;
-    std::array<std::uint64_t, 4> seen{};  // a bit for each of 256 kinds of hashes
-    for (std::size_t i = 0; i < count; ++i) {
-      const std::uint64_t hash = key[i].hash;
-      std::uint64_t& word = seen[(hash >> 62U)];
-      const std::uint64_t bit = std::uint64_t{1} << ((hash >> 56U) & 63U);
-      object.Adopt(offset, key[i].size, hash, std::move(value[i]), (word & bit) != 0);
-      word |= bit;
-      offset += key[i].size;
-    }
+    ZoJson made =
+        shapes != nullptr && count >= shapedMin ? MakeShaped(count, keyBytes) : MakePlain(count, keyBytes);
     // All moved from, which leaves nulls: nothing to destroy.
     values.Drop(count);
-    keys.Drop(count);
+    keySizes.Drop(count);
     names.Drop(keyBytes);
     return Push(std::move(made));
   }
@@ -161,10 +152,8 @@ class Builder {
 
   bool on_key(View part, std::size_t size, Error&) {
     AddName(part);
-    const std::string_view name(names.Top(size), size);
-    Key* key = keys.Room(1);
-    *key = {ZoJsonHash(name), static_cast<std::uint32_t>(size)};
-    keys.Grow(1);
+    *keySizes.Room(1) = static_cast<std::uint32_t>(size);
+    keySizes.Grow(1);
     return true;
   }
 
@@ -224,10 +213,39 @@ class Builder {
   bool on_comment(View, Error&) noexcept { return true; }
 
  private:
-  struct Key {
-    std::uint64_t hash;
-    std::uint32_t size;
-  };
+  // Of the object that ends, the members are on top of the stacks.
+  ZoJson MakePlain(std::size_t count, std::size_t keyBytes) {
+    ZoJson made = Access::NewObject(count, keyBytes);
+    auto& object = Access::Object(made);
+    std::memcpy(object.Keys(), names.Top(keyBytes), keyBytes);
+    const std::uint32_t* keySize = keySizes.Top(count);
+    ZoJson* value = values.Top(count);
+    std::uint32_t offset = 0;
+    std::array<std::uint64_t, 4> seen{};  // a bit for each of 256 kinds of hashes
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::uint64_t hash = ZoJsonHash({object.Keys() + offset, keySize[i]});
+      std::uint64_t& word = seen[(hash >> 62U)];
+      const std::uint64_t bit = std::uint64_t{1} << ((hash >> 56U) & 63U);
+      object.Adopt(offset, keySize[i], hash, std::move(value[i]), (word & bit) != 0);
+      word |= bit;
+      offset += keySize[i];
+    }
+    return made;
+  }
+
+  ZoJson MakeShaped(std::size_t count, std::size_t keyBytes) {
+    const char* name = names.Top(keyBytes);
+    const std::uint64_t hash = ZoJsonHash({name, keyBytes}) + count;
+    const ZoJson* shape = shapes->Find(hash);
+    if (shape != nullptr && Access::Object(*shape).HasNames({name, keyBytes}, keySizes.Top(count), count)) {
+      return Access::Adopt(Access::ObjectNode::MakeLike(Access::Object(*shape), values.Top(count)));
+    }
+    ZoJson made = MakePlain(count, keyBytes);
+    if (made.Size() == count) {  // no name twice
+      shapes->Note(hash, made);
+    }
+    return made;
+  }
 
   void Hold(std::size_t bytes) {
     budget.Take(bytes + allocation);
@@ -257,12 +275,14 @@ class Builder {
   static constexpr std::size_t allocation = 16;  // what a block costs besides its bytes, about
 
   static constexpr std::size_t large = std::size_t{1} << 20;
+  static constexpr std::size_t shapedMin = 3;  // fewer names are hashed more quickly than they are found
 
   const std::size_t sourceSize;
+  ZoJsonShapes* const shapes;
   ZoJsonBudget budget;
   std::size_t held = 0;
   ZoJsonStack<ZoJson, 64> values{&budget};
-  ZoJsonStack<Key, 64> keys{&budget};
+  ZoJsonStack<std::uint32_t, 64> keySizes{&budget};
   ZoJsonStack<char, 1024> names{&budget};  // of all open objects, one behind the other
   std::string text;                        // a string with escapes, as far as it has come
   const char* refusedNumber = nullptr;
@@ -333,7 +353,8 @@ std::string Reason(const Error& failure, std::string_view text, std::size_t offs
 // One run of the parser over a text.
 class Attempt {
  public:
-  Attempt(std::string_view text, std::size_t memory) : text(text), parser(Options(), memory, text.size()) {
+  Attempt(std::string_view text, std::size_t memory, ZoJsonShapes* shapes)
+      : text(text), parser(Options(), memory, text.size(), shapes) {
     offset = parser.write_some(false, text.data(), text.size(), failure);
   }
 
@@ -364,10 +385,6 @@ class Attempt {
   Error failure;
   std::size_t offset = 0;
 };
-
-bool IsDigit(char c) noexcept {
-  return c >= '0' && c <= '9';
-}
 
 // Makes exponents that do not fit an int smaller, though still beyond every double. The text keeps its
 // length, so that positions stay right.
@@ -404,22 +421,22 @@ std::string TameExponents(std::string_view original) {
 
 ZoJson ParseJson(std::string_view text) {
   std::size_t unlimited = std::numeric_limits<std::size_t>::max();
-  return ParseJson(text, unlimited);
+  return ParseJson(text, unlimited, nullptr);
 }
 
-ZoJson ParseJson(std::string_view text, std::size_t& memory) {
+ZoJson ParseJson(std::string_view text, std::size_t& memory, ZoJsonShapes* shapes) {
   // The parser counts the digits of a number in an int.
   if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw ZoJsonError("JSON text: larger than 2 GiB");
   }
-  std::optional<Attempt> attempt(std::in_place, text, memory);
+  std::optional<Attempt> attempt(std::in_place, text, memory, shapes);
   if (!attempt->Succeeded() && attempt->RefusedExponent()) {
     attempt.reset();
     if (text.size() > memory) {
       throw ZoJsonTooLarge("JSON text: the document is too large");
     }
     const std::string tamed = TameExponents(text);
-    Attempt second(tamed, memory - text.size());
+    Attempt second(tamed, memory - text.size(), shapes);
     if (!second.Succeeded()) {
       second.Raise();
     }
