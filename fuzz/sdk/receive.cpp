@@ -58,7 +58,7 @@ class Play {
 
  private:
   void Message(std::string_view text) {
-    Incoming message = ReadIncoming(text);
+    Incoming message = ReadIncoming(text, shapes);
     if (message.kind == Incoming::Kind::Malformed) {
       state.MessageUnusable(text);
       state.SessionLost("bad message", now);
@@ -126,6 +126,7 @@ class Play {
   }
 
   LinkState state;
+  ZoJsonShapes shapes;
   Time now = Time{} + std::chrono::hours(1);
   std::vector<std::shared_ptr<ZoPendingRequest>> asked;
 };

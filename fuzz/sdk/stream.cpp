@@ -89,7 +89,7 @@ class Play final : public SessionEvents {
     if (binary) {
       message.kind = Incoming::Kind::Malformed;
     } else {
-      message = ReadIncoming(text);
+      message = ReadIncoming(text, shapes);
     }
     if (message.kind == Incoming::Kind::Malformed) {
       state.MessageUnusable(text);
@@ -161,12 +161,13 @@ class Play final : public SessionEvents {
     }
     Require(!opened || !untouched || closed || heard.size() == sent.messages.size(), "no message is lost");
 
+    ZoJsonShapes requests;
     const Framing answer = ReadFraming(peer.ReceivedFrames(), Side::Link);
     Require(answer.fault.empty() && answer.bytesBehind == 0, "what goes out is framed well");
     Require(opened || peer.ReceivedFrames().empty(), "nothing goes out before the session is open");
     Require(answer.pongs <= sent.pings && answer.pings <= 1, "pings are answered once");
     for (const FramedMessage& message : answer.messages) {
-      Require(!message.binary && ReadIncoming(message.text).kind != Incoming::Kind::Malformed,
+      Require(!message.binary && ReadIncoming(message.text, requests).kind != Incoming::Kind::Malformed,
               "requests are objects");
     }
   }
@@ -175,6 +176,7 @@ class Play final : public SessionEvents {
   StreamPeer peer;
   EventLoop loop;
   LinkState state;
+  ZoJsonShapes shapes;
   const Time now = Time{} + std::chrono::hours(1);
   std::vector<std::shared_ptr<ZoPendingRequest>> asked;
   std::vector<FramedMessage> heard;

@@ -488,7 +488,7 @@ class State : public testing::Test {
     return messages;
   }
 
-  void Receive(const std::string& text) { state.Receive(ReadIncoming(text), now); }
+  void Receive(const std::string& text) { state.Receive(ReadIncoming(text, shapes), now); }
 
   static std::string Outcome(const Pending& pending) {
     if (!pending->Settled()) {
@@ -502,6 +502,7 @@ class State : public testing::Test {
   }
 
   LinkState state;
+  ZoJsonShapes shapes;
   Time now = start;
 };
 
@@ -769,6 +770,22 @@ TEST(Interest, EachKindAndSpellingEndsForItself) {
     interest.Ended(key);
   }
   EXPECT_FALSE(interest.Covers("/r"));
+}
+
+TEST(Interest, EachPatternForEverythingEndsForItself) {
+  using Kind = Restorer::Kind;
+  const std::vector<Restorer::Key> keys = {
+      {Kind::Subscription, "*"}, {Kind::Subscription, "/*"}, {Kind::Subscription, "//*"}};
+  Interest interest;
+  for (const Restorer::Key& key : keys) {
+    interest.Asked(key, 1);
+  }
+  for (const Restorer::Key& key : keys) {
+    EXPECT_TRUE(interest.Covers("/r")) << key.second;
+    interest.Ended(key);
+  }
+  EXPECT_FALSE(interest.Covers("/r"));
+  EXPECT_EQ(interest.Size(), 0U);
 }
 
 TEST(Interest, RefusalOfAnOlderRequestChangesNothing) {

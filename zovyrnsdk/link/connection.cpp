@@ -338,7 +338,7 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
     if (binary) {
       message = Malformed("it is binary");  // whatever it holds, it is no JSON text
     } else {
-      message = ReadIncoming(text);
+      message = ReadIncoming(text, shapes);
     }
   } catch (const std::bad_alloc&) {
     message.kind = Incoming::Kind::TooLarge;

@@ -18,6 +18,7 @@
 #include "qapi/annotations.h"
 #include "zoapi/threads/lockranks.h"
 #include "zovyrnsdk/json/zojson.h"
+#include "zovyrnsdk/json/zojsonshapes.h"
 #include "zovyrnsdk/link/backoff.h"
 #include "zovyrnsdk/link/driver.h"
 #include "zovyrnsdk/link/eventloop.h"
@@ -98,9 +99,10 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   Time attemptDue = never;    // when the next attempt begins
   Time attemptLimit = never;  // when the running attempt has failed
   Time alarmAt = never;
-  Time heardAt{};      // bytes came last; told to the state when it looks at the clock
-  Time peerHeardAt{};  // a sign came last that the peer takes what is sent; likewise
-  bool pongs = false;  // the peer of this session has answered a ping
+  Time heardAt{};       // bytes came last; told to the state when it looks at the clock
+  Time peerHeardAt{};   // a sign came last that the peer takes what is sent; likewise
+  bool pongs = false;   // the peer of this session has answered a ping
+  ZoJsonShapes shapes;  // of what the sensor has sent
 
   Driver driver;
   HandlerGate gate;

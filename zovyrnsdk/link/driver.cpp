@@ -115,7 +115,8 @@ void Driver::Kick(const std::function<void()>& work) {
 void Driver::Serve(Time until) {
   Zo::MutexLock lock(mutex);
   const Time now = Clock::now();
-  if (closed || now >= until) {
+  // The push may have come, with an asker that drove and left, when this thread had looked already.
+  if (closed || now >= until || std::exchange(pushWaits, false)) {
     return;
   }
   const bool busy = driving || !waiters.empty();
@@ -125,6 +126,7 @@ void Driver::Serve(Time until) {
     own = limit > now + aside ? Own::Waiting : Own::Away;
     ownWake.wait_until(mutex, std::min(limit, until));
     own = Own::Away;
+    pushWaits = false;
     return;
   }
   driving = true;
@@ -141,6 +143,7 @@ void Driver::Serve(Time until) {
   mutex.lock();
   own = Own::Away;
   driving = false;
+  pushWaits = false;
   PassOn();
   if (fault) {
     std::rethrow_exception(fault);
@@ -150,6 +153,7 @@ void Driver::Serve(Time until) {
 void Driver::PushArrived() {
   Zo::MutexLock lock(mutex);
   pushesUntil = Clock::now() + pushesLast;
+  pushWaits = true;
   if (own == Own::Waiting) {
     ownWake.notify_one();
   }

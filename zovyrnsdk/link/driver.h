@@ -74,7 +74,8 @@ class Driver {
   bool driving Q_GUARDED_BY(mutex) = false;
   Own own Q_GUARDED_BY(mutex) = Own::Away;
   Time asideUntil Q_GUARDED_BY(mutex){};
-  Time pushesUntil Q_GUARDED_BY(mutex){};  // pushes came lately, so the own thread looks often
+  Time pushesUntil Q_GUARDED_BY(mutex){};      // pushes came lately, so the own thread looks often
+  bool pushWaits Q_GUARDED_BY(mutex) = false;  // it came since the own thread was here last
   std::list<Waiter*> waiters Q_GUARDED_BY(mutex);
 };
 

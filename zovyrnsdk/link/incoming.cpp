@@ -68,11 +68,11 @@ Incoming Malformed(const char* fault) noexcept {
   return message;
 }
 
-Incoming ReadIncoming(std::string_view text) {
+Incoming ReadIncoming(std::string_view text, ZoJsonShapes& shapes) {
   Incoming message;
   message.bytes = documentLimit;
   try {
-    message.document = ZoJson::ParseString(text, message.bytes);
+    message.document = ZoJson::ParseString(text, message.bytes, shapes);
   } catch (const ZoJsonTooLarge&) {
     message.kind = Incoming::Kind::TooLarge;
     return message;

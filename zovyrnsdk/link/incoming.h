@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "zovyrnsdk/json/zojson.h"
+#include "zovyrnsdk/json/zojsonshapes.h"
 
 namespace ZoSdk {
 
@@ -30,8 +31,8 @@ struct Incoming {
 // A message that is malformed, and why, provided that there is memory to say it.
 Incoming Malformed(const char* fault) noexcept;
 
-// Raises std::bad_alloc alone.
-Incoming ReadIncoming(std::string_view text);
+// shapes: of the messages before. Raises std::bad_alloc alone.
+Incoming ReadIncoming(std::string_view text, ZoJsonShapes& shapes);
 
 // What can still be said of a message that is unreadable: the id or URI it seems to carry near its start or end.
 struct Suspect {

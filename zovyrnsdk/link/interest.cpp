@@ -29,12 +29,15 @@ void Interest::Update(const Restorer::Key& key, Change change) {
   const bool subscription = key.first == Restorer::Kind::Subscription;
   std::string_view name = key.second;
   Names& names = subscription && (name == "*" || name.ends_with("/*")) ? below : exact;
-  const bool slashed = name.starts_with('/');
+  std::size_t place = name.starts_with('/') ? 1 : 0;
   if (&names == &below) {
+    place = name == "//*" ? 2 : place;  // everything is spelled in three ways
     name.remove_suffix(std::min<std::size_t>(2, name.size()));
+  } else if (subscription) {
+    place += 2;
   }
   const auto entry = names.try_emplace(std::string(WithoutSlash(name))).first;
-  change(entry->second[(subscription ? 2 : 0) + (slashed ? 1 : 0)]);
+  change(entry->second[place]);
   if (entry->second == Ids{}) {
     names.erase(entry);
   }

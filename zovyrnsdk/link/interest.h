@@ -38,7 +38,7 @@ class Interest {
     using is_transparent = void;
     std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
   };
-  // The latest request of each kind and spelling, 0 for none.
+  // The latest request of each kind and spelling, 0 for none. What is below has one kind.
   using Ids = std::array<std::uint64_t, 4>;
   using Names = std::unordered_map<std::string, Ids, Hash, std::equal_to<>>;
 

@@ -18,6 +18,7 @@
 #include <optional>
 #include <utility>
 
+#include "qapi/memory.h"
 #include "qapi/socket.h"
 #include "zovyrnsdk/link/eventloopimpl.h"
 #include "zovyrnsdk/link/limits.h"
@@ -309,6 +310,8 @@ bool Session::Impl::Deliver() {
   const bool goOn = events->OnMessage(text, stream.got_binary());
   message.clear();
   if (message.capacity() > keptBuffer) {
+    const auto block = message.prepare(message.capacity());
+    qMemory_Discard(block.data(), block.size());
     message.shrink_to_fit();
   }
   pauseAsked = !goOn && events != nullptr;
