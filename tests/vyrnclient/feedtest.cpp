@@ -16,7 +16,11 @@ FeedTest::FeedTest(bool simulated)
 }
 
 void FeedTest::Cached(const std::string& uri, const std::string& json) {
-  Cache().AddAt(uri, ZoJson::ParseString(json), ++stamp);
+  Cached(uri, ZoJson::ParseString(json));
+}
+
+void FeedTest::Cached(const std::string& uri, const ZoJson& document) {
+  Cache().AddAt(uri, document, ++stamp);
 }
 
 ItemInfo& FeedTest::CachedItem(const std::string& name, const std::string& uri, const std::string& json) {

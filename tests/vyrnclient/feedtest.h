@@ -24,6 +24,7 @@ class FeedTest : public ::testing::Test {
 
   // Puts a document into the cache, newer than all before it.
   void Cached(const std::string& uri, const std::string& json);
+  void Cached(const std::string& uri, const ZoJson& document);
   // An item of a resource that the cache holds.
   ZoIO::ItemInfo& CachedItem(const std::string& name, const std::string& uri, const std::string& json);
 

@@ -88,7 +88,15 @@ class CacheManager {
 };
 
 struct CacheManager::Slot {
+  // What its one reader notes of the values that it has looked at: the shape of the last one, and the version from which on
+  // all had it. Guarded by whatever guards the reader.
+  struct Look {
+    std::uint64_t shape = 0;
+    std::uint64_t since = 0;
+  };
+
   std::atomic<std::uint64_t> version = 0;
+  mutable Look look;
   // The rest is the cache's, and guarded by its lock.
   History history;
   std::uint64_t order = 0;  // of the newest value that has one

@@ -167,9 +167,23 @@ const ZoJson& ItemFeed::Document(const CacheManager::Slot& slot) {
     lastDocument = cache->Get(slot, 0, lastVersion, at);
     // A pass may take long, and what it found at its end does not hold for a clock that was set back to before that.
     lastTime = std::max(lastTime, std::chrono::system_clock::time_point(std::chrono::milliseconds(at)));
+    NoteShape(slot);
     lastSlot = &slot;
   }
   return lastDocument;
+}
+
+void ItemFeed::NoteShape(const CacheManager::Slot& slot) {
+  const std::uint64_t shape = lastDocument.Shape();
+  if (shape == 0 || lastVersion == 0) {
+    sameSince = std::numeric_limits<std::uint64_t>::max();
+    slot.look = {};
+    return;
+  }
+  if (slot.look.shape != shape) {
+    slot.look = {shape, lastVersion};
+  }
+  sameSince = slot.look.since;
 }
 
 void ItemFeed::Watch(ItemManager::ItemInfo& item) {
@@ -184,7 +198,10 @@ bool ItemFeed::HoldsStill(const char* itemName, Shown& shown, const ZoJson*& ele
   }
   try {
     const ZoJson& document = Document(*shown.slot);
-    element = document.FindAt(shown.place, {itemName + shown.memberAt, shown.memberSize});
+    // Names are looked at only where they may have changed: they lie wherever they were when the item was made.
+    element = shown.version >= sameSince
+                  ? document.ElementAt(shown.place)
+                  : document.FindAt(shown.place, {itemName + shown.memberAt, shown.memberSize});
   } catch (const std::exception&) {
     return false;  // the look at the item knows what to do then
   }
@@ -210,13 +227,13 @@ ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item, const Shown& l
   shown.value = data.value;
   shown.edition = edition;
   shown.refreshes = refreshes;
-  shown.type = static_cast<std::uint8_t>(data.type);
+  shown.type = data.type & 0xFFU;
   return shown;
 }
 
 void ItemFeed::FindMember(const ItemManager::ItemInfo& item, Shown& shown) const {
   const auto& segments = item.pointer.Segments();
-  if (segments.size() != 1 || lastSlot != item.slot || item.watchers != 1 ||
+  if (segments.size() != 1 || lastSlot != item.slot || lastVersion != item.seen || item.watchers != 1 ||
       item.name.size() > std::numeric_limits<std::uint16_t>::max() ||
       !item.name.ends_with(segments.front().name)) {
     return;
@@ -224,7 +241,7 @@ void ItemFeed::FindMember(const ItemManager::ItemInfo& item, Shown& shown) const
   const std::string& member = segments.front().name;
   const std::uint32_t place = lastDocument.PlaceOf(member);
   if (place < noPlace) {
-    shown.place = static_cast<std::uint16_t>(place);
+    shown.place = place & noPlace;
     shown.memberSize = static_cast<std::uint16_t>(member.size());
     shown.memberAt = static_cast<std::uint16_t>(item.name.size() - member.size());
   }

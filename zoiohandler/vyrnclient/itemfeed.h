@@ -60,7 +60,7 @@ class ItemFeed {
   void Watch(ItemManager::ItemInfo& item);
   void Unwatch(ItemManager::ItemInfo& item) { --item.watchers; }
 
-  static constexpr std::uint16_t noPlace = 0xFFFF;
+  static constexpr std::uint32_t noPlace = 0xFFFFFF;
 
   // What the host was shown of an item, so that the same can be shown again without a look at the item, whose memory
   // lies wherever it was when the item was made.
@@ -71,11 +71,12 @@ class ItemFeed {
     std::uint32_t edition = 0;
     std::uint32_t refreshes = 0;
     // Of an item that is a member of the document itself, and in no other group: where documents have had it, and its
-    // name, as the end of the item's name. A memberSize of 0 stands for any other item.
-    std::uint16_t place = noPlace;
+    // name, as the end of the item's name; the document of that version has it there. A memberSize of 0 stands for any
+    // other item.
+    std::uint32_t place : 24 = noPlace;
+    std::uint32_t type : 8 = enumtype_invalid;
     std::uint16_t memberAt = 0;
     std::uint16_t memberSize = 0;
-    std::uint8_t type = enumtype_invalid;
   };
   // Whether a look at the item would find what was shown.
   bool Holds(const Shown& shown) const {
@@ -103,6 +104,7 @@ class ItemFeed {
   const std::shared_ptr<Logger> logger;
   std::shared_ptr<ISensorManager> sensor;
   const ZoJson& Document(const CacheManager::Slot& slot);
+  void NoteShape(const CacheManager::Slot& slot);
   void FindMember(const ItemManager::ItemInfo& item, Shown& shown) const;
   void Deliver(const char* itemName, const ioDataValue& value) const;
 
@@ -111,6 +113,8 @@ class ItemFeed {
   const CacheManager::Slot* lastSlot = nullptr;
   std::uint64_t lastVersion = 0;
   ZoJson lastDocument;
+  std::uint64_t sameSince =
+      0;  // the version from which on all documents of the slot had their members where it has them
   // The clock, as it was noted last, and how often it was set back.
   std::chrono::system_clock::time_point lastTime = std::chrono::system_clock::time_point::min();
   std::uint32_t clockRun = 0;
