@@ -54,6 +54,14 @@ TEST(Scripts, SoakWithoutASensibleDurationIsNotUnderstood) {
   }
 }
 
+TEST(Scripts, LintStandsAlone) {
+  for (const std::string other : {"--full", "--soak 1m"}) {
+    const ChildResult refused = RunInShell("./check --lint " + other);
+    EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
+    EXPECT_TRUE(Contains(refused.output, "--lint excludes --full and --soak."));
+  }
+}
+
 TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {
   const ChildResult shown = RunInShell("./run --from '" ZOIO_PROGRAMS "'");
   EXPECT_TRUE(shown.Succeeded()) << shown.Describe();

@@ -231,7 +231,7 @@ std::string JsonString(std::string_view text) {
 }
 
 std::string CsvField(std::string_view text) {
-  const std::string valid = ValidUtf8(text);
+  std::string valid = ValidUtf8(text);
   const bool plain = valid.find_first_of(",\"\r\n") == std::string::npos &&
                      (valid.empty() || (valid.front() != ' ' && valid.back() != ' '));
   if (plain) {

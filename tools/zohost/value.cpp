@@ -267,6 +267,7 @@ std::size_t Value::Footprint() const {
 
 std::string_view KindName(enumtype kind) {
   const auto index = static_cast<std::size_t>(kind);
+  // cppcheck-suppress returnDanglingLifetime ; both views are of literals
   return index < kindNames.size() ? kindNames[index] : "invalid";
 }
 

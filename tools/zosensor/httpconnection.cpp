@@ -105,7 +105,11 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
       static constexpr std::string_view Continue = "HTTP/1.1 100 Continue\r\n\r\n";
       asio::async_write(*socket, asio::buffer(Continue),
                         [self = shared_from_this()](ErrorCode written, std::size_t) {
-                          written ? self->End() : self->ReadBody();
+                          if (written) {
+                            self->End();
+                          } else {
+                            self->ReadBody();
+                          }
                         });
       return;
     }
@@ -116,7 +120,11 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     transferring = true;
     AwaitIdleness();
     http::async_read(*socket, buffer, *parser, [self = shared_from_this()](ErrorCode error, std::size_t) {
-      error ? self->RefuseUnreadable(error) : self->Serve();
+      if (error) {
+        self->RefuseUnreadable(error);
+      } else {
+        self->Serve();
+      }
     });
   }
 
@@ -197,7 +205,11 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
     delayTimer.expires_after(answer.plan.latency);
     delayTimer.async_wait(
         [self = shared_from_this(), answer = std::move(answer), keepAlive](ErrorCode error) mutable {
-          error ? self->End() : self->Finish(std::move(answer), keepAlive);
+          if (error) {
+            self->End();
+          } else {
+            self->Finish(std::move(answer), keepAlive);
+          }
         });
   }
 
@@ -233,7 +245,11 @@ class HttpConnection final : public Connection, public std::enable_shared_from_t
       return;
     }
     http::async_write(*socket, response, [self = shared_from_this(), ends](ErrorCode error, std::size_t) {
-      ends || error ? self->EndGently(error) : self->ReadHeader();
+      if (ends || error) {
+        self->EndGently(error);
+      } else {
+        self->ReadHeader();
+      }
     });
   }
 

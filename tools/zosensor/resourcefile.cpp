@@ -153,7 +153,7 @@ std::shared_ptr<Resource> OwnResource(const std::string& path) {
 }
 
 // A wave may not make the member of another one vanish.
-void RefuseNestedWaves(MemberReader& reader, const Resource& resource) {
+void RefuseNestedWaves(const MemberReader& reader, const Resource& resource) {
   std::set<std::string> members;
   for (const Drive& drive : resource.Drives()) {
     members.insert(drive.member.ToString() + "/");

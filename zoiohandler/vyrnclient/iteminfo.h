@@ -20,6 +20,7 @@ namespace ZoIO {
 // A bool that one thread may set while others read it, and that can be copied.
 class SharedFlag {
  public:
+  // cppcheck-suppress noExplicitConstructor ; it stands in for a bool
   SharedFlag(bool value) noexcept : flag(value) {}
   SharedFlag(const SharedFlag& other) noexcept : flag(bool(other)) {}
   SharedFlag& operator=(const SharedFlag& other) noexcept { return *this = bool(other); }

@@ -129,9 +129,9 @@ ItemManager::ItemManager(ISensorManager& sensorManager, bool simulated)
                    }}) {}
 
 ItemManager::ItemManager(ISensorManager& sensorManager, bool simulated, Source retrySource)
-    : sensorManager(sensorManager) {
-  state = std::make_shared<State>(simulated, sensorManager.Cache(), sensorManager.GetLogger(),
-                                  std::move(retrySource));
+    : sensorManager(sensorManager),
+      state(std::make_shared<State>(simulated, sensorManager.Cache(), sensorManager.GetLogger(),
+                                    std::move(retrySource))) {
   state->running = true;
   Zo::Check(qLock_Construct(state->lock.Out(), "ItemManager", Zo::LockRank_Registry), __LINE__, source,
             constructorName);
@@ -188,7 +188,7 @@ ItemInfo& ItemManager::Item(const std::string& name) {
 
 bool ItemManager::Validate(const ItemInfo& info) {
   try {
-    CacheManager& cache = *state->cache;
+    const CacheManager& cache = *state->cache;
     if (sensorManager.IsConnected() && (!cache.Exists(info.uri) || cache.SizeAt(info.uri) == 0)) {
       Log("Retrieving " + info.name + " value.", LogLevel_Info, itemName);
       const ZoJson payload = sensorManager.Read(info.uri, true).At("/payload");

@@ -131,6 +131,7 @@ void ZoJson::ObjectNode::Enter(std::uint32_t slot) noexcept {
 ZoJson* ZoJson::ObjectNode::Append(std::string_view name, std::uint64_t hash, ZoJson value) noexcept {
   const auto keySize = static_cast<std::uint32_t>(name.size());
   std::memcpy(Keys() + keyUsed, name.data(), name.size());
+  // cppcheck-suppress unreadVariable ; its address is given back
   auto* member = new (Slots() + used) Member{std::move(value), hash, keyUsed, keySize};
   keyUsed += keySize;
   keyLiving += keySize;

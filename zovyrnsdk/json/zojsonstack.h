@@ -31,6 +31,7 @@ template <typename T, std::size_t OwnCount>
 class ZoJsonStack {
  public:
   // budget pays for what does not fit into the own buffer; it may be null, and must live as long otherwise.
+  // cppcheck-suppress uninitMemberVar ; own is raw memory
   explicit ZoJsonStack(ZoJsonBudget* budget = nullptr) noexcept
       : budget(budget), data(reinterpret_cast<T*>(own)) {}
   ~ZoJsonStack() {

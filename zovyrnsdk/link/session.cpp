@@ -202,6 +202,7 @@ void Session::Impl::Shaken(const error_code& error) {
   }
   response = {};
   state = State::Open;
+  // cppcheck-suppress nullPointerRedundantCheck ; OnOpen may close the session
   events->OnOpen();
   if (events != nullptr) {
     Read();
