@@ -192,6 +192,8 @@ class ZoJson {
 
   // How each shared node begins; the rest is in zojsonnode.h.
   struct Node {
+    Node(Kind kind, std::uint32_t size) noexcept : references(1), kind(kind), size(size) {}
+
     // The number of values that refer to this node. In a dead node: the next one on the list of those to take
     // apart.
     std::atomic<std::uintptr_t> references;

@@ -64,7 +64,7 @@ void ZoJson::ArrayNode::Remove(std::uint32_t index) noexcept {
 
 ZoJson::ObjectNode::ObjectNode(std::uint32_t capacity, std::uint32_t keyCapacity, std::uint32_t indexMask,
                                bool indexed) noexcept
-    : Node{1, Kind::Object, 0},
+    : Node(Kind::Object, 0),
       capacity(capacity),
       keyCapacity(keyCapacity),
       indexMask(indexMask),
@@ -148,12 +148,12 @@ void ZoJson::ObjectNode::Adopt(std::uint32_t keyOffset, std::uint32_t keySize, s
                                ZoJson&& value, bool mayBeThere) noexcept {
   const std::string_view name(Keys() + keyOffset, keySize);
   std::uint32_t* const entry = indexed ? Entry(name, hash) : nullptr;
-  const std::uint32_t there = indexed ? *entry : mayBeThere ? Find(name, hash) : none;
+  const std::uint32_t there = entry != nullptr ? *entry : mayBeThere ? Find(name, hash) : none;
   if (there != none) {
     Slots()[there].value = std::move(value);
     return;
   }
-  if (indexed) {
+  if (entry != nullptr) {
     *entry = used;
   }
   new (Slots() + used) Member{std::move(value), hash, keyOffset, keySize};

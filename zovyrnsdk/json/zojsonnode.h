@@ -26,7 +26,7 @@ struct ZoJson::StringNode : Node {
   char* Text() noexcept { return reinterpret_cast<char*>(this + 1); }
 
  private:
-  explicit StringNode(std::uint32_t size) noexcept : Node{1, Kind::String, size} {}
+  explicit StringNode(std::uint32_t size) noexcept : Node(Kind::String, size) {}
 };
 
 struct ZoJson::ArrayNode : Node {
@@ -44,7 +44,7 @@ struct ZoJson::ArrayNode : Node {
   std::uint32_t first = 0;
 
  private:
-  explicit ArrayNode(std::uint32_t capacity) noexcept : Node{1, Kind::Array, 0}, capacity(capacity) {}
+  explicit ArrayNode(std::uint32_t capacity) noexcept : Node(Kind::Array, 0), capacity(capacity) {}
 };
 
 struct ZoJson::ObjectNode : Node {

@@ -44,6 +44,7 @@ class ZoJsonStack {
 
   std::size_t Size() const noexcept { return size; }
   T* Top(std::size_t count) noexcept { return data + (size - count); }
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): clang 14 destroys what a std::optional holds twice
   T* All() noexcept { return data; }
   void Drop(std::size_t count) noexcept { size -= count; }
 
