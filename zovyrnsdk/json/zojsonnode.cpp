@@ -148,13 +148,13 @@ void ZoJson::ObjectNode::Adopt(std::uint32_t keyOffset, std::uint32_t keySize, s
                                ZoJson&& value, bool mayBeThere) noexcept {
   const std::string_view name(Keys() + keyOffset, keySize);
   std::uint32_t* const entry = indexed ? Entry(name, hash) : nullptr;
-  const std::uint32_t there = entry != nullptr ? *entry : mayBeThere ? Find(name, hash) : none;
+  const std::uint32_t there = indexed ? *entry : mayBeThere ? Find(name, hash) : none;
   if (there != none) {
     Slots()[there].value = std::move(value);
     return;
   }
-  if (entry != nullptr) {
-    *entry = used;
+  if (indexed) {
+    *entry = used;  // NOLINT(clang-analyzer-core.NullDereference): Find has not changed `indexed`, a constant
   }
   new (Slots() + used) Member{std::move(value), hash, keyOffset, keySize};
   keyUsed = keyOffset + keySize;
