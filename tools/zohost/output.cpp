@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 
 namespace zohost {
 
@@ -23,7 +22,7 @@ void Output::Write(std::string_view text) {
     if (written >= 0) {
       text.remove_prefix(static_cast<std::size_t>(written));
     } else if (errno != EINTR && errno != EAGAIN) {
-      throw OutputError(std::strerror(errno), errno == EPIPE);
+      throw OutputError(errno);
     }
   }
 }
@@ -35,7 +34,7 @@ bool Output::WaitUntilWritable() const {
       if (errno == EINTR) {
         continue;
       }
-      throw OutputError(std::strerror(errno), false);
+      throw OutputError(errno);
     }
     if (waiting[0].revents != 0) {
       return true;  // writable, or in a state that write reports
@@ -49,7 +48,7 @@ bool Output::WaitUntilWritable() const {
 void Output::CheckReader() {
   pollfd state = {number_, 0, 0};
   if (poll(&state, 1, 0) > 0 && (state.revents & (POLLERR | POLLHUP)) != 0) {
-    throw OutputError(std::strerror(EPIPE), true);
+    throw OutputError(EPIPE);
   }
 }
 

@@ -4,16 +4,20 @@
 // Invariant: what was not written is either reported by an OutputError or counted.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 namespace zohost {
 
 // The output takes no more; what() says why. `closed`: the reader has gone, which is no fault.
 class OutputError : public std::runtime_error {
  public:
-  OutputError(const char* text, bool closedByReader) : std::runtime_error(text), closed(closedByReader) {}
+  // error: as errno names it.
+  explicit OutputError(int error)
+      : std::runtime_error(std::generic_category().message(error)), closed(error == EPIPE) {}
   bool closed;
 };
 

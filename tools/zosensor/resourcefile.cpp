@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <optional>
 #include <set>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -387,7 +387,7 @@ SensorDescription LoadResources(const std::string& fileName) {
   errno = 0;
   std::ifstream file(fileName, std::ios::binary);
   if (!file) {
-    throw ResourceFileError(fmt::format("{}: {}", fileName, std::strerror(errno)));
+    throw ResourceFileError(fmt::format("{}: {}", fileName, std::generic_category().message(errno)));
   }
   std::string text;
   try {
