@@ -94,8 +94,10 @@ std::optional<FakePeer::Frame> FakePeer::Receive() {
   if (!ReadExactly(frame.payload.data(), length)) {
     return std::nullopt;
   }
-  for (std::size_t i = 0; i < length; ++i) {
-    frame.payload[i] = static_cast<char>(frame.payload[i] ^ mask[i % 4]);
+  // By the byte, and through the string's own operator, large requests would take half a minute under the sanitizers.
+  char* const payload = frame.payload.data();
+  for (std::uint64_t i = 0; i < length; ++i) {
+    payload[i] = static_cast<char>(payload[i] ^ mask[i % 4]);
   }
   return frame;
 }

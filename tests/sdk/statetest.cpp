@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -67,7 +68,7 @@ TEST(PushQueue, OfThoseThatWaitTheNewestWins) {
     queue.Offer("/a", PushOf("/a", i), start + milliseconds(1));
   }
   EXPECT_EQ(queue.Waiting(), 1U);
-  EXPECT_EQ(queue.Bytes(), 100U);
+  EXPECT_EQ(queue.Bytes(), 100U + std::strlen("/a"));
   EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(2), 9)), ElementsAre(5));
   EXPECT_EQ(queue.Bytes(), 0U);
 }
@@ -86,7 +87,7 @@ TEST(PushQueue, AnswerTakesThePlaceOfWhatWaitsAndHoldsItBack) {
   PushQueue queue;
   queue.Offer("/a", PushOf("/a", 1), start);
   queue.AnswerArrived("/a", ZoJson::Of(2), 7, false, start);
-  EXPECT_EQ(queue.Bytes(), 7U);
+  EXPECT_EQ(queue.Bytes(), 7U + std::strlen("/a"));
   EXPECT_EQ(queue.NextDue(), start + milliseconds(2));
   EXPECT_THAT(Values(queue.TakeDue(start + milliseconds(2), 9)), ElementsAre(2));
 }
@@ -164,6 +165,33 @@ TEST(PushQueue, ForgetsResourcesThatAreQuiet) {
     queue.Delivered(now);
   }
   EXPECT_LE(queue.Remembered(), 2048U);
+}
+
+TEST(PushQueue, ForgetsLongNamesSooner) {
+  PushQueue queue;
+  Time now = start;
+  for (int i = 0; i < 100; ++i) {
+    now += milliseconds(3);
+    const std::string uri = "/r" + std::to_string(i) + std::string(std::size_t{1} << 20, 'x');
+    queue.Offer(uri, PushOf(uri, i), now);
+    EXPECT_THAT(Values(queue.TakeDue(now, 9)), ElementsAre(i));
+    queue.Delivered(now);
+    EXPECT_LE(queue.RememberedBytes(), std::size_t{3} << 20);
+  }
+  EXPECT_LE(queue.Remembered(), 3U);
+  queue.Clear();
+  EXPECT_EQ(queue.RememberedBytes(), 0U);
+}
+
+TEST(PushQueue, IsFullOfLongNamesToo) {
+  PushQueue queue;
+  int count = 0;
+  while (!queue.Full()) {
+    ASSERT_LT(++count, 64);
+    const std::string uri = "/r" + std::to_string(count) + std::string(std::size_t{1} << 20, 'x');
+    queue.Offer(uri, PushOf(uri, count), start);
+  }
+  EXPECT_GT(count, 16);
 }
 
 TEST(PushQueue, IsFullBeyondItsLimits) {
@@ -786,6 +814,34 @@ TEST(Interest, EachPatternForEverythingEndsForItself) {
   }
   EXPECT_FALSE(interest.Covers("/r"));
   EXPECT_EQ(interest.Size(), 0U);
+}
+
+// Were each beginning of the name looked up, this would take minutes, and with the link's lock held.
+TEST(Interest, NamesOfAMillionSlashesAreLookedAtAtOnce) {
+  Interest interest;
+  const std::string slashes(std::size_t{1} << 20, '/');
+  interest.Asked({Restorer::Kind::Subscription, "/res/*"}, 1);
+  interest.Asked({Restorer::Kind::Subscription, "/deep///*"}, 2);
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_FALSE(interest.Covers("x" + slashes));
+  EXPECT_TRUE(interest.Covers("/res" + slashes));
+  EXPECT_TRUE(interest.Covers("/deep" + slashes));
+  EXPECT_LT(std::chrono::steady_clock::now() - began, seconds(1));
+}
+
+TEST(Interest, PatternsOfOneLengthEndForThemselves) {
+  Interest interest;
+  interest.Asked({Restorer::Kind::Subscription, "/aaa/*"}, 1);
+  interest.Asked({Restorer::Kind::Subscription, "/bbb/*"}, 2);
+  interest.Ended({Restorer::Kind::Subscription, "/aaa/*"});
+  EXPECT_FALSE(interest.Covers("/aaa/x"));
+  EXPECT_TRUE(interest.Covers("/bbb/x"));
+  EXPECT_TRUE(interest.Covers("/bbb"));
+  EXPECT_FALSE(interest.Covers("/bbbb"));
+  interest.Ended({Restorer::Kind::Subscription, "/ccc/*"});
+  EXPECT_TRUE(interest.Covers("/bbb/x")) << "the end of what nobody asked for";
+  interest.Ended({Restorer::Kind::Subscription, "/bbb/*"});
+  EXPECT_FALSE(interest.Covers("/bbb/x"));
 }
 
 TEST(Interest, RefusalOfAnOlderRequestChangesNothing) {

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -49,7 +50,9 @@ class RetryReads : public ::testing::Test {
 
   bool quick = false;
   std::map<std::string, std::vector<std::shared_ptr<ZoPendingRequest>>> asked;
-  ZoIO::RetryReads reads{[this](const std::string& uri) { return Ask(uri); }};
+  std::set<std::string> found;
+  ZoIO::RetryReads reads{[this](const std::string& uri) { return Ask(uri); },
+                         [this](const std::string& uri) { return !found.contains(uri); }};
 };
 
 TEST_F(RetryReads, AnswerThatComesAtOnceIsThereForEveryItemOfItsResource) {
@@ -157,6 +160,17 @@ TEST_F(RetryReads, WhatThePassBeforeLookedForIsAskedAnewBeforeAPass) {
   reads.BeginPass(true);
   EXPECT_EQ(asked["/a"].size(), 2u);
   EXPECT_EQ(asked["/b"].size(), 3u);
+}
+
+TEST_F(RetryReads, WhatWasFoundMeanwhileIsNotAskedAgain) {
+  quick = true;
+  reads.BeginPass(true);
+  Read("/a");
+  Read("/b");
+  found.insert("/a");
+  reads.BeginPass(true);
+  EXPECT_EQ(asked["/a"].size(), 1u);
+  EXPECT_EQ(asked["/b"].size(), 2u);
 }
 
 TEST_F(RetryReads, SensorThatIsAwayIsNotAskedBeforeAPass) {

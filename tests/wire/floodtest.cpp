@@ -15,7 +15,27 @@
 namespace ZoTest {
 namespace {
 
-class Flood : public WireTest {};
+class Flood : public WireTest {
+ protected:
+  // Subscribes the item at a sensor that streams nothing, and so to all that is below its resource.
+  void* SubscribeBelow(FakeSensor& sensor, const std::string& uri) {
+    sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+      if (request.method == "startStream") {
+        peer.Send(FakeSensor::Answer(request, R"("status":-405,"error":"no stream")"));
+      } else {
+        FakeSensor::Grant(peer, request);
+      }
+    });
+    void* const handle = Connect(sensor.Port());
+    EXPECT_EQ(Subscribe(handle, {uri + "#/value"}), 0);
+    EXPECT_TRUE(sensor.WaitForRequest("sub", uri + "/*"));
+    return handle;
+  }
+
+  static std::string Notification(const std::string& uri, const std::string& payload) {
+    return R"({"event":"notification","uri":")" + uri + R"(","payload":)" + payload + "}";
+  }
+};
 
 TEST_F(Flood, OfHugeDocumentsCostsBoundedMemoryWhichIsGivenBack) {
   constexpr std::size_t size = std::size_t{8} << 20;
@@ -44,6 +64,38 @@ TEST_F(Flood, OfHugeDocumentsCostsBoundedMemoryWhichIsGivenBack) {
     EXPECT_LT(peak, before + (std::size_t{256} << 20));
     EXPECT_TRUE(Eventually([&] { return MemoryNow() < before + (std::size_t{32} << 20); })) << MemoryNow();
   }
+}
+
+TEST_F(Flood, OfInventedResourcesCostsBoundedMemoryAndTheItemGoesOn) {
+  constexpr int count = 600;
+  const std::string content = "\"" + std::string(std::size_t{1} << 20, 'x') + "\"";
+  FakeSensor sensor;
+  void* const handle = SubscribeBelow(sensor, "/m");
+  const std::size_t before = MemoryNow();
+  for (int i = 0; i < count; ++i) {
+    ASSERT_TRUE(sensor.Push(Notification("/m/" + std::to_string(i), content)));
+    ASSERT_TRUE(sensor.Push(Notification("/m", "{\"value\":" + std::to_string(i) + "}")));
+  }
+  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/m#/value", count - 1)));
+  EXPECT_TRUE(
+      recorder.WaitForMessage("Values of resources that nobody asked for are left out: they are too many."));
+  if (!kSanitized) {  // sanitizers keep freed memory
+    EXPECT_LT(MemoryNow(), before + (std::size_t{256} << 20));
+  }
+  EXPECT_EQ(Destroy(handle), 0);
+}
+
+TEST_F(Flood, OfSlashesHoldsUpNoCall) {
+  const std::string slashes(std::size_t{1} << 20, '/');
+  FakeSensor sensor;
+  void* const handle = SubscribeBelow(sensor, "/m");
+  ASSERT_TRUE(sensor.Push(Notification("/m" + slashes, "1")));
+  ASSERT_TRUE(sensor.Push(Notification("/x" + slashes, "1")));
+  ASSERT_TRUE(sensor.Push(Notification("/m", R"({"value":7})")));
+  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/m#/value", 7), 1, std::chrono::seconds(3)));
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_EQ(Destroy(handle), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(1));
 }
 
 }  // namespace

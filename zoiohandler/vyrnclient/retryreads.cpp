@@ -34,8 +34,9 @@ void RetryReads::BeginPass(bool online) {
     }
     each = resources.erase(each);
   }
-  const std::vector<Entry*> wanted = std::exchange(asked, {});
+  std::vector<Entry*> wanted = std::exchange(asked, {});
   if (online) {
+    std::erase_if(wanted, [this](const Entry* entry) { return !isMissing(entry->first); });
     for (auto* const entry : wanted) {
       Resource& resource = entry->second;
       if (resource.underWay && Wait(*resource.underWay, {})) {

@@ -28,13 +28,15 @@ namespace ZoIO {
 class RetryReads {
  public:
   using Ask = std::function<ZoTransaction(const std::string& uri)>;
+  using IsMissing = std::function<bool(const std::string& uri)>;
 
-  explicit RetryReads(Ask ask) : ask(std::move(ask)) {}
+  // isMissing: whether the worker, who looks in the cache first, would still ask about a resource.
+  RetryReads(Ask ask, IsMissing isMissing) : ask(std::move(ask)), isMissing(std::move(isMissing)) {}
   RetryReads(const RetryReads&) = delete;
   RetryReads& operator=(const RetryReads&) = delete;
 
-  // Requests that the pass before did not ask about are cancelled. What it did ask about is asked anew, unless the sensor
-  // is away, and waited for: 200 ms at most. Raises once it was given up.
+  // Requests that the pass before did not ask about are cancelled. What it did ask about and is still missing is asked
+  // anew, unless the sensor is away, and waited for: 200 ms at most. Raises once it was given up.
   void BeginPass(bool online);
 
   struct Outcome {
@@ -72,6 +74,7 @@ class RetryReads {
   void Check() const Q_REQUIRES(mutex);
 
   const Ask ask;
+  const IsMissing isMissing;
   std::unordered_map<std::string, Resource> resources;  // by uri
   std::vector<Entry*> asked;                            // about in this pass, in this order
   std::size_t sent = 0;                                 // requests under way

@@ -10,6 +10,7 @@
 #include "zoapi/threads/lockranks.h"
 #include "zoiohandler/vyrnclient/cachemanager.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
+#include "zoiohandler/vyrnclient/knownresources.h"
 #include "zoiohandler/vyrnclient/logger.h"
 #include "zoiohandler/vyrnclient/retryreads.h"
 #include "zoiohandler/vyrnclient/zovyrnclient.h"
@@ -95,17 +96,32 @@ struct SensorManager::Shared {
       const ZoJson payload = response->Payload();
       const std::string path = response->Path();
       // The link keeps its pushes apart, but an answer may have been stored in this very millisecond.
-      StoreSoon([&] { return Store(path, payload, response->Arrival()); });
+      bool admitted = true;
+      StoreSoon([&] { return Store(path, payload, response->Arrival(), admitted); });
+      if (!admitted && !toldOfStrangers.exchange(true)) {
+        WriteLog(*logger, "Values of resources that nobody asked for are left out: they are too many.",
+                 LogLevel_Warning, function);
+      }
     } catch (const std::exception& e) {
       WriteLog(*logger, e.what(), LogLevel_Error, function);
     }
   }
 
   // False when the cache has a value of this millisecond, which it keeps.
-  bool Store(const std::string& path, const ZoJson& payload, const ZoArrival& arrival) {
+  bool Store(const std::string& path, const ZoJson& payload, const ZoArrival& arrival, bool& admitted) {
     Zo::MutexLock held(gate);
-    return closed || cache->AddInOrder(path, payload, arrival.order, arrival.bytes) !=
-                         CacheManager::Added::MillisecondTaken;
+    if (closed) {
+      return true;
+    }
+    admitted = resources.Admits(path, arrival.bytes);
+    return !admitted || cache->AddInOrder(path, payload, arrival.order, arrival.bytes) !=
+                            CacheManager::Added::MillisecondTaken;
+  }
+
+  // Before it is sent, so that no push that comes behind the answer is taken for a stranger's.
+  void NoteAsked(const std::string& uri) noexcept {
+    Zo::MutexLock held(gate);
+    resources.Asked(uri);
   }
 
   // The asking thread may have been stopped between taking its answer and coming here, and a newer push may have
@@ -136,8 +152,11 @@ struct SensorManager::Shared {
   const std::shared_ptr<CacheManager> cache;
   std::atomic<SensorState::Status> status = SensorState::Unknown;
   ZoSystem system;  // set once, before the registry has an item
-  RetryReads retries{
-      [this](const std::string& uri) { return system.Client().Read(uri, ZoJson(), ZoJson()); }};
+  RetryReads retries{[this](const std::string& uri) {
+                       NoteAsked(uri);
+                       return system.Client().Read(uri, ZoJson(), ZoJson());
+                     },
+                     [this](const std::string& uri) { return cache->SizeAt(uri) == 0; }};
 
  private:
   // In this millisecond, or in one of the next; and when there is memory for it.
@@ -180,6 +199,8 @@ struct SensorManager::Shared {
 
   Zo::Mutex gate{"SensorManager::gate", Zo::LockRank_HandlerGate};
   bool closed Q_GUARDED_BY(gate) = false;
+  KnownResources resources Q_GUARDED_BY(gate);
+  std::atomic<bool> toldOfStrangers = false;
 };
 
 SensorManager::SensorManager(ZoVyrnClient& client, const std::string& ipAddress, unsigned short controlPort,
@@ -364,6 +385,7 @@ ZoJson SensorManager::Request(Operation operation, const char* verb, const std::
     }
     return {};
   }
+  shared->NoteAsked(uri);
   ZoTransaction transaction = (shared->system.Client().*operation)(uri, payload, ZoJson());
   return shared->ResponseToZoJson(transaction);
 }

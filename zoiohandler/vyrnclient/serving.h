@@ -31,7 +31,7 @@ struct ZoVyrnClient::Serving {
     Zo::Locker held(lock);
     const std::chrono::system_clock::time_point now = clock();
     feed.NoteTime(now);
-    for (const auto& [interval, entry] : groups) {
+    for (const auto& [interval, entry] : subscriptionGroups) {
       const std::shared_ptr<SubscriptionGroup> group = entry;
       if (now >= group->NextTick()) {
         group->Tick();
@@ -41,19 +41,20 @@ struct ZoVyrnClient::Serving {
 
   // The group of an interval, made on first use.
   SubscriptionGroup& GetSubscriptionGroup(std::chrono::milliseconds interval) Q_REQUIRES(lock) {
-    const auto known = groups.find(interval);
-    if (known != groups.end()) {
+    const auto known = subscriptionGroups.find(interval);
+    if (known != subscriptionGroups.end()) {
       return *known->second;
     }
     // Made before it is entered: the monitor must never meet an entry without a group.
-    return *groups.emplace(interval, std::make_shared<SubscriptionGroup>(feed, interval)).first->second;
+    return *subscriptionGroups.emplace(interval, std::make_shared<SubscriptionGroup>(feed, interval))
+                .first->second;
   }
 
   // Takes an item out of every group, and drops the groups that are empty then.
   void RemoveFromGroups(const std::string& name) Q_REQUIRES(lock) {
-    for (auto entry = groups.begin(); entry != groups.end();) {
+    for (auto entry = subscriptionGroups.begin(); entry != subscriptionGroups.end();) {
       entry->second->RemoveItem(name);
-      entry = entry->second->IsEmpty() ? groups.erase(entry) : std::next(entry);
+      entry = entry->second->IsEmpty() ? subscriptionGroups.erase(entry) : std::next(entry);
     }
   }
 
@@ -63,7 +64,8 @@ struct ZoVyrnClient::Serving {
 
   std::atomic<bool> running = false;
   ItemFeed feed;
-  std::map<std::chrono::milliseconds, std::shared_ptr<SubscriptionGroup>> groups Q_GUARDED_BY(lock);
+  std::map<std::chrono::milliseconds, std::shared_ptr<SubscriptionGroup>> subscriptionGroups
+      Q_GUARDED_BY(lock);
 };
 
 }  // namespace ZoIO

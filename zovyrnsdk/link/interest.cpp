@@ -36,10 +36,18 @@ void Interest::Update(const Restorer::Key& key, Change change) {
   } else if (subscription) {
     place += 2;
   }
-  const auto entry = names.try_emplace(std::string(WithoutSlash(name))).first;
+  name = WithoutSlash(name);
+  std::size_t uncounted = 0;
+  // First, since a name without its length would not be found.
+  std::size_t& count = &names == &below ? lengths[name.size()] : uncounted;
+  const auto [entry, isNew] = names.try_emplace(std::string(name));
+  count += isNew ? 1 : 0;
   change(entry->second[place]);
   if (entry->second == Ids{}) {
     names.erase(entry);
+    if (--count == 0 && &names == &below) {
+      lengths.erase(name.size());
+    }
   }
 }
 
@@ -51,18 +59,17 @@ bool Interest::Covers(std::string_view uri) const {
   if (below.empty()) {
     return false;
   }
-  for (std::size_t end = name.size(); end != 0 && end != std::string_view::npos;
-       end = name.rfind('/', end - 1)) {
-    if (below.contains(name.substr(0, end))) {
-      return true;
-    }
-  }
-  return below.contains(std::string_view());
+  return std::any_of(lengths.begin(), lengths.end(), [&](const auto& each) {
+    const std::size_t end = each.first;
+    const bool mayEnd = end == 0 || end == name.size() || (end < name.size() && name[end] == '/');
+    return mayEnd && below.contains(name.substr(0, end));
+  });
 }
 
 void Interest::Clear() {
   exact.clear();
   below.clear();
+  lengths.clear();
 }
 
 }  // namespace ZoSdk

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -48,6 +49,9 @@ class Interest {
   // Both by names without their leading slash; "/res/*" is below "res", "*" and "/*" are below "".
   Names exact;
   Names below;
+  // How many names below have each length. A pushed URI is looked at where one of them may end and nowhere else: a peer
+  // may send millions of slashes.
+  std::map<std::size_t, std::size_t> lengths;
 };
 
 }  // namespace ZoSdk

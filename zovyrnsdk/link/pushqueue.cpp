@@ -8,9 +8,9 @@
 namespace ZoSdk {
 
 void PushQueue::Offer(const std::string& uri, Push push, Time now) {
-  Prune(now);
-  auto& entry = *slots.try_emplace(uri).first;
+  Slots::value_type& entry = Remember(uri, now);
   Slot& slot = entry.second;
+  push.bytes += uri.size();  // which is kept beside the document
   if (!slot.waiting) {
     slot.place = order.emplace(DueOf(slot, now), &entry);
     slot.waiting = true;
@@ -31,14 +31,13 @@ void PushQueue::Offer(const std::string& uri, Push push, Time now) {
 
 bool PushQueue::AnswerArrived(const std::string& uri, const ZoJson& payload, std::size_t size, bool taking,
                               Time now, std::uint64_t arrivalOrder) {
-  Prune(now);
-  Slot& slot = slots.try_emplace(uri).first->second;
+  Slot& slot = Remember(uri, now).second;
   slot.last = taking ? now + pushPatience - pushSpacing : now;
   if (slot.waiting) {
     slot.push.document.Set("payload", payload);
     slot.push.order = std::max(slot.push.order, arrivalOrder);  // it is as new as its content
-    bytes += size;
-    bytes -= std::exchange(slot.push.bytes, size);
+    bytes -= std::exchange(slot.push.bytes, size + uri.size());
+    bytes += slot.push.bytes;
     slot.arrived = now;
     Schedule(slot, now);
   }
@@ -46,8 +45,7 @@ bool PushQueue::AnswerArrived(const std::string& uri, const ZoJson& payload, std
 }
 
 void PushQueue::AnswerTaken(const std::string& uri, Time now) {
-  Prune(now);
-  Slot& slot = slots.try_emplace(uri).first->second;
+  Slot& slot = Remember(uri, now).second;
   slot.last = now;
   if (slot.waiting) {
     Schedule(slot, now);
@@ -91,10 +89,18 @@ void PushQueue::Clear() {
   order.clear();
   handed.clear();
   bytes = 0;
+  uriBytes = 0;
 }
 
 bool PushQueue::Full() const {
   return bytes + delivering > pushBytesLimit || order.size() > pushCountLimit;
+}
+
+PushQueue::Slots::value_type& PushQueue::Remember(const std::string& uri, Time now) {
+  Prune(now);
+  const auto [entry, isNew] = slots.try_emplace(uri);
+  uriBytes += isNew ? uri.size() : 0;
+  return *entry;
 }
 
 Time PushQueue::DueOf(const Slot& slot, Time now) {
@@ -113,14 +119,18 @@ void PushQueue::Move(Slot& slot, Time due) {
 
 // Only the last few milliseconds matter, so what is older goes, at a cost that is constant over time.
 void PushQueue::Prune(Time now) {
-  if (slots.size() < pruneAt) {
+  if (slots.size() < pruneAt && uriBytes < pruneAtBytes) {
     return;
   }
   std::erase_if(slots, [&](const auto& entry) {
     const Slot& slot = entry.second;
-    return !slot.waiting && !slot.handedOn && (slot.last == Time::min() || slot.last + pushSpacing < now);
+    const bool isQuiet =
+        !slot.waiting && !slot.handedOn && (slot.last == Time::min() || slot.last + pushSpacing < now);
+    uriBytes -= isQuiet ? entry.first.size() : 0;
+    return isQuiet;
   });
-  pruneAt = std::max<std::size_t>(1024, slots.size() * 2);
+  pruneAt = std::max(leastPruned, slots.size() * 2);
+  pruneAtBytes = std::max(leastPrunedBytes, uriBytes * 2);
 }
 
 }  // namespace ZoSdk

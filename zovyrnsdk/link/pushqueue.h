@@ -4,9 +4,10 @@
 // Whoever takes values in keeps only the first of two that come within one millisecond. So pushes of one URI
 // are handed on at least 2 ms apart from the last push or answer about it; of those that wait the newest
 // wins, and a newer answer takes the place of one that waits. An answer that somebody waits for counts from when it was
-// taken, but holds a push back for 4 ms at most; and pushes and answers in turn for 50 ms. Invariants: (1) at most one push waits for each URI; (2)
-// bytes is the sum over those that wait, delivering over those that were taken out last. A plain state machine: the caller brings the time. Guarded by its
-// owner.
+// taken, but holds a push back for 4 ms at most; and pushes and answers in turn for 50 ms. Invariants: (1) at most one
+// push waits for each URI; (2) bytes is the sum over those that wait, with their URIs, delivering over those that were
+// taken out last, uriBytes over the URIs that are remembered. A plain state machine: the caller brings the time. Guarded
+// by its owner.
 #pragma once
 
 #include <cstddef>
@@ -53,6 +54,7 @@ class PushQueue {
   std::size_t Waiting() const { return order.size(); }
   std::size_t Bytes() const { return bytes; }
   std::size_t Remembered() const { return slots.size(); }
+  std::size_t RememberedBytes() const { return uriBytes; }
 
  private:
   struct Slot;
@@ -69,7 +71,11 @@ class PushQueue {
     Order::iterator place{};  // only when waiting
   };
 
+  static constexpr std::size_t leastPruned = 1024;
+  static constexpr std::size_t leastPrunedBytes = std::size_t{1} << 20;
+
   static Time DueOf(const Slot& slot, Time now);
+  Slots::value_type& Remember(const std::string& uri, Time now);
   void Schedule(Slot& slot, Time now);
   void Move(Slot& slot, Time due);
   void Prune(Time now);
@@ -79,7 +85,9 @@ class PushQueue {
   std::size_t bytes = 0;
   std::size_t delivering = 0;
   std::vector<Slot*> handed;  // the slots of what was taken out last
-  std::size_t pruneAt = 1024;
+  std::size_t uriBytes = 0;
+  std::size_t pruneAt = leastPruned;
+  std::size_t pruneAtBytes = leastPrunedBytes;
 };
 
 }  // namespace ZoSdk

@@ -1,9 +1,9 @@
 // Notices a peer that is gone although its connection stands.
 //
 // Three signs: no byte for 3 s although it was pinged every second; bytes, but no pong within 3 s from a peer that has
-// answered pings before, so that it does not hear us any more; and requests that end without an answer while the peer still answers pings. After two of those in a row the
-// sensor is asked about "/system", and is lost when that is not answered within a second. A plain state machine: the
-// caller brings the time. Guarded by its owner.
+// answered pings before, so that it does not hear us any more; and requests that end without an answer while the peer
+// still answers pings. After two of those in a row the sensor is asked about "/system", and is lost when that is not
+// answered within a second. A plain state machine: the caller brings the time. Guarded by its owner.
 #pragma once
 
 #include <algorithm>

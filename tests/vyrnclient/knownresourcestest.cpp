@@ -1,0 +1,56 @@
+#include "zoiohandler/vyrnclient/knownresources.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace ZoTest {
+namespace {
+
+constexpr std::size_t mebibyte = std::size_t{1} << 20;
+
+std::string Name(int i) {
+  return "/r/" + std::to_string(i);
+}
+
+TEST(KnownResources, AreAdmittedWhateverTheirSize) {
+  ZoIO::KnownResources resources;
+  resources.Asked("/a");
+  EXPECT_TRUE(resources.Admits("/a", 1000 * mebibyte));
+}
+
+TEST(KnownResources, OthersAreAdmittedUpToSixtyFourMebibytesTogether) {
+  ZoIO::KnownResources resources;
+  int admitted = 0;
+  while (resources.Admits(Name(admitted), mebibyte)) {
+    ASSERT_LT(++admitted, 64);
+  }
+  EXPECT_EQ(admitted, 63) << "beside what remembers them";
+  EXPECT_TRUE(resources.Admits(Name(5), mebibyte)) << "a newer value of the same";
+  EXPECT_FALSE(resources.Admits(Name(5), 3 * mebibyte)) << "which holds more";
+  EXPECT_FALSE(resources.Admits("/huge", std::size_t{0} - 1));
+}
+
+TEST(KnownResources, StrangersNamesCount) {
+  ZoIO::KnownResources resources;
+  int admitted = 0;
+  while (resources.Admits(std::string(mebibyte, 'x') + Name(admitted), 0)) {
+    ASSERT_LT(++admitted, 64);
+  }
+  EXPECT_GT(admitted, 30);
+}
+
+TEST(KnownResources, StrangerThatIsAskedAboutLeavesRoomForOthers) {
+  ZoIO::KnownResources resources;
+  int admitted = 0;
+  while (resources.Admits(Name(admitted), mebibyte)) {
+    ASSERT_LT(++admitted, 64);
+  }
+  resources.Asked(Name(3));
+  EXPECT_TRUE(resources.Admits(Name(3), 100 * mebibyte));
+  EXPECT_TRUE(resources.Admits("/another", mebibyte));
+  EXPECT_FALSE(resources.Admits("/third", mebibyte));
+}
+
+}  // namespace
+}  // namespace ZoTest
