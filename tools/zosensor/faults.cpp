@@ -156,7 +156,8 @@ Duration FaultDice::Latency(const FaultSettings& settings, double unit) {
   return SecondsToDuration((settings.latencyMs + settings.jitterMs * unit) / 1000);
 }
 
-FaultController::FaultController(FaultSettings initial, std::uint64_t diceSeed, Time now) : seed(diceSeed) {
+FaultController::FaultController(const FaultSettings& initial, std::uint64_t diceSeed, Time now)
+    : seed(diceSeed) {
   Apply(initial, now);
 }
 

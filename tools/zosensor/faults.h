@@ -83,7 +83,7 @@ enum class Disturbance { None, Cut, Stall };
 
 class FaultController {
  public:
-  FaultController(FaultSettings initial, std::uint64_t seed, Time now);
+  FaultController(const FaultSettings& initial, std::uint64_t seed, Time now);
 
   // Adds the resources to the sensor, which must outlive this object's use, and guards its start.
   void Install(Sensor& sensor, Time now);
