@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "qapi/testing.h"
 #include "tests/sdk/fakesensor.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/fakesensormanager.h"
@@ -88,6 +89,16 @@ class SensorManagerTest : public testing::Test {
   // The log lines since the last Clear, as "level function: message".
   std::vector<std::string> Lines() const { return recorder.LogLines(); }
 
+  // Tests have an instance do what it otherwise does before its monitor is there: so the monitor gets no lock, and its
+  // passes end before they begin.
+  struct NoMonitor {
+    NoMonitor() {
+      qTest_FailOperationIn("ZoVyrnClient::Monitor::Thread", qOperation::LockEnter, 1, qStatus_System, 0);
+    }
+    ~NoMonitor() { qTest_Reset(); }
+  };
+
+  NoMonitor noMonitor;
   FakeSensor sensor;
   Recorder recorder;
   Recorder host;
