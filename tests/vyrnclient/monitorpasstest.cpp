@@ -61,7 +61,7 @@ class MonitorPass : public FeedTest {
   std::vector<milliseconds> Intervals() {
     Zo::Locker held(serving.lock);
     std::vector<milliseconds> intervals;
-    for (const auto& [interval, group] : serving.groups) {
+    for (const auto& [interval, group] : serving.subscriptionGroups) {
       intervals.push_back(interval);
     }
     return intervals;
