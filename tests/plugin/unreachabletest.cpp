@@ -85,6 +85,28 @@ INSTANTIATE_TEST_SUITE_P(Texts, AddressText,
                                            "simulato", "", " ", "no address", "127.0.0.1.2", "300.0.0.1",
                                            "::1", "127.0.0.1", "\xff\xfe", "127.0.0.1:80"));
 
+TEST_F(Unreachable, AddressThatDoesNotParseMakesAnInstanceWhoseConnectionFailsForThatReasonAtError) {
+  const unsigned short port = ClosedPort();
+  for (const char* address : {"", " ", "Simulator", "no address", "127.0.0.1.2", "300.0.0.1", "127.0.0.1:80",
+                              "localhost", "fe80::1%", "\xff\xfe"}) {
+    SCOPED_TRACE(testing::PrintToString(std::string(address)));
+    recorder.Clear();
+    void* handle = Create(address, port);
+    std::vector<std::string> lines;
+    for (const Entry& entry : recorder.Logs()) {
+      if (entry.function.find("SensorManager") != std::string::npos || entry.level > 3) {
+        lines.push_back(LogLine(entry.level, entry.function, entry.message));
+      }
+    }
+    const std::string function = "ZoIO::SensorManager::UpdateSensorState";
+    EXPECT_THAT(lines, ElementsAre(LogLine(2, function, "System is not connected. Connecting..."),
+                                   LogLine(5, function,
+                                           "Cannot connect to the sensor at (no address), port " +
+                                               std::to_string(port) + ": this is no IP address.")));
+    EXPECT_EQ(Destroy(handle), 0);
+  }
+}
+
 TEST_F(Unreachable, APeerThatSaysNothingDelaysCreationByThreeSecondsAtMost) {
   const MutePeer peer;
   const Stopwatch watch;

@@ -382,5 +382,25 @@ TEST_F(CacheManager, ThreadsMayUseItAtOnce) {
   EXPECT_EQ(GetAt("/k0", 0, start + rounds), rounds - 1);
 }
 
+TEST_F(CacheManager, ForgetsAllValuesOfAKeyAndKeepsTheKey) {
+  for (int i = 0; i < 3; ++i) {
+    cache.AddInOrderAt("/a", Number(i), 10, start + i);
+  }
+  cache.AddAt("/b", Number(7), start);
+  cache.Forget("/a");
+  cache.Forget("/unknown");
+  EXPECT_TRUE(cache.Exists("/a"));
+  EXPECT_FALSE(cache.Exists("/unknown"));
+  EXPECT_EQ(cache.SizeAt("/a"), 0u);
+  EXPECT_EQ(cache.Find("/a"), nullptr);
+  EXPECT_THROW(cache.Get("/a", 0), ZoIO::CacheError);
+  EXPECT_EQ(cache.Get("/b", 0), Number(7));
+  EXPECT_EQ(cache.AddInOrderAt("/a", Number(8), 9, start + 5), ZoIO::CacheManager::Added::Outdated)
+      << "what came before what was forgotten is no news";
+  cache.AddInOrderAt("/a", Number(9), 20, start + 6);
+  cache.TrimAt(start + 100'000);
+  EXPECT_EQ(cache.Get("/a", 0), Number(9));
+}
+
 }  // namespace
 }  // namespace ZoTest

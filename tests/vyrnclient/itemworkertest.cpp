@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "qapi/testing.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/eventually.h"
 #include "tests/vyrnclient/fakesensormanager.h"
@@ -135,6 +138,33 @@ TEST_F(ItemWorker, EndsWhileItSleeps) {
   // Waiting out the sleeps would take a second each.
   EXPECT_LT(watch.Milliseconds().count(), 10'000);
   EXPECT_EQ(recorder.CountMessages("Item manager destroyed."), 20u);
+}
+
+// Whether to go on is looked at before a sleep alone. The counts tell which sleeps a pass came after.
+TEST_F(ItemWorker, MakesOneFullPassMoreWhenItsSleepIsCutShortByTheEnd) {
+  sensor->PLC()->Shutdown();  // from here on the worker's name is that of the one under test
+  qTest_FailOperationIn("ItemManager::ManageInvalidItems::Thread", qOperation::ThreadSleep, 0,
+                        qStatus_Success);
+  std::atomic<std::uint64_t> passes = 0;
+  ZoIO::ItemManager::Source source;
+  source.begin = [&] { ++passes; };
+  source.read = [](const std::string&) { return ZoJson(R"({"status":-404,"payload":null})"); };
+  source.keep = [](const std::string&, const ZoJson&) {};
+  ZoIO::ItemManager registry(*sensor, false, source);
+  for (const char* name : {"/a#/x", "/b#/x", "/a#/missing"}) {
+    EXPECT_FALSE(registry.Item(name).valid) << name;
+  }
+  EXPECT_TRUE(Eventually([] { return qTest_CallCount() >= 1; }));
+  sensor->Cache()->Add("/a", ZoJson(R"({"x":1})"));
+  sensor->Cache()->Add("/b", ZoJson(R"({"x":1})"));
+  registry.Shutdown();
+  const std::uint64_t sleeps = qTest_CallCount();
+  qTest_Reset();
+  EXPECT_EQ(passes, sleeps);
+  EXPECT_TRUE(registry.Item("/a#/x").valid);
+  EXPECT_TRUE(registry.Item("/b#/x").valid);
+  EXPECT_THAT(registry.InvalidItems(), ElementsAre("/a#/missing"));
+  EXPECT_EQ(recorder.CountMessages("Item manager destroyed."), 2u);
 }
 
 // A manager that is only asked for what a registry needs at its beginning; the worker's reads go elsewhere.

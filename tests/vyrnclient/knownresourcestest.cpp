@@ -15,7 +15,7 @@ std::string Name(int i) {
 
 TEST(KnownResources, AreAdmittedWhateverTheirSize) {
   ZoIO::KnownResources resources;
-  resources.Asked("/a");
+  resources.Note("/a");
   EXPECT_TRUE(resources.Admits("/a", 1000 * mebibyte));
 }
 
@@ -28,6 +28,8 @@ TEST(KnownResources, OthersAreAdmittedUpToSixtyFourMebibytesTogether) {
   EXPECT_EQ(admitted, 63) << "beside what remembers them";
   EXPECT_TRUE(resources.Admits(Name(5), mebibyte)) << "a newer value of the same";
   EXPECT_FALSE(resources.Admits(Name(5), 3 * mebibyte)) << "which holds more";
+  EXPECT_TRUE(resources.Admits("/another", mebibyte / 2))
+      << "what was not admitted leaves its room to others";
   EXPECT_FALSE(resources.Admits("/huge", std::size_t{0} - 1));
 }
 
@@ -40,13 +42,13 @@ TEST(KnownResources, StrangersNamesCount) {
   EXPECT_GT(admitted, 30);
 }
 
-TEST(KnownResources, StrangerThatIsAskedAboutLeavesRoomForOthers) {
+TEST(KnownResources, StrangerThatGetsAnItemLeavesRoomForOthers) {
   ZoIO::KnownResources resources;
   int admitted = 0;
   while (resources.Admits(Name(admitted), mebibyte)) {
     ASSERT_LT(++admitted, 64);
   }
-  resources.Asked(Name(3));
+  resources.Note(Name(3));
   EXPECT_TRUE(resources.Admits(Name(3), 100 * mebibyte));
   EXPECT_TRUE(resources.Admits("/another", mebibyte));
   EXPECT_FALSE(resources.Admits("/third", mebibyte));

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "tests/support/recorder.h"
 #include "zoiohandler/vyrnclient/logstream.h"
 
@@ -149,6 +151,21 @@ TEST_F(LogStream, DestructionDeliversWhatIsLeft) {
   }
   ASSERT_EQ(recorder.Size(), 1u);
   EXPECT_EQ(recorder.All()[0].text, "rest");
+}
+
+TEST_F(LogStream, DestructionKeepsToItselfWhatItsFlushRaises) {
+  recorder.OnLog([](const Entry&) { throw std::runtime_error("a host's fault"); });
+  {
+    ZoIO::LogStream<char> stream(&recorder, &Recorder::HandleLog, 5, nullptr);
+    stream.exceptions(std::ios_base::badbit);
+    stream << "first";
+    EXPECT_THROW(stream.flush(), std::runtime_error);
+    stream.clear();
+    stream << "rest";
+  }
+  ASSERT_EQ(recorder.Size(), 2u);
+  EXPECT_EQ(recorder.All()[1].text, "rest");
+  recorder.OnLog({});
 }
 
 TEST_F(LogStream, ItsBufferIsItsOwn) {

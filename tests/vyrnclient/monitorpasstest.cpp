@@ -53,6 +53,20 @@ class MonitorPass : public FeedTest {
     return serving.GetSubscriptionGroup(interval).NextTick();
   }
 
+  void Remove(const std::string& name) {
+    Zo::Locker held(serving.lock);
+    serving.RemoveFromGroups(name);
+  }
+
+  std::vector<milliseconds> Intervals() {
+    Zo::Locker held(serving.lock);
+    std::vector<milliseconds> intervals;
+    for (const auto& [interval, group] : serving.subscriptionGroups) {
+      intervals.push_back(interval);
+    }
+    return intervals;
+  }
+
   // The names that one pass pushes, in order.
   template <typename Clock>
   std::vector<std::string> Pass(const Clock& clock) {
@@ -138,6 +152,32 @@ TEST_F(MonitorPass, GroupThatFellBehindTicksOnceAPass) {
     EXPECT_EQ(NextTick(100ms), due + missed * 100ms);
   }
   EXPECT_THAT(PassAt(late), IsEmpty());
+}
+
+TEST_F(MonitorPass, GroupThatLostItsLastItemIsGoneAndANewOneOfItsIntervalIsDueAtOnce) {
+  const TimePoint due = Group(24h, "/r#/a");
+  Group(24h, "/r#/b");
+  EXPECT_THAT(PassAt(due), ElementsAre("/r#/a", "/r#/b"));
+  Remove("/r#/a");
+  EXPECT_EQ(NextTick(24h), due + 24h) << "one item is left";
+  Remove("/r#/b");
+  EXPECT_THAT(Intervals(), IsEmpty());
+  EXPECT_THAT(PassAt(TimePoint::max()), IsEmpty());
+
+  const TimePoint before = std::chrono::system_clock::now();
+  const TimePoint again = Group(24h, "/r#/a");
+  EXPECT_GE(again, before);
+  EXPECT_LE(again, std::chrono::system_clock::now());
+  EXPECT_THAT(PassAt(again), ElementsAre("/r#/a"));
+}
+
+TEST_F(MonitorPass, RemovedItemTakesOnlyTheGroupsWithItThatItLeavesEmpty) {
+  for (const milliseconds interval : {1s, 2s, 3s}) {
+    Group(interval, "/r#/a");
+  }
+  Group(2s, "/r#/b");
+  Remove("/r#/a");
+  EXPECT_THAT(Intervals(), ElementsAre(2s));
 }
 
 TEST_F(MonitorPass, ClockIsReadUnderTheInstanceLock) {

@@ -95,6 +95,26 @@ TEST_F(UnsubscribeItems, OtherItemsOfTheGroupStay) {
   EXPECT_EQ(recorder.CountValues("/r/x#/a"), 0u);
 }
 
+TEST_F(UnsubscribeItems, LastItemOfAnIntervalSubscribedAgainArrivesAtOnce) {
+  for (std::size_t round = 1; round <= 3; ++round) {
+    EXPECT_EQ(Subscribe(*client, {"/r/x#/a"}, nullptr, 24h), 0);
+    ASSERT_TRUE(recorder.WaitForValue("/r/x#/a", round)) << "the interval of a day goes on";
+    EXPECT_EQ(Unsubscribe(*client, {"/r/x#/a"}), 0);
+  }
+}
+
+TEST_F(UnsubscribeItems, ItemSubscribedAgainToAnIntervalThatOthersUseWaitsForTheirNextTick) {
+  Subscribe(*client, {"/r/x#/a", "/r/x#/b"}, nullptr, 24h);
+  ASSERT_TRUE(recorder.WaitForValue("/r/x#/b"));
+  Unsubscribe(*client, {"/r/x#/a"});
+  Forget();
+  Subscribe(*client, {"/r/x#/a"}, nullptr, 24h);
+  // A longer interval ticks behind it in each pass.
+  Subscribe(*client, {"/r/y#/a"}, nullptr, 25h);
+  ASSERT_TRUE(recorder.WaitForValue("/r/y#/a"));
+  EXPECT_EQ(recorder.CountValues("/r/x#/a"), 0u);
+}
+
 TEST_F(UnsubscribeItems, ResourceThatWasNotStreamedReleasesItsPattern) {
   RefuseStreams();
   Subscribe(*client, {"/r/x#/a"});

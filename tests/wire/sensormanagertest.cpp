@@ -1,88 +1,17 @@
 // The sensor manager over the SDK by itself: what it says when it cannot act, letter by letter.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/wire/sensormanagertest.h"
 
 #include <cstring>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "qapi/testing.h"
-#include "tests/sdk/fakesensor.h"
-#include "tests/support/recorder.h"
 #include "tests/vyrnclient/eventually.h"
-#include "tests/vyrnclient/fakesensormanager.h"
 #include "zoiohandler/vyrnclient/cachemanager.h"
-#include "zoiohandler/vyrnclient/sensormanager.h"
-#include "zoiohandler/vyrnclient/zovyrnclient.h"
-
-namespace ZoIO {
-
-struct SensorManagerAccess {
-  static void Stream(SensorManager& manager, const std::shared_ptr<ZoStreamResponse>& response) {
-    SensorManager::StreamHandler(*manager.shared, response);
-  }
-  static void Notify(SensorManager& manager, const std::shared_ptr<ZoNotificationResponse>& response) {
-    SensorManager::NotificationHandler(*manager.shared, response);
-  }
-};
-
-}  // namespace ZoIO
 
 namespace ZoTest {
 namespace {
 
 using testing::StartsWith;
 using ZoIO::ISensorManager;
-using ZoIO::SensorManager;
-
-struct Verb {
-  const char* name;
-  int method;
-  std::function<ZoJson(ISensorManager&, const std::string& uri, bool logFailure)> call;
-};
-
-const std::vector<Verb> verbs = {
-    {"Read", 1, [](ISensorManager& m, const std::string& uri, bool log) { return m.Read(uri, log); }},
-    {"Create", 2,
-     [](ISensorManager& m, const std::string& uri, bool log) { return m.Create(uri, ZoJson::Of(1), log); }},
-    {"Update", 3,
-     [](ISensorManager& m, const std::string& uri, bool log) { return m.Update(uri, ZoJson::Of(1), log); }},
-    {"Delete", 4, [](ISensorManager& m, const std::string& uri, bool log) { return m.Delete(uri, log); }},
-    {"Call", 5,
-     [](ISensorManager& m, const std::string& uri, bool log) { return m.Call(uri, ZoJson::Of(1), log); }},
-    {"Subscribe", 6,
-     [](ISensorManager& m, const std::string& uri, bool log) { return m.Subscribe(uri, log); }},
-    {"Unsubscribe", 7,
-     [](ISensorManager& m, const std::string& uri, bool log) { return m.Unsubscribe(uri, log); }},
-    {"Stream", 8, [](ISensorManager& m, const std::string& uri, bool log) { return m.Stream(uri, log); }},
-    {"StopStream", 9,
-     [](ISensorManager& m, const std::string& uri, bool log) { return m.StopStream(uri, log); }}};
-
-class SensorManagerTest : public testing::Test {
- protected:
-  std::unique_ptr<SensorManager> Make(unsigned short port) {
-    return std::make_unique<SensorManager>(client, "127.0.0.1", port, logger);
-  }
-
-  // The log lines since the last Clear, as "level function: message".
-  std::vector<std::string> Lines() const {
-    std::vector<std::string> lines;
-    for (const Entry& entry : recorder.Logs()) {
-      lines.push_back(std::to_string(entry.level) + " " + entry.function + ": " + entry.message);
-    }
-    return lines;
-  }
-
-  FakeSensor sensor;
-  Recorder recorder;
-  Recorder host;
-  std::shared_ptr<ZoIO::Logger> logger = std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog);
-  std::shared_ptr<FakeSensorManager> other = std::make_shared<FakeSensorManager>(
-      std::make_shared<ZoIO::Logger>(host.Param().context, host.Param().log));
-  ZoIO::ZoVyrnClient client{other, other, host.Param()};
-};
 
 TEST_F(SensorManagerTest, EachVerbIsRefusedWithOneWarningWhileTheSensorIsOffline) {
   sensor.StopListening();
@@ -173,8 +102,8 @@ TEST_F(SensorManagerTest, WhatAPushHandlerRaisesIsLoggedAtErrorUnderItsOwnName) 
                   StartsWith("5 ZoIO::SensorManager::NotificationHandler: Zo::Locker::Locker failed")));
 }
 
-// Hosts of the interface call by place. A pointer to a virtual member holds its place in the table, in bytes and one more;
-// the destructor has the first two.
+// Hosts of the interface call by place. A pointer to a virtual member holds its place in the table, in bytes and one
+// more; the destructor has the first two.
 template <typename Member>
 std::size_t PlaceOf(Member member) {
   std::size_t word = 0;

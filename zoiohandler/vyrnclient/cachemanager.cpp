@@ -98,6 +98,21 @@ struct CacheManager::State {
     return GetNearest(found->second.history, (now - startTime) - age);
   }
 
+  void Forget(const std::string& key, Old& old) Q_REQUIRES(lock) {
+    const auto found = cache.find(key);
+    if (found == cache.end()) {
+      return;
+    }
+    Slot& slot = found->second;
+    while (slot.history.size() >= 2) {
+      Drop(slot, old);
+    }
+    if (!slot.history.empty()) {
+      old.insert(slot.history.extract(slot.history.begin()));
+      slot.version.fetch_add(1, std::memory_order_release);
+    }
+  }
+
   // The oldest of a slot that has others.
   void Drop(Slot& slot, Old& old) Q_REQUIRES(lock) {
     const auto oldest = slot.history.begin();
@@ -189,6 +204,12 @@ CacheManager::Added CacheManager::AddInOrderAt(const std::string& key, const ZoJ
   return state->Add(key, {value, bytes}, order, now, old);
 }
 
+void CacheManager::Forget(const std::string& key) {
+  State::Old old;
+  Zo::Locker held(state->lock);
+  state->Forget(key, old);
+}
+
 bool CacheManager::Exists(const std::string& key) const {
   Zo::Locker held(state->lock);
   return state->cache.contains(key);
@@ -213,6 +234,9 @@ const CacheManager::Slot* CacheManager::Find(const std::string& key) const {
 ZoJson CacheManager::Get(const Slot& slot, int age, std::uint64_t& version, long long& at) const {
   Zo::Locker held(state->lock);
   at = TimeInMills();
+  if (slot.history.empty()) {
+    throw CacheError("Cache is empty.");
+  }
   const ZoJson& value = GetNearest(slot.history, (at - state->startTime) - age);
   // After the clock was set back it is not the newest that counts, and which one does changes without a new value.
   version = &value == &slot.history.rbegin()->second.value ? Version(slot) : 0;

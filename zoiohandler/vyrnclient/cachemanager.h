@@ -4,7 +4,7 @@
 // second. Owner: a sensor manager; shared with the instance and the registry. The worker co-owns the data, so
 // that a join that runs out of time leaves nothing dangling. Lock: rank Cache, innermost but for logging;
 // held for each operation, never during a callback. Invariants: 1. a key is never removed; 2. the newest
-// value of a key is never removed.
+// value of a key is never removed, unless Forget is asked for it.
 #pragma once
 
 #include <atomic>
@@ -40,6 +40,9 @@ class CacheManager {
   // bytes: of memory that the value holds, as far as that is known. Of values that are not the newest of their key the
   // cache holds 64 MiB at most, whatever their age.
   Added AddInOrder(const std::string& key, const ZoJson& value, std::uint64_t order, std::size_t bytes = 0);
+
+  // Drops all values of a key, which stays: that of a resource which nobody looks at, since it has no item.
+  void Forget(const std::string& key);
 
   bool Exists(const std::string& key) const;
 

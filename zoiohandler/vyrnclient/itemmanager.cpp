@@ -171,6 +171,7 @@ ItemInfo& ItemManager::Item(const std::string& name) {
   Log(name + " does not exist. Creating.", LogLevel_Info, itemName);
   ItemInfo info = CreateItem(name);
   Log(name + " created.", LogLevel_Info, itemName);
+  state->retrySource.note(info.uri);
   if (state->simulated || Validate(info)) {
     return state->items.emplace(name, std::move(info)).first->second;
   }

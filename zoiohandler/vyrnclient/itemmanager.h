@@ -29,13 +29,14 @@ class ItemManager {
  public:
   using ItemInfo = ZoIO::ItemInfo;
 
-  // What the worker calls before each pass and without the lock, how it reads a resource, and how it stores the payload of its last read in
-  // the cache. Must stay usable when the sensor manager is gone; reading raises instead of waiting once the registry was
-  // given up.
+  // What the worker calls before each pass and without the lock, how it reads a resource, and how it stores the payload
+  // of its last read in the cache; and what is told of the resource of each new item before the cache is asked about it.
+  // Must stay usable when the sensor manager is gone; reading raises instead of waiting once the registry was given up.
   struct Source {
     std::function<void()> begin;
     std::function<ZoJson(const std::string& uri)> read;
     std::function<void(const std::string& uri, const ZoJson& payload)> keep;
+    std::function<void(const std::string& uri)> note = [](const std::string&) {};
   };
 
   // simulated: accept every item without asking the sensor. Without a source the worker reads from

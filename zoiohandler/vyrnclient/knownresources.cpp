@@ -1,7 +1,6 @@
 #include "zoiohandler/vyrnclient/knownresources.h"
 
 #include <algorithm>
-#include <new>
 
 namespace ZoIO {
 
@@ -12,14 +11,8 @@ constexpr std::size_t entrySize = 512;  // about, of a key here and in the cache
 
 }  // namespace
 
-void KnownResources::Asked(const std::string& uri) noexcept {
-  try {
-    if (!known.insert(uri).second) {
-      return;
-    }
-  } catch (const std::bad_alloc&) {
-    return;
-  }
+void KnownResources::Note(const std::string& uri) {
+  known.insert(uri);
   if (const auto stranger = strangers.find(uri); stranger != strangers.end()) {
     strangerBytes -= stranger->second;
     strangers.erase(stranger);
@@ -30,15 +23,21 @@ bool KnownResources::Admits(const std::string& uri, std::size_t bytes) {
   if (known.contains(uri)) {
     return true;
   }
-  const std::size_t cost = std::min(bytes, strangerLimit) + 2 * uri.size() + entrySize;
+  const std::size_t name = 2 * uri.size() + entrySize;
+  const std::size_t cost = std::min(bytes, strangerLimit) + name;
   const auto stranger = strangers.find(uri);
-  const std::size_t others = strangerBytes - (stranger == strangers.end() ? 0 : stranger->second);
-  if (cost > strangerLimit || others > strangerLimit - cost) {
-    return false;
+  const bool isNew = stranger == strangers.end();
+  const std::size_t others = strangerBytes - (isNew ? 0 : stranger->second);
+  if (others + cost <= strangerLimit) {
+    strangers.insert_or_assign(uri, cost);
+    strangerBytes = others + cost;
+    return true;
   }
-  strangers.insert_or_assign(uri, cost);
-  strangerBytes = others + cost;
-  return true;
+  if (!isNew) {
+    stranger->second = name;  // which the cache keeps
+    strangerBytes = others + name;
+  }
+  return false;
 }
 
 }  // namespace ZoIO

@@ -1,7 +1,7 @@
-// Which resources this side has asked about. Below a pattern a sensor may push others, as many as it likes and each for
-// the first time; the cache, which never lets go of a key, takes 64 MiB of them.
+// Which resources have items. Below a pattern a sensor may push others, as many as it likes and each for the first time;
+// the cache, which never lets go of a key, takes 64 MiB of those.
 //
-// A plain container, guarded by its owner. Memory for each URI that was asked about, and for each that was admitted.
+// A plain container, guarded by its owner. Memory for each URI that was noted or admitted.
 #pragma once
 
 #include <cstddef>
@@ -13,10 +13,11 @@ namespace ZoIO {
 
 class KnownResources {
  public:
-  // From now on it is known. Without the memory to remember it, it counts as a stranger.
-  void Asked(const std::string& uri) noexcept;
+  // From now on it has an item. Raises when there is no memory, and it is a stranger still.
+  void Note(const std::string& uri);
 
-  // Whether a value of so many bytes of memory may be stored as the newest one of uri.
+  // Whether a value of so many bytes of memory may be stored as the newest one of uri. Of a stranger whose value may not
+  // be, no older one may stay.
   bool Admits(const std::string& uri, std::size_t bytes);
 
  private:

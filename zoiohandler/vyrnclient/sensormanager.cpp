@@ -99,7 +99,7 @@ struct SensorManager::Shared {
       bool admitted = true;
       StoreSoon([&] { return Store(path, payload, response->Arrival(), admitted); });
       if (!admitted && !toldOfStrangers.exchange(true)) {
-        WriteLog(*logger, "Values of resources that nobody asked for are left out: they are too many.",
+        WriteLog(*logger, "Values of resources without an item are left out: they are too many.",
                  LogLevel_Warning, function);
       }
     } catch (const std::exception& e) {
@@ -107,21 +107,26 @@ struct SensorManager::Shared {
     }
   }
 
-  // False when the cache has a value of this millisecond, which it keeps.
+  // False when the cache has a value of this millisecond, which it keeps. What is not admitted takes the older values
+  // along: should the resource get an item after all, it is read, and no old value shown.
   bool Store(const std::string& path, const ZoJson& payload, const ZoArrival& arrival, bool& admitted) {
     Zo::MutexLock held(gate);
     if (closed) {
       return true;
     }
     admitted = resources.Admits(path, arrival.bytes);
-    return !admitted || cache->AddInOrder(path, payload, arrival.order, arrival.bytes) !=
-                            CacheManager::Added::MillisecondTaken;
+    if (!admitted) {
+      cache->Forget(path);
+      return true;
+    }
+    return cache->AddInOrder(path, payload, arrival.order, arrival.bytes) !=
+           CacheManager::Added::MillisecondTaken;
   }
 
-  // Before it is sent, so that no push that comes behind the answer is taken for a stranger's.
-  void NoteAsked(const std::string& uri) noexcept {
+  // From now on all its pushes are stored.
+  void NoteItem(const std::string& uri) {
     Zo::MutexLock held(gate);
-    resources.Asked(uri);
+    resources.Note(uri);
   }
 
   // The asking thread may have been stopped between taking its answer and coming here, and a newer push may have
@@ -152,10 +157,7 @@ struct SensorManager::Shared {
   const std::shared_ptr<CacheManager> cache;
   std::atomic<SensorState::Status> status = SensorState::Unknown;
   ZoSystem system;  // set once, before the registry has an item
-  RetryReads retries{[this](const std::string& uri) {
-                       NoteAsked(uri);
-                       return system.Client().Read(uri, ZoJson(), ZoJson());
-                     },
+  RetryReads retries{[this](const std::string& uri) { return system.Client().Read(uri, ZoJson(), ZoJson()); },
                      [this](const std::string& uri) { return cache->SizeAt(uri) == 0; }};
 
  private:
@@ -214,7 +216,8 @@ SensorManager::SensorManager(ZoVyrnClient& client, const std::string& ipAddress,
       ItemManager::Source{
           [share = shared] { share->BeginRetryPass(); },
           [share = shared](const std::string& uri) { return share->RetryRead(uri); },
-          [share = shared](const std::string& uri, const ZoJson& payload) { share->Keep(uri, payload); }});
+          [share = shared](const std::string& uri, const ZoJson& payload) { share->Keep(uri, payload); },
+          [share = shared](const std::string& uri) { share->NoteItem(uri); }});
   InitializeSystem();
 }
 
@@ -385,7 +388,6 @@ ZoJson SensorManager::Request(Operation operation, const char* verb, const std::
     }
     return {};
   }
-  shared->NoteAsked(uri);
   ZoTransaction transaction = (shared->system.Client().*operation)(uri, payload, ZoJson());
   return shared->ResponseToZoJson(transaction);
 }

@@ -119,7 +119,8 @@ void PushQueue::Move(Slot& slot, Time due) {
 
 // Only the last few milliseconds matter, so what is older goes, at a cost that is constant over time.
 void PushQueue::Prune(Time now) {
-  if (slots.size() < pruneAt && uriBytes < pruneAtBytes) {
+  const bool hasLongNames = uriBytes > longName * (leastPruned + slots.size()) && now >= pruneNamesAt;
+  if (slots.size() < pruneAt && !hasLongNames) {
     return;
   }
   std::erase_if(slots, [&](const auto& entry) {
@@ -130,7 +131,7 @@ void PushQueue::Prune(Time now) {
     return isQuiet;
   });
   pruneAt = std::max(leastPruned, slots.size() * 2);
-  pruneAtBytes = std::max(leastPrunedBytes, uriBytes * 2);
+  pruneNamesAt = now + pruneNamesEvery;
 }
 
 }  // namespace ZoSdk

@@ -72,7 +72,8 @@ class PushQueue {
   };
 
   static constexpr std::size_t leastPruned = 1024;
-  static constexpr std::size_t leastPrunedBytes = std::size_t{1} << 20;
+  static constexpr std::size_t longName = 1024;  // bytes, on the average
+  static constexpr std::chrono::milliseconds pruneNamesEvery{10};
 
   static Time DueOf(const Slot& slot, Time now);
   Slots::value_type& Remember(const std::string& uri, Time now);
@@ -87,7 +88,7 @@ class PushQueue {
   std::vector<Slot*> handed;  // the slots of what was taken out last
   std::size_t uriBytes = 0;
   std::size_t pruneAt = leastPruned;
-  std::size_t pruneAtBytes = leastPrunedBytes;
+  Time pruneNamesAt = Time::min();
 };
 
 }  // namespace ZoSdk
