@@ -1,0 +1,179 @@
+#include "tests/wire/hostlife.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "tests/plugin/plugintest.h"
+#include "tests/vyrnclient/instancetest.h"
+
+namespace ZoTest {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr const char* streamed = "/p#/v";
+constexpr const char* notified = "/q#/v";
+constexpr milliseconds interval{100};
+constexpr seconds requestLimit{3};
+// For a machine that does much at once.
+constexpr seconds slack{kSanitized ? 20 : 5};
+
+}  // namespace
+
+HostLife::HostLife(const SwallowingProxy::Break& point) : proxy(sensor.Port(), point) {}
+
+void HostLife::Live() {
+  if (!Begin()) {
+    return;
+  }
+  Insist(2, [&] { return client->Read(streamed); });
+  ExpectToArrive(streamed, 1);
+  Write(7);
+  SubscribeBoth();
+  ExpectChange(10);
+  Insist(4, [&] { return Unsubscribe(*client, {streamed, notified}); });
+  SubscribeBoth();
+  ExpectChange(20);
+  Insist(1, [&] { return client->Call(nullptr, "Read", R"({"uri":"/p"})"); });
+  ExpectChange(30);
+  End();
+}
+
+void HostLife::LiveThroughARestore() {
+  if (!Begin()) {
+    return;
+  }
+  SubscribeBoth();
+  ExpectChange(10);
+  Excuse();
+  sensor.Drop();
+  ExpectChange(20);
+  End();
+}
+
+bool HostLife::Begin() {
+  Timed(1, [&] {
+    client = std::make_unique<ZoIO::ZoVyrnClient>("127.0.0.1", proxy.Port(), recorder.Param());
+    return 0;
+  });
+  if (recorder.CountMessages("System connected successfully.") == 1) {
+    return true;
+  }
+  EXPECT_TRUE(MayFail()) << "it was not connected, without a reason";
+  ExpectOffline();
+  End();
+  return false;
+}
+
+void HostLife::ExpectOffline() {
+  EXPECT_EQ(Timed(0, [&] { return client->Read(streamed); }), 1);
+  EXPECT_EQ(Timed(0, [&] { return client->Write(streamed, 0, IntegerValue(7)); }), 1);
+  EXPECT_EQ(Timed(0, [&] { return Subscribe(*client, {streamed, notified}, nullptr, interval); }), 1);
+  EXPECT_EQ(Timed(0, [&] { return client->Call(nullptr, "Read", R"({"uri":"/p"})"); }), 1);
+  EXPECT_EQ(Timed(0, [&] { return Unsubscribe(*client, {streamed, notified}); }), 1);
+}
+
+void HostLife::End() {
+  Timed(0, [&] {
+    client.reset();
+    return 0;
+  });
+}
+
+int HostLife::Timed(int requests, const std::function<int()>& call) {
+  const Stopwatch watch;
+  const int result = call();
+  EXPECT_TRUE(result == 0 || result == 1) << result;
+  EXPECT_LE(watch.Milliseconds().count(), milliseconds(requests * requestLimit + slack).count());
+  longestCall = std::max(longestCall, watch.Milliseconds());
+  return result;
+}
+
+void HostLife::Insist(int requests, const std::function<int()>& call) {
+  const Deadline deadline;
+  while (Timed(requests, call) != 0) {
+    if (!MayFail()) {
+      ADD_FAILURE() << "refused without a reason";
+      return;
+    }
+    if (deadline.Expired()) {
+      ADD_FAILURE() << "refused for ever";
+      return;
+    }
+    std::this_thread::sleep_for(milliseconds(5));
+  }
+}
+
+// A write that was lost gives 0 too, and leaves a line in the log.
+void HostLife::Write(int value) {
+  const Deadline deadline;
+  for (int attempt = 1; sensor.ValueOf("/p") != value; ++attempt) {
+    if (deadline.Expired() || (attempt > 1 && !MayFail())) {
+      ADD_FAILURE() << "it was not written";
+      return;
+    }
+    Insist(2, [&] { return client->Write(streamed, 0, IntegerValue(value)); });
+  }
+}
+
+void HostLife::SubscribeBoth() {
+  constexpr int failedName = 6;
+  std::vector<const char*> missing{streamed, notified};
+  Insist(6, [&] {
+    const std::vector<const char*> names = missing;
+    std::vector<int> results;
+    const int result = Subscribe(*client, names, &results, interval);
+    missing.clear();
+    for (std::size_t i = 0; result != 0 && i < names.size(); ++i) {
+      if (results[i] == untouched || results[i] == failedName) {
+        missing.push_back(names[i]);
+      }
+    }
+    return result;
+  });
+}
+
+void HostLife::ExpectChange(int value) {
+  sensor.Set("/p", value);
+  sensor.Set("/q", value + 1);
+  ExpectToArrive(streamed, value);
+  ExpectToArrive(notified, value + 1);
+}
+
+void HostLife::ExpectToArrive(const std::string& item, int value) {
+  const Stopwatch watch;
+  if (!recorder.WaitForEntry(IsInteger(item, value))) {
+    std::string lines;
+    for (const std::string& line : recorder.LogLines()) {
+      lines += line + "\n";
+    }
+    std::string served;
+    for (const std::string& uri : sensor.Served()) {
+      served += uri + " ";
+    }
+    ADD_FAILURE() << item << " never became " << value << "; the sensor serves " << served << "\n" << lines;
+  }
+  longestWait = std::max(longestWait, watch.Milliseconds());
+}
+
+void InParallel(std::size_t jobs, std::size_t threads, const std::function<void(std::size_t)>& job) {
+  std::atomic<std::size_t> next{0};
+  std::vector<std::thread> workers;
+  for (std::size_t i = 0; i < std::min(jobs, threads); ++i) {
+    workers.emplace_back([&] {
+      for (std::size_t mine = next++; mine < jobs; mine = next++) {
+        job(mine);
+      }
+    });
+  }
+  for (std::thread& worker : workers) {
+    worker.join();
+  }
+}
+
+}  // namespace ZoTest
