@@ -87,14 +87,13 @@ TEST_P(EveryByte, MayBeTheLast) {
   EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-INSTANTIATE_TEST_SUITE_P(Wire, EveryByte,
-                         testing::Values(Everywhere{"BeforeACut", &HostLife::Live, 1, false},
-                                         Everywhere{"BeforeSilence", &HostLife::Live, 1, true},
-                                         Everywhere{"BeforeACutOfTheRestore",
-                                                    &HostLife::LiveThroughARestore, 2, false},
-                                         Everywhere{"BeforeSilenceInTheRestore",
-                                                    &HostLife::LiveThroughARestore, 2, true}),
-                         [](const auto& each) { return std::string(each.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Wire, EveryByte,
+    testing::Values(Everywhere{"BeforeACut", &HostLife::Live, 1, false},
+                    Everywhere{"BeforeSilence", &HostLife::Live, 1, true},
+                    Everywhere{"BeforeACutOfTheRestore", &HostLife::LiveThroughARestore, 2, false},
+                    Everywhere{"BeforeSilenceInTheRestore", &HostLife::LiveThroughARestore, 2, true}),
+    [](const auto& each) { return std::string(each.param.name); });
 
 }  // namespace
 }  // namespace ZoTest

@@ -81,7 +81,8 @@ class SwallowingProxy {
   unsigned accepted = 0;
   unsigned ended = 0;
   bool broken = false;
-  std::map<unsigned, std::array<std::size_t, 2>> passed;  // by the number of the connection and the end it came from
+  std::map<unsigned, std::array<std::size_t, 2>>
+      passed;  // by the number of the connection and the end it came from
 
   std::thread thread;
 };
