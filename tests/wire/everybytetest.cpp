@@ -69,7 +69,7 @@ TEST_P(EveryByte, MayBeTheLast) {
   milliseconds longestCall{0};
   milliseconds longestWait{0};
   std::size_t broken = 0;
-  InParallel(breaks.size(), GetParam().silent ? 200 : 32, [&](std::size_t i) {
+  InParallel(breaks.size(), GetParam().silent ? 250 : 100, [&](std::size_t i) {
     const SwallowingProxy::Break& point = breaks[i];
     SCOPED_TRACE((point.direction == SwallowingProxy::ToSensor ? "sent byte " : "received byte ") +
                  std::to_string(point.bytes));

@@ -29,7 +29,7 @@ void Restorer::Granted(const Key& key, std::uint64_t id) {
 void Restorer::Unheard(const Key& key, std::uint64_t id) {
   Wish& wish = wishes[key];
   if (wish.rank == 0) {
-    wish.rank = unheardRank | nextRank++;
+    wish.rank = unheardRank | id;  // in the order of asking
     wish.unheardBy = id;
   } else if (wish.unheardBy != 0) {
     wish.unheardBy = std::max(wish.unheardBy, id);
