@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <atomic>
 #include <thread>
+#include <tuple>
 
 #include "tests/plugin/plugintest.h"
 #include "tests/vyrnclient/instancetest.h"
+#include "zoapi/exception.h"
 
 namespace ZoTest {
 
@@ -31,8 +33,7 @@ void HostLife::Live() {
   if (!Begin()) {
     return;
   }
-  Insist(2, [&] { return client->Read(streamed); });
-  ExpectToArrive(streamed, 1);
+  ReadFirst();
   Write(7);
   SubscribeBoth();
   ExpectChange(10);
@@ -57,15 +58,19 @@ void HostLife::LiveThroughARestore() {
 }
 
 bool HostLife::Begin() {
-  Timed(1, [&] {
+  const int made = Timed(1, [&] {
     client = std::make_unique<ZoIO::ZoVyrnClient>("127.0.0.1", proxy.Port(), recorder.Param());
     return 0;
   });
-  if (recorder.CountMessages("System connected successfully.") == 1) {
+  // A failure may also have eaten the line.
+  if (made == 0 && (recorder.CountMessages("System connected successfully.") == 1 ||
+                    Timed(0, [&] { return Unsubscribe(*client, {}); }) == 0)) {
     return true;
   }
   EXPECT_TRUE(MayFail()) << "it was not connected, without a reason";
-  ExpectOffline();
+  if (client) {
+    ExpectOffline();
+  }
   End();
   return false;
 }
@@ -87,7 +92,12 @@ void HostLife::End() {
 
 int HostLife::Timed(int requests, const std::function<int()>& call) {
   const Stopwatch watch;
-  const int result = call();
+  int result = 1;
+  try {
+    result = call();
+  } catch (const Zo::Exception& exception) {  // which the exports turn into their 1
+    EXPECT_TRUE(excused) << exception.what();
+  }
   EXPECT_TRUE(result == 0 || result == 1) << result;
   EXPECT_LE(watch.Milliseconds().count(), milliseconds(requests * requestLimit + slack).count());
   longestCall = std::max(longestCall, watch.Milliseconds());
@@ -107,6 +117,15 @@ void HostLife::Insist(int requests, const std::function<int()>& call) {
     }
     std::this_thread::sleep_for(milliseconds(5));
   }
+}
+
+// A failure while the value is taken over leaves the item as it was, and the host with that.
+void HostLife::ReadFirst() {
+  const Deadline deadline;
+  do {
+    Insist(2, [&] { return client->Read(streamed); });
+  } while (excused && recorder.Count(IsInteger(streamed, 1)) == 0 && !deadline.Expired());
+  ExpectToArrive(streamed, 1);
 }
 
 // A write that was lost gives 0 too, and leaves a line in the log.
@@ -141,8 +160,19 @@ void HostLife::SubscribeBoth() {
 void HostLife::ExpectChange(int value) {
   sensor.Set("/p", value);
   sensor.Set("/q", value + 1);
-  ExpectToArrive(streamed, value);
-  ExpectToArrive(notified, value + 1);
+  const auto isDropped = [](const Entry& entry) {
+    return entry.function == "ZoIO::SensorManager::StreamHandler" ||
+           entry.function == "ZoIO::SensorManager::NotificationHandler";
+  };
+  for (const auto& [item, uri, number] :
+       {std::tuple(streamed, "/p", value), std::tuple(notified, "/q", value + 1)}) {
+    const Recorder::Matcher isNew = IsInteger(item, number);
+    recorder.WaitForEntry([&](const Entry& entry) { return isNew(entry) || isDropped(entry); });
+    if (excused && recorder.Count(isNew) == 0 && recorder.Count(isDropped) != 0) {
+      sensor.Set(uri, number);  // a push that cannot be stored is told, and gone
+    }
+    ExpectToArrive(item, number);
+  }
 }
 
 void HostLife::ExpectToArrive(const std::string& item, int value) {

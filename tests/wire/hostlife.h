@@ -46,6 +46,7 @@ class HostLife {
   int Timed(int requests, const std::function<int()>& call);
   void Insist(int requests, const std::function<int()>& call);
   bool MayFail() const { return excused || proxy.Broken(); }
+  void ReadFirst();
   void Write(int value);
   void SubscribeBoth();
   void ExpectChange(int value);

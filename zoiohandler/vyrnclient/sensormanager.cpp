@@ -92,10 +92,9 @@ struct SensorManager::Shared {
       return;
     }
     try {
-      const ZoJson payload = response->Payload();
-      const std::string path = response->Path();
-      // The link keeps its pushes apart, but an answer may have been stored in this very millisecond.
-      StoreSoon([&] { return Store(path, payload, response->Arrival()); });
+      // The link keeps its pushes apart, but an answer may have been stored in this very millisecond. The next push may
+      // be far away, so that this one must not be lost for a want of memory that passes, its name's included.
+      StoreSoon([&] { return Store(response->Path(), response->Payload(), response->Arrival()); });
     } catch (const std::exception& e) {
       WriteLog(*logger, e.what(), LogLevel_Error, function);
     }
