@@ -50,6 +50,7 @@ class HostLife {
   void Write(int value);
   void SubscribeBoth();
   void ExpectChange(int value);
+  bool CouldNotAsk() const;
   void ExpectToArrive(const std::string& item, int value);
 
   PlantSensor sensor;

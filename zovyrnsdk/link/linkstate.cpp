@@ -286,8 +286,10 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
     watchdog.AnswerArrived();
     watchdog.PeerHears(now);
   }
-  const auto entry = table.Take(message.id);
-  if (!entry) {
+  // It stays in the table until all is noted: should there be no memory for that, it counts as lost with the session.
+  const std::uint64_t id = message.id;
+  const Entry* const entry = table.Find(id);
+  if (entry == nullptr) {
     // Late, or never asked for. A late one may be the very answer that the brake was set for.
     if (asked) {
       brake.Spoken(UriOf(message.document));
@@ -311,6 +313,7 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
     case RequestRole::Cleanup:
       break;
   }
+  table.Take(id);
 }
 
 void LinkState::ReceivePush(Incoming message, Time now) {
