@@ -6,7 +6,6 @@
 #include <atomic>
 #include <exception>
 #include <thread>
-#include <tuple>
 
 #include "tests/plugin/plugintest.h"
 #include "tests/qapi/failingnew.h"
@@ -71,8 +70,12 @@ void HostLife::LiveThroughARestore() {
   SubscribeBoth();
   ExpectChange(10);
   Excuse();
+  sensor.SetUnheard("/p", 20);
+  sensor.SetUnheard("/q", 21);
   sensor.Drop();
-  ExpectChange(20);
+  ExpectToArrive(streamed, 20);
+  ExpectToArrive(notified, 21);
+  ExpectChange(30);
   End();
 }
 
@@ -180,22 +183,8 @@ void HostLife::SubscribeBoth() {
 void HostLife::ExpectChange(int value) {
   sensor.Set("/p", value);
   sensor.Set("/q", value + 1);
-  const auto isDropped = [](const Entry& entry) {
-    return entry.function == "ZoIO::SensorManager::StreamHandler" ||
-           entry.function == "ZoIO::SensorManager::NotificationHandler";
-  };
-  for (const auto& [item, uri, number] :
-       {std::tuple(streamed, "/p", value), std::tuple(notified, "/q", value + 1)}) {
-    if (item == notified && CouldNotAsk()) {
-      continue;
-    }
-    const Recorder::Matcher isNew = IsInteger(item, number);
-    recorder.WaitForEntry([&](const Entry& entry) { return isNew(entry) || isDropped(entry); });
-    if (excused && recorder.Count(isNew) == 0 && recorder.Count(isDropped) != 0) {
-      sensor.Set(uri, number);  // a push that cannot be stored is told, and gone
-    }
-    ExpectToArrive(item, number);
-  }
+  ExpectToArrive(streamed, value);
+  ExpectToArrive(notified, value + 1);
 }
 
 // What could not even be asked for is told, and not asked for again before the host asks.
@@ -209,19 +198,33 @@ bool HostLife::CouldNotAsk() const {
 }
 
 void HostLife::ExpectToArrive(const std::string& item, int value) {
+  if (item == notified && CouldNotAsk()) {
+    return;
+  }
+  const Recorder::Matcher isNew = IsInteger(item, value);
+  const auto isDropped = [](const Entry& entry) {
+    return entry.function == "ZoIO::SensorManager::StreamHandler" ||
+           entry.function == "ZoIO::SensorManager::NotificationHandler";
+  };
   const Stopwatch watch;
-  if (!recorder.WaitForEntry(IsInteger(item, value))) {
-    std::string lines;
-    for (const std::string& line : recorder.LogLines()) {
-      lines += line + "\n";
-    }
-    std::string served;
-    for (const std::string& uri : sensor.Served()) {
-      served += uri + " ";
-    }
-    ADD_FAILURE() << item << " never became " << value << "; the sensor serves " << served << "\n" << lines;
+  recorder.WaitForEntry([&](const Entry& entry) { return isNew(entry) || isDropped(entry); });
+  if (excused && recorder.Count(isNew) == 0 && recorder.Count(isDropped) != 0) {
+    sensor.Set(item.substr(0, item.find('#')), value);  // a push that cannot be stored is told, and gone
+    recorder.WaitForEntry(isNew);
   }
   longestWait = std::max(longestWait, watch.Milliseconds());
+  EXPECT_NE(recorder.Count(isNew), 0U) << item << " never became " << value << "; " << Story();
+}
+
+std::string HostLife::Story() const {
+  std::string story = "the sensor serves";
+  for (const std::string& uri : sensor.Served()) {
+    story += " " + uri;
+  }
+  for (const std::string& line : recorder.LogLines()) {
+    story += "\n" + line;
+  }
+  return story;
 }
 
 void InParallel(std::size_t jobs, std::size_t threads, const std::function<void(std::size_t)>& job) {

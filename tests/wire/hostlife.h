@@ -52,6 +52,8 @@ class HostLife {
   void ExpectChange(int value);
   bool CouldNotAsk() const;
   void ExpectToArrive(const std::string& item, int value);
+  // For the reader of a failure.
+  std::string Story() const;
 
   PlantSensor sensor;
   SwallowingProxy proxy;

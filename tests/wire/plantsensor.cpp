@@ -29,6 +29,11 @@ void PlantSensor::Set(const std::string& uri, int value) {
   PushChange(uri);
 }
 
+void PlantSensor::SetUnheard(const std::string& uri, int value) {
+  const std::lock_guard lock(mutex);
+  values[uri] = value;
+}
+
 void PlantSensor::Drop() {
   const std::lock_guard lock(mutex);
   if (newest != nullptr) {

@@ -25,6 +25,8 @@ class PlantSensor {
 
   // Changes a resource, and pushes it to a session that wants to know.
   void Set(const std::string& uri, int value);
+  // Changes it while nobody hears.
+  void SetUnheard(const std::string& uri, int value);
   // Ends the newest session without a word.
   void Drop();
   int ValueOf(const std::string& uri) const;
