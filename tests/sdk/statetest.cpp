@@ -1187,7 +1187,35 @@ TEST_F(Unheard, StartComesBehindWhatWasGranted) {
   EXPECT_THAT(Restores(), ElementsAre("startStream /granted", "startStream /first"));
 }
 
-TEST_F(Unheard, StartThatWasNeverSentIsForgottenWithItsCall) {
+// A batch that subscribes goes on when the link goes down for long, and its host is told of success.
+TEST_F(Unheard, SubscriptionsThatCouldNotBeSentAreAskedForWhenTheLinkIsBack) {
+  state.SessionLost("cut", now);
+  const Pending first = Ask(ZoRequestMethod_Sub, "/a/*");
+  now += seconds(3);
+  state.TimeOut(first, 3000000, now);
+  const Pending second = Ask(ZoRequestMethod_Sub, "/b/*");
+  EXPECT_EQ(Outcome(first), "The link to the sensor was down for 3 s.");
+  EXPECT_EQ(Outcome(second), "The link to the sensor is down.");
+  now += seconds(60);
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre("sub /a/*", "sub /b/*"));
+  AnswerLast("\"status\":1");
+  Receive("{\"event\":\"notification\",\"uri\":\"/b\",\"payload\":1}");
+  EXPECT_EQ(state.Pushes().Waiting(), 1U);
+}
+
+TEST_F(Unheard, SubscriptionThatCouldNotBeSentIsNotAskedForOnceItsEndWas) {
+  state.SessionLost("cut", now);
+  const Pending first = Ask(ZoRequestMethod_Sub, "/a/*");
+  now += seconds(3);
+  state.TimeOut(first, 3000000, now);
+  const Pending end = Ask(ZoRequestMethod_UnSub, "/a/*");
+  EXPECT_EQ(Outcome(end), "The link to the sensor is down.");
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre());
+}
+
+TEST_F(Unheard, StreamThatWasNeverSentIsForgottenWithItsCall) {
   state.SessionLost("cut", now);
   const Pending unsent = Ask(ZoRequestMethod_StartStream, "/s");
   now += seconds(3);

@@ -122,6 +122,11 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
     if (method == ZoRequestMethod_Read) {
       brake.ReadUnanswered(uri, now);
     }
+    if (method == ZoRequestMethod_Sub) {
+      const Restorer::Key wish(Restorer::Kind::Subscription, uri);
+      interest.Asked(wish, table.LastId());
+      restorer.Unheard(wish, table.LastId(), now);
+    }
     pending->Fail("The link to the sensor is down.");
     return false;
   }
@@ -171,6 +176,9 @@ void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::u
   }
   if (sent) {
     NoteUnanswered(now);
+  } else if (entry->method == ZoRequestMethod_Sub && !entry->superseded) {
+    // Whoever is not given a stream subscribes. There is nothing else to try for whoever is not even that.
+    restorer.Unheard({Restorer::Kind::Subscription, entry->uri}, pending->id, now);
   }
 }
 
@@ -196,7 +204,7 @@ void LinkState::SessionLost(const std::string& reason, Time now) {
   lostAt = open ? now : lostAt;
   open = false;
   // First, with everything still in the table: should there be no memory, all of this is done again.
-  KeepUnheard();
+  KeepUnheard(now);
   for (const Entry& entry : table.TakeSessionBound()) {
     EndWith(entry, reason);
   }
@@ -204,13 +212,13 @@ void LinkState::SessionLost(const std::string& reason, Time now) {
 }
 
 // The sensor may have granted what it was asked for and could not say so. Whoever asked may not ask again.
-void LinkState::KeepUnheard() {
+void LinkState::KeepUnheard(Time now) {
   table.ForEach([&](std::uint64_t id, const Entry& entry) {
     const auto wish = entry.role == RequestRole::Caller && entry.sent && !entry.superseded
                           ? WishStartedBy(entry.method, entry.uri)
                           : std::nullopt;
     if (wish) {
-      restorer.Unheard(*wish, id);
+      restorer.Unheard(*wish, id, now);
     }
   });
 }

@@ -85,7 +85,7 @@ class LinkState {
   void AskForRestores(Time now);
   void NoteHealthAsked(Time now);
   void SweepStale(Time now);
-  void KeepUnheard();
+  void KeepUnheard(Time now);
   void Disown(const std::string& uri);
   static void EndWith(const Entry& entry, const std::string& reason);
 

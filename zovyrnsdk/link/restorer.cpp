@@ -26,11 +26,12 @@ void Restorer::Granted(const Key& key, std::uint64_t id) {
   wish.grantedBy = std::max(wish.grantedBy, id);
 }
 
-void Restorer::Unheard(const Key& key, std::uint64_t id) {
+void Restorer::Unheard(const Key& key, std::uint64_t id, Time now) {
   Wish& wish = wishes[key];
   if (wish.rank == 0) {
     wish.rank = unheardRank | id;  // in the order of asking
     wish.unheardBy = id;
+    Wait(key, wish, now);
   } else if (wish.unheardBy != 0) {
     wish.unheardBy = std::max(wish.unheardBy, id);
   }

@@ -2,8 +2,8 @@
 //
 // Holds a wish for each stream and subscription that the sensor granted. When the session is lost all of them
 // wait; in the next one they are asked for again, in the order in which they were granted. A refused one
-// waits 3 s. One whose data ended two sessions comes last and at most once a minute. There is a wish, too, for each that
-// was asked for in a session which ended before the answer: it comes behind the granted ones, and is theirs once it
+// waits 3 s. One whose data ended two sessions comes last and at most once a minute. There is a wish, too, for what a
+// caller asked for and nobody answered: it comes behind the granted ones, and is theirs once it
 // is granted; refused, asked for thrice in vain, or blamed for the end of a session it is forgotten. Invariants: (1) a
 // wish is in the waiting order exactly when it is Waiting; (2) cancelling removes it, whatever its state. A plain
 // state machine: the caller brings the time. Guarded by its owner.
@@ -34,8 +34,9 @@ class Restorer {
 
   // A caller's own request, of this id, was granted. Answers may come in any order, so the highest id counts.
   void Granted(const Key& key, std::uint64_t id);
-  // A caller's own request, of this id, was sent and will never be answered: its session ends now.
-  void Unheard(const Key& key, std::uint64_t id);
+  // A caller's own request, of this id (not 0), was sent and will never be answered, for its session ends; or it could not
+  // be sent in time.
+  void Unheard(const Key& key, std::uint64_t id, Time now);
   // A caller's own request, of this id, was refused: what it was told holds, unless a later one was granted.
   void Forget(const Key& key, std::uint64_t id);
   Cancelled Cancel(const Key& key);
