@@ -15,7 +15,7 @@ namespace ZoTest {
 namespace {
 
 constexpr std::size_t most = 5000;  // more allocations than a life makes
-constexpr std::size_t atOnce = kSanitized ? 50 : 100;
+constexpr std::size_t atOnce = kSanitized ? 24 : 100;
 // Under the sanitizers one of so many: they look at the same calls at each byte of the wire, and their time is dear.
 constexpr int step = kSanitized ? 5 : 1;
 

@@ -60,14 +60,11 @@ class EveryByte : public testing::TestWithParam<Everywhere> {
   }
 
   // A silence takes 3 s, and hardly any of the processor's time.
-  std::size_t AtOnce() const {
-    const std::size_t lives = GetParam().silent ? 400 : 100;
-    return kSanitized ? lives / 4 : lives;
-  }
+  std::size_t AtOnce() const { return kSanitized ? 24 : GetParam().silent ? 400 : 100; }
 
   // Under the sanitizers one byte of so many, another one in each kind of life: what they look for shows at neighbouring
   // bytes of a message alike, and their time is dear.
-  static constexpr std::size_t step = kSanitized ? 7 : 1;
+  static constexpr std::size_t step = kSanitized ? 11 : 1;
 };
 
 TEST_P(EveryByte, MayBeTheLast) {

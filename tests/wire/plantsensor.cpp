@@ -57,8 +57,11 @@ void PlantSensor::Serve(FakePeer& peer) {
   }
   {
     const std::lock_guard lock(mutex);
-    newest = &peer;
-    served.clear();
+    if (peer.number > newestNumber) {  // one that its client has given up may come late
+      newest = &peer;
+      newestNumber = peer.number;
+      served.clear();
+    }
   }
   sensor.ServeSession(peer);
   const std::lock_guard lock(mutex);

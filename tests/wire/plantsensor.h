@@ -44,7 +44,8 @@ class PlantSensor {
   mutable std::mutex mutex;
   std::map<std::string, int> values{{"/p", 1}, {"/q", 2}};  // guarded by mutex, like the rest
   FakePeer* newest = nullptr;                               // that shook hands, while it is there
-  std::set<std::string> served;                             // of it
+  unsigned newestNumber = 0;
+  std::set<std::string> served;  // of it
 
   FakeSensor sensor;  // last: its threads use the rest
 };
