@@ -8,10 +8,11 @@ namespace {
 
 thread_local int countdown = 0;  // 0: off
 thread_local bool failed = false;
+thread_local bool spared = false;
 constinit std::atomic<std::ptrdiff_t> live{0};
 
 void* Allocate(std::size_t size) {
-  if (countdown > 0 && --countdown == 0) {
+  if (!spared && countdown > 0 && --countdown == 0) {
     failed = true;
     return nullptr;
   }
@@ -83,6 +84,14 @@ FailingNew::~FailingNew() {
 
 bool FailingNew::HasFailed() const {
   return failed;
+}
+
+SparedNew::SparedNew(bool spare) : before(spared) {
+  spared = spare;
+}
+
+SparedNew::~SparedNew() {
+  spared = before;
 }
 
 std::ptrdiff_t LiveAllocations() {

@@ -19,6 +19,19 @@ class FailingNew {
   bool HasFailed() const;
 };
 
+// While it lives, allocations of this thread neither fail nor count, or (with false) do so again: for what a test does
+// between the calls that it looks at.
+class SparedNew {
+ public:
+  explicit SparedNew(bool spare = true);
+  SparedNew(const SparedNew&) = delete;
+  SparedNew& operator=(const SparedNew&) = delete;
+  ~SparedNew();
+
+ private:
+  const bool before;
+};
+
 // Blocks allocated and not freed.
 std::ptrdiff_t LiveAllocations();
 

@@ -9,10 +9,15 @@
 #include <semaphore>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "qapi/testing.h"
 #include "tests/qapi/failingnew.h"
 #include "tests/sdk/linkfixture.h"
+#include "zovyrnsdk/link/incoming.h"
+#include "zovyrnsdk/link/linkstate.h"
+#include "zovyrnsdk/link/outgoing.h"
+#include "zovyrnsdk/link/pendingrequest.h"
 
 namespace ZoTest {
 namespace {
@@ -150,6 +155,40 @@ TEST_F(LinkMemory, DisconnectEndsEverythingAllTheSame) {
         EXPECT_THROW(mute->GetResponse(patience), std::runtime_error);
         WorksAgain();
       });
+}
+
+// What the loop raised costs the session, in which the sensor granted what it was asked for.
+TEST(StateMemory, GrantForWhichThereIsNoMemoryIsAskedForInTheNextSession) {
+  using ZoSdk::Clock;
+  const std::string uri = "/a/name/that/needs/memory/for/itself";
+  int nth = 1;
+  for (bool failed = true; failed && nth < 1000; ++nth) {
+    SCOPED_TRACE("allocation " + std::to_string(nth));
+    ZoSdk::LinkState state;
+    const auto pending = std::make_shared<ZoPendingRequest>();
+    state.SessionOpened(Clock::now());
+    state.Request(ZoRequestMethod_StartStream, uri,
+                  ZoSdk::ComposeRequest(ZoRequestMethod_StartStream, uri, nullptr), pending, Clock::now());
+    EXPECT_TRUE(state.NextMessage(Clock::now()));
+    ZoJsonShapes shapes;
+    ZoSdk::Incoming grant = ZoSdk::ReadIncoming(R"({"id":1,"status":1,"payload":{"v":1}})", shapes);
+    {
+      const FailingNew failing(nth);
+      try {
+        state.Receive(std::move(grant), Clock::now());
+      } catch (const std::bad_alloc&) {
+        // The connection gives the session up.
+      }
+      failed = failing.HasFailed();
+    }
+    state.SessionLost("there was no memory to go on", Clock::now());
+    EXPECT_TRUE(pending->Settled());
+    state.SessionOpened(Clock::now());
+    const auto message = state.NextMessage(Clock::now());
+    ASSERT_TRUE(message);
+    EXPECT_EQ(ZoJson::ParseString(*message).At("uri").Get<std::string>(), uri);
+  }
+  EXPECT_GT(nth, 3) << "nothing was tried";
 }
 
 }  // namespace

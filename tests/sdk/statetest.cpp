@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -1169,6 +1170,286 @@ TEST_F(State, UnansweredRestoreIsTriedAgain) {
   EXPECT_EQ(Sent().size(), 0U);
   now += seconds(3);
   EXPECT_EQ(Sent().size(), 1U);
+}
+
+// Starts whose answer was lost with the session that they were sent in.
+class Unheard : public State {
+ protected:
+  Unheard() { state.SessionOpened(now); }
+
+  // A granted stream, with the id 1.
+  void GrantOther() {
+    Ask(ZoRequestMethod_StartStream, "/other");
+    Sent();
+    Receive("{\"id\":1,\"status\":1,\"payload\":1}");
+  }
+  // The requests of the next session, which begins after the end of this one, as "method uri".
+  std::vector<std::string> Restores() {
+    state.SessionLost("cut", now);
+    now += milliseconds(1);
+    state.SessionOpened(now);
+    return Asked();
+  }
+  std::vector<std::string> Asked() {
+    std::vector<std::string> asked;
+    for (const std::string& text : Sent()) {
+      const ZoJson message = ZoJson::ParseString(text);
+      lastId = message.At("id").Get<int>();
+      asked.push_back(message.At("method").Get<std::string>() + " " + message.At("uri").Get<std::string>());
+    }
+    return asked;
+  }
+  void AnswerLast(const std::string& members) {
+    Receive("{\"id\":" + std::to_string(lastId) + "," + members + "}");
+  }
+  // A time in which the sensor says nothing of use.
+  void Pass(Duration time) {
+    now += time;
+    state.BytesArrived(now);
+    state.Step(now);
+  }
+
+  int lastId = 0;
+};
+
+TEST_F(Unheard, StartIsAskedForInTheNextSessionAndItsPushesCount) {
+  const Pending stream = Ask(ZoRequestMethod_StartStream, "/s");
+  const Pending subscription = Ask(ZoRequestMethod_Sub, "/n/*");
+  Sent();
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s", "sub /n/*"));
+  EXPECT_THAT(Outcome(stream), HasSubstr("broke before the answer came")) << "whoever asked was told so";
+  EXPECT_THAT(Outcome(subscription), HasSubstr("broke before the answer came"));
+  AnswerLast("\"status\":1");
+  Receive("{\"event\":\"notification\",\"uri\":\"/n/1\",\"payload\":1}");
+  EXPECT_EQ(state.Pushes().Waiting(), 1U);
+  EXPECT_THAT(Restores(), ElementsAre("sub /n/*", "startStream /s")) << "what is granted comes first";
+}
+
+TEST_F(Unheard, StartThatRanOutOfTimeBeforeItsSessionEndedIsAskedForToo) {
+  const Pending late = Ask(ZoRequestMethod_Sub, "/n/*");
+  Sent();
+  now += seconds(3);
+  state.TimeOut(late, 3000000, now);
+  EXPECT_THAT(Restores(), ElementsAre("sub /n/*"));
+}
+
+TEST_F(Unheard, StartComesBehindWhatWasGranted) {
+  Ask(ZoRequestMethod_StartStream, "/first");
+  Sent();
+  Restores();  // it waits for its answer
+  Ask(ZoRequestMethod_StartStream, "/granted");
+  ASSERT_THAT(Asked(), ElementsAre("startStream /granted"));
+  AnswerLast("\"status\":1,\"payload\":1");
+  EXPECT_THAT(Restores(), ElementsAre("startStream /granted", "startStream /first"));
+}
+
+// A batch that subscribes goes on when the link goes down for long, and its host is told of success.
+TEST_F(Unheard, SubscriptionsThatCouldNotBeSentAreAskedForWhenTheLinkIsBack) {
+  state.SessionLost("cut", now);
+  const Pending first = Ask(ZoRequestMethod_Sub, "/a/*");
+  now += seconds(3);
+  state.TimeOut(first, 3000000, now);
+  const Pending second = Ask(ZoRequestMethod_Sub, "/b/*");
+  EXPECT_EQ(Outcome(first), "The link to the sensor was down for 3 s.");
+  EXPECT_EQ(Outcome(second), "The link to the sensor is down.");
+  now += seconds(60);
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre("sub /a/*", "sub /b/*"));
+  AnswerLast("\"status\":1");
+  Receive("{\"event\":\"notification\",\"uri\":\"/b\",\"payload\":1}");
+  EXPECT_EQ(state.Pushes().Waiting(), 1U);
+}
+
+TEST_F(Unheard, SubscriptionThatCouldNotBeSentIsNotAskedForOnceItsEndWas) {
+  state.SessionLost("cut", now);
+  const Pending first = Ask(ZoRequestMethod_Sub, "/a/*");
+  now += seconds(3);
+  state.TimeOut(first, 3000000, now);
+  const Pending end = Ask(ZoRequestMethod_UnSub, "/a/*");
+  EXPECT_EQ(Outcome(end), "The link to the sensor is down.");
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre());
+}
+
+TEST_F(Unheard, StreamThatWasNeverSentIsForgottenWithItsCall) {
+  state.SessionLost("cut", now);
+  const Pending unsent = Ask(ZoRequestMethod_StartStream, "/s");
+  now += seconds(3);
+  state.TimeOut(unsent, 3000000, now);
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre());
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(Unheard, StartThatALaterStopUndidIsNotAskedFor) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Ask(ZoRequestMethod_StopStream, "/s");
+  Sent();
+  EXPECT_THAT(Restores(), ElementsAre());
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(Unheard, StartThatIsRefusedInTheNextSessionIsForgotten) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
+  AnswerLast("\"status\":-405,\"payload\":null");
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+  EXPECT_EQ(state.Interests().Size(), 0U) << "its pushes are nobody's";
+}
+
+TEST_F(Unheard, RefusalDoesNotTouchALaterRequest) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
+  const int restore = lastId;
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Asked();
+  Receive("{\"id\":" + std::to_string(restore) + ",\"status\":-503,\"payload\":null}");
+  AnswerLast("\"status\":1,\"payload\":1");
+  EXPECT_EQ(state.Interests().Size(), 1U);
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
+}
+
+TEST_F(Unheard, StartThatThreeMoreSessionsLeaveUnansweredIsForgotten) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  for (int session = 0; session < 3; ++session) {
+    EXPECT_THAT(Restores(), ElementsAre("startStream /s")) << session;
+  }
+  EXPECT_THAT(Restores(), ElementsAre());
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(Unheard, StartThatASensorNeverAnswersIsForgotten) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
+  for (int again = 0; again < 2; ++again) {
+    Pass(seconds(3));  // unanswered
+    EXPECT_EQ(state.Wishes().Size(), 1U);
+    Pass(seconds(3));
+    const std::vector<std::string> asked = Asked();
+    EXPECT_EQ(std::count(asked.begin(), asked.end(), "startStream /s"), 1) << again;
+  }
+  Pass(seconds(3));
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(Unheard, SessionsThatEndBeforeItWasAskedForDoNotCount) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  for (int session = 0; session < 10; ++session) {
+    state.SessionLost("cut", now);
+    state.SessionOpened(now);
+  }
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
+}
+
+TEST_F(Unheard, StartWhoseAnswerEndedTheSessionIsNotAskedForAgain) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  state.MessageUnusable("{\"id\":1,\"status\":1,\"payload\":[[[");
+  EXPECT_THAT(Restores(), ElementsAre());
+  Ask(ZoRequestMethod_Sub, "/n/*");
+  Sent();
+  state.MessageUnusable("{\"event\":\"notification\",\"uri\":\"/n/1\",\"payload\":[[[");
+  EXPECT_THAT(Restores(), ElementsAre());
+}
+
+TEST_F(Unheard, StartWhoseRestoreEndsTheSessionIsForgotten) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
+  state.MessageUnusable("{\"id\":" + std::to_string(lastId) + ",\"payload\":[[[");
+  EXPECT_THAT(Restores(), ElementsAre());
+}
+
+// Whoever asks for the end goes by the sensor's word whether there was a stream.
+TEST_F(Unheard, StopIsSentToTheSensor) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  state.SessionLost("cut", now);
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/s");
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre("stopStream /s"));
+  Receive("{\"id\":" + std::to_string(lastId) + "}");
+  EXPECT_EQ(Outcome(stop), "{}");
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(Unheard, StopFollowsARestoreThatIsUnderWay) {
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
+  Ask(ZoRequestMethod_StopStream, "/s");
+  EXPECT_THAT(Asked(), ElementsAre("stopStream /s"));
+  Receive("{\"id\":2,\"status\":1,\"payload\":1}");
+  EXPECT_EQ(state.Pushes().Waiting(), 0U);
+  EXPECT_EQ(state.Wishes().Size(), 0U);
+}
+
+TEST_F(Unheard, StopOfAGrantedStreamSucceedsWithTheEndOfItsSession) {
+  GrantOther();
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");
+  Sent();
+  state.SessionLost("cut", now);
+  EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre());
+}
+
+TEST_F(Unheard, StopOfAGrantedStreamThatWasNotSentBeforeTheSessionEndedSucceeds) {
+  GrantOther();
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");
+  state.SessionLost("cut", now);
+  EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
+  state.SessionOpened(now);
+  EXPECT_THAT(Asked(), ElementsAre());
+}
+
+TEST_F(Unheard, StopOfAGrantedStreamSucceedsThoughItsAnswerIsLate) {
+  GrantOther();
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");
+  Sent();
+  now += seconds(3);
+  state.TimeOut(stop, 3000000, now);
+  EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
+}
+
+TEST_F(Unheard, StopThatCannotBeSentInTimeIsSentLater) {
+  GrantOther();
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");
+  now += seconds(3);
+  state.TimeOut(stop, 3000000, now);
+  EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
+  Pass(seconds(10));
+  EXPECT_THAT(Asked(), ElementsAre("stopStream /other"));
+  Pass(seconds(61));
+  EXPECT_EQ(state.Requests().Size(), 0U) << "nor is it kept for ever";
+}
+
+TEST_F(Unheard, StopOfWhatWasNeverGrantedFailsWithItsSession) {
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/s");
+  Sent();
+  state.SessionLost("cut", now);
+  EXPECT_THAT(Outcome(stop), HasSubstr("broke before the answer came"));
+}
+
+// Its own stop went no further than to this link, which knew of no stream at the sensor.
+TEST_F(State, StreamThatWasStartedAnewAndStoppedWhileItIsBeingRestoredIsStoppedAtTheSensor) {
+  state.SessionOpened(now);
+  Ask(ZoRequestMethod_StartStream, "/s");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"payload\":1}");
+  state.SessionLost("cut", now);
+  state.SessionOpened(now);
+  EXPECT_EQ(Sent().size(), 1U);
+  Ask(ZoRequestMethod_StartStream, "/s");
+  EXPECT_EQ(Sent().size(), 1U);
+  Ask(ZoRequestMethod_StopStream, "/s");
+  Receive("{\"id\":2,\"status\":1,\"payload\":1}");
+  EXPECT_THAT(Sent(), ElementsAre("{\"id\":4,\"method\":\"stopStream\",\"uri\":\"/s\"}"));
 }
 
 TEST_F(State, CloseSettlesEverything) {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <iostream>
 #include <thread>
 
@@ -122,6 +123,39 @@ TEST_F(LinkLoss, EightThreadsSurviveTwentyCutsAndEverySubscriptionDelivers) {
   }
   EXPECT_TRUE(WaitConnected(handle, true));
   EXPECT_EQ(ValueOf(handle, "/plant/door#/open"), "2:0");
+  EXPECT_EQ(Destroy(handle), 0);
+}
+
+class LongOutage : public WireTest {};
+
+// The batch goes on and says 0; what it could not ask for in time was never asked for again.
+TEST_F(LongOutage, ThatBeginsWhileItemsAreBeingSubscribedLosesNone) {
+  FakeSensor sensor;
+  std::atomic<bool> going = true;
+  std::promise<void> gone;
+  sensor.SetResponder([&](FakePeer& peer, const FakeRequest& request) {
+    if (request.method == "startStream" && going.exchange(false)) {
+      sensor.StopListening();
+      peer.Drop();
+      gone.set_value();
+    } else if (request.method == "startStream") {
+      peer.Send(FakeSensor::Answer(request, R"("status":-405,"payload":null,"error":"It is not streamed.")"));
+    } else {
+      FakeSensor::Grant(peer, request);
+    }
+  });
+  void* handle = Connect(sensor.Port());
+  EXPECT_EQ(Read(handle, "/a#/value"), 0);
+  EXPECT_EQ(Read(handle, "/b#/value"), 0);
+  EXPECT_EQ(Subscribe(handle, {"/a#/value", "/b#/value"}), 0);
+  EXPECT_EQ(recorder.CountMessages("Could not subscribe resource."), 2U);
+  gone.get_future().wait();
+  sensor.Listen();
+  for (const std::string uri : {"/a", "/b"}) {
+    EXPECT_TRUE(sensor.WaitForRequest("sub", uri + "/*"));
+    EXPECT_TRUE(sensor.Push(R"({"event":"notification","uri":")" + uri + R"(","payload":{"value":9}})"));
+    EXPECT_TRUE(recorder.WaitForEntry(IsInteger(uri + "#/value", 9)));
+  }
   EXPECT_EQ(Destroy(handle), 0);
 }
 

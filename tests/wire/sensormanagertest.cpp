@@ -4,6 +4,9 @@
 #include <cstring>
 
 #include "qapi/testing.h"
+#include "tests/qapi/failingnew.h"
+#include "tests/sdk/fakesensor.h"
+#include "tests/support/recorder.h"
 #include "tests/vyrnclient/eventually.h"
 #include "zoiohandler/vyrnclient/cachemanager.h"
 
@@ -100,6 +103,27 @@ TEST_F(SensorManagerTest, WhatAPushHandlerRaisesIsLoggedAtErrorUnderItsOwnName) 
   EXPECT_THAT(push("notification", "/n"),
               testing::ElementsAre(
                   StartsWith("5 ZoIO::SensorManager::NotificationHandler: Zo::Locker::Locker failed")));
+}
+
+// The next push of the resource may be far away.
+TEST_F(SensorManagerTest, APushIsStoredWhicheverAllocationFails) {
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  bool failed = true;
+  int nth = 0;
+  while (failed && nth < 100) {
+    ++nth;
+    const std::string uri = "/a/name/that/needs/memory/for/itself/" + std::to_string(nth);
+    const auto response = std::make_shared<ZoStreamResponse>(
+        ZoJson(R"({"event":"stream","uri":")" + uri + R"(","payload":)" + std::to_string(nth) + "}"));
+    const FailingNew failing(nth);
+    ZoIO::SensorManagerAccess::Stream(*manager, response);
+    failed = failing.HasFailed();
+    EXPECT_TRUE(manager->Cache()->Size() != 0 && manager->Cache()->Get(uri, 0).Get<int>() == nth) << nth;
+  }
+  EXPECT_GT(nth, 2);
+  EXPECT_FALSE(failed);
+  EXPECT_THAT(Lines(), testing::IsEmpty());
 }
 
 // Hosts of the interface call by place. A pointer to a virtual member holds its place in the table, in bytes and one

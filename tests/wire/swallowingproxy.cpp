@@ -8,8 +8,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <system_error>
 #include <vector>
 
@@ -31,6 +31,11 @@ void Check(bool done, const char* what) {
   }
 }
 
+// Which of a connection's ends bytes of a direction come from.
+unsigned EndOf(SwallowingProxy::Direction direction) {
+  return direction == SwallowingProxy::ToSensor ? 0 : 1;
+}
+
 bool SendAll(int socket, const char* data, std::size_t size) {
   while (size != 0) {
     const ssize_t sent = ::send(socket, data, size, MSG_NOSIGNAL);
@@ -45,7 +50,7 @@ bool SendAll(int socket, const char* data, std::size_t size) {
 
 }  // namespace
 
-SwallowingProxy::SwallowingProxy(std::uint16_t target) : target(target) {
+SwallowingProxy::SwallowingProxy(std::uint16_t target, const Break& point) : target(target), point(point) {
   listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address = LoopbackAddress(0);
   socklen_t size = sizeof address;
@@ -88,6 +93,17 @@ unsigned SwallowingProxy::Accepted() const {
 unsigned SwallowingProxy::Ended() const {
   const std::lock_guard lock(mutex);
   return ended;
+}
+
+bool SwallowingProxy::Broken() const {
+  const std::lock_guard lock(mutex);
+  return broken;
+}
+
+std::size_t SwallowingProxy::Passed(unsigned number, Direction direction) const {
+  const std::lock_guard lock(mutex);
+  const auto found = passed.find(number);
+  return found == passed.end() ? 0 : found->second[EndOf(direction)];
 }
 
 void SwallowingProxy::Run() {
@@ -141,8 +157,13 @@ void SwallowingProxy::Welcome() {
     const int on = 1;
     ::setsockopt(end, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   }
-  connections.push_back(connection);
-  ++accepted;
+  connection.number = ++accepted;
+  if (GoesOn(connection)) {
+    connections.push_back(connection);
+  } else {
+    Drop(connection);
+    ++ended;
+  }
 }
 
 bool SwallowingProxy::Move(Connection& connection, unsigned from) {
@@ -154,7 +175,31 @@ bool SwallowingProxy::Move(Connection& connection, unsigned from) {
     connection.open[from] = false;
     return swallowed && connection.open[1 - from];
   }
-  return swallowed || SendAll(connection.ends[1 - from], scratch, static_cast<std::size_t>(got));
+  if (swallowed) {
+    return true;
+  }
+  const std::size_t size = Allowed(connection, from, static_cast<std::size_t>(got));
+  passed[connection.number][from] += size;
+  return SendAll(connection.ends[1 - from], scratch, size) && GoesOn(connection);
+}
+
+std::size_t SwallowingProxy::Allowed(const Connection& connection, unsigned from, std::size_t size) const {
+  if (connection.number != point.number || from != EndOf(point.direction)) {
+    return size;
+  }
+  const auto found = passed.find(connection.number);
+  const std::size_t before = found == passed.end() ? 0 : found->second[from];
+  return std::min(size, point.bytes - std::min(point.bytes, before));
+}
+
+bool SwallowingProxy::GoesOn(Connection& connection) {
+  if (broken || connection.number != point.number ||
+      passed[connection.number][EndOf(point.direction)] < point.bytes) {
+    return true;
+  }
+  broken = true;
+  connection.swallowed = Both;
+  return point.silent;
 }
 
 void SwallowingProxy::Drop(Connection& connection) {

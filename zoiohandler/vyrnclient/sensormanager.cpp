@@ -93,11 +93,10 @@ struct SensorManager::Shared {
       return;
     }
     try {
-      const ZoJson payload = response->Payload();
-      const std::string path = response->Path();
-      // The link keeps its pushes apart, but an answer may have been stored in this very millisecond.
+      // The link keeps its pushes apart, but an answer may have been stored in this very millisecond. The next push may
+      // be far away, so that this one must not be lost for a want of memory that passes, its name's included.
       bool admitted = true;
-      StoreSoon([&] { return Store(path, payload, response->Arrival(), admitted); });
+      StoreSoon([&] { return Store(response->Path(), response->Payload(), response->Arrival(), admitted); });
       if (!admitted && !toldOfStrangers.exchange(true)) {
         WriteLog(*logger, "Values of resources without an item are left out: they are too many.",
                  LogLevel_Warning, function);

@@ -334,6 +334,7 @@ void Connection::OnOpen() {
 
 bool Connection::OnMessage(std::string_view text, bool binary) {
   Incoming message;
+  bool outOfMemory = false;
   try {
     if (binary) {
       message = Malformed("it is binary");  // whatever it holds, it is no JSON text
@@ -342,10 +343,11 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
     }
   } catch (const std::bad_alloc&) {
     message.kind = Incoming::Kind::TooLarge;
+    outOfMemory = true;
   }
   const bool tooLarge = message.kind == Incoming::Kind::TooLarge;
   if (tooLarge || message.kind == Incoming::Kind::Malformed) {
-    {
+    if (!outOfMemory || text.size() > hugeMessage) {  // a small one is not to blame for a want of memory
       Zo::MutexLock lock(mutex);
       state.MessageUnusable(text);
     }

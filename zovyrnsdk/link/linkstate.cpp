@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <utility>
 
 #include "zovyrnsdk/link/limits.h"
@@ -85,6 +86,7 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
     pending->Answer(ZoRequestResponse(LocalAnswer(text.status, uri, text.error)));
     return true;
   }
+  bool ends = false;
   if (const auto wish = WishEndedBy(method, uri)) {
     // Whichever is asked for last decides, in whatever order the answers come: starts made before are undone by this,
     // granted already or not.
@@ -99,6 +101,7 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
       pending->Answer(ZoRequestResponse(LocalAnswer(1, uri, std::string())));
       return true;
     }
+    ends = cancelled == Restorer::Cancelled::Active;
   }
   if (method == ZoRequestMethod_Read) {
     const ReadBrake::Ruling ruling = brake.Read(uri, now);
@@ -119,10 +122,18 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
     if (method == ZoRequestMethod_Read) {
       brake.ReadUnanswered(uri, now);
     }
+    if (method == ZoRequestMethod_Sub) {
+      const Restorer::Key wish(Restorer::Kind::Subscription, uri);
+      interest.Asked(wish, table.LastId());
+      restorer.Unheard(wish, table.LastId(), now);
+    }
     pending->Fail("The link to the sensor is down.");
     return false;
   }
   const std::uint64_t id = Enqueue(RequestRole::Caller, method, uri, std::move(text.tail), pending, now);
+  if (ends) {
+    table.MarkEnds(id);
+  }
   if (const auto wish = WishStartedBy(method, uri)) {
     try {
       interest.Asked(*wish, id);
@@ -135,12 +146,21 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
 }
 
 void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::uint64_t limit, Time now) {
-  // A stream or subscription that is granted late counts: the sensor then serves it.
+  // A stream or subscription that is granted late counts: the sensor then serves it. And one that has ended here must
+  // end there, too.
   const auto entry = table.TakeUnless(pending->id, [](const Entry& each) {
-    return each.sent && WishStartedBy(each.method, each.uri).has_value();
+    return each.sent ? WishStartedBy(each.method, each.uri).has_value() : each.ends;
   });
   const bool sent = entry && entry->sent;
   const bool stuck = entry && !sent && open;  // behind others, on a link that is slow but there
+  if (entry && entry->ends) {
+    // Whatever still comes is dropped.
+    pending->Answer(ZoRequestResponse(LocalAnswer(1, entry->uri, std::string())));
+    if (sent) {
+      NoteUnanswered(now);
+    }
+    return;
+  }
   const char* const what = stuck            ? "The request could not be sent to the sensor within "
                            : sent || !entry ? "The sensor did not answer within "
                                             : "The link to the sensor was down for ";
@@ -156,6 +176,9 @@ void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::u
   }
   if (sent) {
     NoteUnanswered(now);
+  } else if (entry->method == ZoRequestMethod_Sub && !entry->superseded) {
+    // Whoever is not given a stream subscribes. There is nothing else to try for whoever is not even that.
+    restorer.Unheard({Restorer::Kind::Subscription, entry->uri}, pending->id, now);
   }
 }
 
@@ -180,22 +203,61 @@ void LinkState::SessionOpened(Time now) {
 void LinkState::SessionLost(const std::string& reason, Time now) {
   lostAt = open ? now : lostAt;
   open = false;
+  // First, with everything still in the table: should there be no memory, all of this is done again.
+  KeepUnheard(now);
   for (const Entry& entry : table.TakeSessionBound()) {
-    if (const auto pending = entry.pending.lock()) {
-      pending->Fail("The link to the sensor broke before the answer came: " + reason + ".");
-    }
+    EndWith(entry, reason);
   }
   restorer.SessionLost(now);
+}
+
+// The sensor may have granted what it was asked for and could not say so. Whoever asked may not ask again.
+void LinkState::KeepUnheard(Time now) {
+  table.ForEach([&](std::uint64_t id, const Entry& entry) {
+    const auto wish = entry.role == RequestRole::Caller && entry.sent && !entry.superseded
+                          ? WishStartedBy(entry.method, entry.uri)
+                          : std::nullopt;
+    if (wish) {
+      restorer.Unheard(*wish, id, now);
+    }
+  });
+}
+
+void LinkState::EndWith(const Entry& entry, const std::string& reason) {
+  const auto pending = entry.pending.lock();
+  if (!pending) {
+    return;
+  }
+  try {
+    if (entry.ends) {
+      // The session took it along, so that what was asked for is done.
+      pending->Answer(ZoRequestResponse(LocalAnswer(1, entry.uri, std::string())));
+    } else {
+      pending->Fail("The link to the sensor broke before the answer came: " + reason + ".");
+    }
+  } catch (const std::bad_alloc&) {  // the others must hear of it as well
+    pending->Fail("The link to the sensor broke before the answer came.");
+  }
 }
 
 void LinkState::MessageUnusable(std::string_view text) {
   const Suspect suspect = SuspectOf(text);
   const Entry* entry = suspect.id ? table.Find(*suspect.id) : nullptr;
   if (entry != nullptr) {
+    Disown(entry->uri);
     restorer.Blame(entry->uri);
   } else if (suspect.uri) {
+    Disown(*suspect.uri);
     restorer.Blame(*suspect.uri);
   }
+}
+
+// Starts that the resource may come of and that are not granted yet: each session would end like this one.
+void LinkState::Disown(const std::string& uri) {
+  table.ForEach([&](std::uint64_t, Entry& entry) {
+    const auto wish = WishStartedBy(entry.method, entry.uri);
+    entry.superseded = entry.superseded || (wish && Concerns(*wish, uri));
+  });
 }
 
 void LinkState::Close() noexcept {
@@ -232,8 +294,10 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
     watchdog.AnswerArrived();
     watchdog.PeerHears(now);
   }
-  const auto entry = table.Take(message.id);
-  if (!entry) {
+  // It stays in the table until all is noted: should there be no memory for that, it counts as lost with the session.
+  const std::uint64_t id = message.id;
+  const Entry* const entry = table.Find(id);
+  if (entry == nullptr) {
     // Late, or never asked for. A late one may be the very answer that the brake was set for.
     if (asked) {
       brake.Spoken(UriOf(message.document));
@@ -257,6 +321,7 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
     case RequestRole::Cleanup:
       break;
   }
+  table.Take(id);
 }
 
 void LinkState::ReceivePush(Incoming message, Time now) {
@@ -318,7 +383,9 @@ void LinkState::NoteOutcome(const Entry& entry, const Incoming& message, std::ui
 void LinkState::AnswerRestore(const Entry& entry, const Incoming& message, Time now) {
   const auto wish = WishStartedBy(entry.method, entry.uri);
   if (!Grants(entry.method, message.document)) {
-    restorer.Refused(*wish, now);
+    if (const auto id = restorer.Refused(*wish, now)) {
+      interest.Refused(*wish, *id);
+    }
     return;
   }
   if (!restorer.Restored(*wish)) {

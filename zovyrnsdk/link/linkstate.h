@@ -41,7 +41,7 @@ class LinkState {
   void SessionOpened(Time now);
   // reason is a clause for the sentence of those that were under way.
   void SessionLost(const std::string& reason, Time now);
-  // The session is about to end because of this message.
+  // The session is about to end because of this message. What was asked for and brought it is not asked for again.
   void MessageUnusable(std::string_view text);
   // The system was disconnected: everything ends.
   void Close() noexcept;
@@ -85,6 +85,9 @@ class LinkState {
   void AskForRestores(Time now);
   void NoteHealthAsked(Time now);
   void SweepStale(Time now);
+  void KeepUnheard(Time now);
+  void Disown(const std::string& uri);
+  static void EndWith(const Entry& entry, const std::string& reason);
 
   RequestTable table;
   Restorer restorer;

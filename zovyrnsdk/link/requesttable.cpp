@@ -20,7 +20,7 @@ bool IsStale(const RequestTable::Entry& entry, Time now) {
   if (entry.sent) {
     return (!pending || pending->Settled()) && now >= entry.since + forgottenAfter;
   }
-  return (!pending || pending->waiters == 0) && now >= entry.since + requestPatience;
+  return !entry.ends && (!pending || pending->waiters == 0) && now >= entry.since + requestPatience;
 }
 
 }  // namespace
@@ -71,13 +71,20 @@ std::optional<RequestTable::Entry> RequestTable::Take(std::uint64_t id) {
   return entry;
 }
 
+void RequestTable::MarkEnds(std::uint64_t id) {
+  if (const auto found = entries.find(id); found != entries.end()) {
+    found->second.ends = true;
+  }
+}
+
 const RequestTable::Entry* RequestTable::Find(std::uint64_t id) const {
   const auto found = entries.find(id);
   return found == entries.end() ? nullptr : &found->second;
 }
 
 std::vector<RequestTable::Entry> RequestTable::TakeSessionBound() {
-  return TakeIf([](const Entry& entry) { return entry.sent || entry.role != RequestRole::Caller; });
+  return TakeIf(
+      [](const Entry& entry) { return entry.sent || entry.ends || entry.role != RequestRole::Caller; });
 }
 
 std::vector<RequestTable::Entry> RequestTable::TakeStale(Time now) {
@@ -103,7 +110,7 @@ void RequestTable::Supersede(ZoRequestMethod method, const std::string& uri) {
 bool RequestTable::Has(ZoRequestMethod method, const std::string& uri) const {
   return std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
     return entry.second.role == RequestRole::Caller && entry.second.method == method &&
-           entry.second.uri == uri;
+           entry.second.uri == uri && !entry.second.superseded;
   });
 }
 

@@ -34,7 +34,9 @@ class RequestTable {
     ZoRequestMethod method = ZoRequestMethod_Read;
     RequestRole role = RequestRole::Caller;
     bool sent = false;
-    bool superseded = false;  // a later request undid it before its answer came
+    bool superseded =
+        false;          // a later request undid it before its answer came, or its answer ends the session
+    bool ends = false;  // a stream or subscription that the sensor had granted, and so does the session's end
     std::string uri;
     std::string tail;  // the message behind its id; empty once sent
     std::weak_ptr<ZoPendingRequest> pending;
@@ -57,11 +59,13 @@ class RequestTable {
     const Entry* const entry = Find(id);
     return entry != nullptr && keep(*entry) ? std::optional(*entry) : Take(id);
   }
+  // The session's end, too, does what this one asks for.
+  void MarkEnds(std::uint64_t id);
   // The entry, or null.
   const Entry* Find(std::uint64_t id) const;
 
-  // Takes out what the broken session leaves without an answer: all that was sent, and all unsent ones of the
-  // link's own.
+  // Takes out what the broken session leaves without an answer: all that was sent, and unsent ones of the
+  // link's own, or that the session's end has done.
   std::vector<Entry> TakeSessionBound();
   // Shows each entry to the visitor, and forgets them all. Allocates nothing.
   template <typename Visitor>
@@ -80,7 +84,15 @@ class RequestTable {
   std::size_t Count(RequestRole role) const;
   // Marks the callers' requests of this kind.
   void Supersede(ZoRequestMethod method, const std::string& uri);
+  // Whether a caller's request of this kind is under way that no later one has undone.
   bool Has(ZoRequestMethod method, const std::string& uri) const;
+  // Shows each entry, with its id, to the visitor.
+  template <typename Visitor>
+  void ForEach(Visitor visit) {
+    for (auto& [id, entry] : entries) {
+      visit(id, entry);
+    }
+  }
   std::size_t Size() const { return entries.size(); }
   std::size_t QueueLength() const { return queue.size(); }
   std::uint64_t LastId() const { return lastId; }

@@ -1,6 +1,7 @@
 #include "zovyrnsdk/link/restorer.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "zovyrnsdk/link/limits.h"
 
@@ -9,17 +10,31 @@ namespace ZoSdk {
 namespace {
 
 constexpr std::uint64_t blamedRank = std::uint64_t{1} << 63;
+constexpr std::uint64_t unheardRank = std::uint64_t{1} << 62;
+constexpr unsigned triesUnheard = 3;
 
 }  // namespace
 
 void Restorer::Granted(const Key& key, std::uint64_t id) {
   Wish& wish = wishes[key];
-  if (wish.rank == 0) {
+  Leave(key, wish);
+  if (wish.rank == 0 || wish.unheardBy != 0) {
     wish.rank = nextRank++;
   }
-  Leave(key, wish);
+  wish.unheardBy = 0;
   wish.state = State::Active;
   wish.grantedBy = std::max(wish.grantedBy, id);
+}
+
+void Restorer::Unheard(const Key& key, std::uint64_t id, Time now) {
+  Wish& wish = wishes[key];
+  if (wish.rank == 0) {
+    wish.rank = unheardRank | id;  // in the order of asking
+    wish.unheardBy = id;
+    Wait(key, wish, now);
+  } else if (wish.unheardBy != 0) {
+    wish.unheardBy = std::max(wish.unheardBy, id);
+  }
 }
 
 void Restorer::Forget(const Key& key, std::uint64_t id) {
@@ -37,7 +52,11 @@ Restorer::Cancelled Restorer::Cancel(const Key& key) {
   Leave(key, found->second);
   const bool active = found->second.state == State::Active;
   const bool unanswered = found->second.unanswered;
+  const bool granted = found->second.unheardBy == 0;
   wishes.erase(found);
+  if (!granted) {
+    return Cancelled::Nothing;
+  }
   return active ? Cancelled::Active : unanswered ? Cancelled::Doubtful : Cancelled::Waiting;
 }
 
@@ -47,6 +66,10 @@ void Restorer::CancelAll() {
 }
 
 void Restorer::SessionLost(Time now) {
+  for (auto it = wishes.begin(); it != wishes.end();) {
+    const bool forgotten = it->second.state == State::Asked && InVain(it->second);
+    it = forgotten ? wishes.erase(it) : std::next(it);
+  }
   for (auto& [key, wish] : wishes) {
     Leave(key, wish);
     wish.unanswered = false;
@@ -75,30 +98,58 @@ bool Restorer::Restored(const Key& key) {
   }
   Leave(key, found->second);
   found->second.state = State::Active;
+  if (std::exchange(found->second.unheardBy, 0) != 0) {
+    found->second.rank = nextRank++;
+  }
   return true;
 }
 
-void Restorer::Refused(const Key& key, Time now) {
+std::optional<std::uint64_t> Restorer::Refused(const Key& key, Time now) {
   const auto found = wishes.find(key);
-  if (found != wishes.end() && found->second.state == State::Asked) {
-    const bool blamed = found->second.sessionsEnded >= 2;
-    Wait(key, found->second, blamed ? now + blamedPause : now + refusedPause);
+  if (found == wishes.end() || found->second.state != State::Asked) {
+    return std::nullopt;
   }
+  if (const std::uint64_t id = found->second.unheardBy; id != 0) {
+    wishes.erase(found);
+    return id;
+  }
+  TryLater(key, found->second, now);
+  return std::nullopt;
 }
 
 void Restorer::Unanswered(const Key& key, Time now) {
-  Refused(key, now);
-  if (const auto found = wishes.find(key); found != wishes.end()) {
-    found->second.unanswered = true;
+  const auto found = wishes.find(key);
+  if (found == wishes.end() || found->second.state != State::Asked) {
+    return;
   }
+  if (InVain(found->second)) {
+    wishes.erase(found);
+    return;
+  }
+  TryLater(key, found->second, now);
+  found->second.unanswered = true;
+}
+
+bool Restorer::InVain(Wish& wish) {
+  return wish.unheardBy != 0 && ++wish.askedInVain == triesUnheard;
+}
+
+void Restorer::TryLater(const Key& key, Wish& wish, Time now) {
+  Wait(key, wish, now + (wish.sessionsEnded >= 2 ? blamedPause : refusedPause));
 }
 
 void Restorer::Blame(const std::string& uri) {
-  for (auto& [key, wish] : wishes) {
-    const bool concerned = key.first == Kind::Stream ? key.second == uri : PatternMatches(key.second, uri);
-    if (concerned && wish.state != State::Waiting && ++wish.sessionsEnded == 2) {
+  for (auto it = wishes.begin(); it != wishes.end();) {
+    auto& [key, wish] = *it;
+    const bool blamed = Concerns(key, uri) && wish.state != State::Waiting;
+    if (blamed && wish.unheardBy != 0) {
+      it = wishes.erase(it);
+      continue;
+    }
+    if (blamed && ++wish.sessionsEnded == 2) {
       wish.rank |= blamedRank;
     }
+    ++it;
   }
 }
 
@@ -116,6 +167,10 @@ void Restorer::Leave(const Key& key, const Wish& wish) {
   if (wish.state == State::Waiting) {
     waiting.erase(Place(wish.due, wish.rank, key));
   }
+}
+
+bool Concerns(const Restorer::Key& key, const std::string& uri) {
+  return key.first == Restorer::Kind::Stream ? key.second == uri : PatternMatches(key.second, uri);
 }
 
 bool PatternMatches(const std::string& pattern, const std::string& uri) {
