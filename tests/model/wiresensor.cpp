@@ -7,6 +7,10 @@ namespace ZoModel {
 
 namespace {
 
+Answer Bare() {
+  return {Document(Document::Members{})};
+}
+
 Answer Status(long long status) {
   return {Document(Document::Members{{"status", Document(status)}})};
 }
@@ -17,8 +21,9 @@ Answer Payload(long long status, Document payload) {
 
 std::string VerbOf(const std::string& method) {
   static const std::map<std::string, std::string> verbs = {
-      {"read", "Read"},     {"create", "Create"}, {"update", "Update"},      {"delete", "Delete"},        {"call", "Call"},
-      {"sub", "Subscribe"}, {"unsub", "Unsubscribe"}, {"startStream", "Stream"}, {"stopStream", "StopStream"}};
+      {"read", "Read"},         {"create", "Create"},      {"update", "Update"},
+      {"delete", "Delete"},     {"call", "Call"},          {"sub", "Subscribe"},
+      {"unsub", "Unsubscribe"}, {"startStream", "Stream"}, {"stopStream", "StopStream"}};
   return verbs.at(method);
 }
 
@@ -60,7 +65,7 @@ Answer WireSensor::Ask(const std::string& method, const std::string& uri) {
       return {Nest({"payload", "b"}, Document(8LL))};
     case Mood::Silent:
     case Mood::Raises:
-      return {};
+      return Bare();
     case Mood::Obeys:
       break;
   }
@@ -92,7 +97,7 @@ Answer WireSensor::Obey(const std::string& method, const std::string& uri) {
     }
   }
   if (method == "stopStream" && !streams.contains(uri)) {
-    return {};
+    return Bare();
   }
   if (method == "unsub" && !patterns.contains(uri)) {
     return Payload(-404, {});

@@ -30,7 +30,7 @@ bool IsBelow(const std::string& pattern, const std::string& uri);
 
 class WireSensor {
  public:
-  // method: as the wire spells it. The answer without its id; empty for a bare acknowledgement.
+  // method: as the wire spells it. The answer without its id; no members for a bare acknowledgement.
   Answer Ask(const std::string& method, const std::string& uri);
 
   // A resource changes, or goes: what the session is told of it.

@@ -10,8 +10,8 @@ struct Teller {
     return Describe(Step(step));
   }
   std::string operator()(const StrayPush& step) const {
-    return std::string("sensor pushes ") + (step.stream ? "stream " : "notification ") + Quote(step.uri) + " " +
-           step.payload.Text();
+    return std::string("sensor pushes ") + (step.stream ? "stream " : "notification ") + Quote(step.uri) +
+           " " + step.payload.Text();
   }
   std::string operator()(const Cut&) const { return "session cut"; }
   std::string operator()(const Restart&) const { return "sensor restarted"; }
@@ -19,6 +19,10 @@ struct Teller {
 };
 
 }  // namespace
+
+bool IsOneRequest(const Call& call) {
+  return call.method != "RunSensor" && call.method != "StopSensor";
+}
 
 std::string Describe(const WireStep& step) {
   return std::visit(Teller(), step);

@@ -31,9 +31,12 @@ struct Restart {};
 struct LoseAnswer {};
 
 // A Connection that is down: the sensor takes no new session until it is up again.
-using WireStep = std::variant<Subscribe, Unsubscribe, Read, Write, Call, MonitorPass, RetryPass, Trim, LookUp, Hold,
-                              Answers, Connection, Clock, StrayPush, Cut, Restart, LoseAnswer>;
+using WireStep = std::variant<Subscribe, Unsubscribe, Read, Write, Call, MonitorPass, RetryPass, Trim, LookUp,
+                              Hold, Answers, Connection, Clock, StrayPush, Cut, Restart, LoseAnswer>;
 using WireHistory = std::vector<WireStep>;
+
+// Whether a call brings the sensor one request at most.
+bool IsOneRequest(const Call& call);
 
 std::string Describe(const WireStep& step);
 

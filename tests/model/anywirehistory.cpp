@@ -1,0 +1,77 @@
+#include "tests/model/anywirehistory.h"
+
+#include "tests/model/anyparts.h"
+
+namespace ZoModel {
+
+namespace {
+
+WireStep AnyHostStep(Dice& dice) {
+  switch (dice.Weighted<int>({{10, 0}, {4, 1}, {6, 2}, {5, 3}, {3, 4}})) {
+    case 0:
+      return AnySubscribe(dice);
+    case 1:
+      return AnyUnsubscribe(dice);
+    case 2:
+      return Read{AnyName(dice)};
+    case 3:
+      return AnyWrite(dice);
+    default:
+      return AnyCall(dice);
+  }
+}
+
+WireStep AnyOwnStep(Dice& dice) {
+  return dice.Weighted<WireStep>(
+      {{12, MonitorPass{}}, {5, RetryPass{}}, {2, Trim{}}, {1, LookUp{AnyName(dice)}}});
+}
+
+WireStep AnySensorStep(Dice& dice) {
+  switch (dice.Weighted<int>({{12, 0}, {3, 1}, {3, 2}})) {
+    case 0:
+      return AnyHold(dice);
+    case 1: {
+      const bool stream = dice.OnceIn(2);
+      const std::string uri = AnyUri(dice);
+      return StrayPush{stream, uri, AnyPayload(dice)};
+    }
+    default: {
+      Answers step = AnyAnswers(dice);
+      // No sensor can make the other end raise.
+      step.mood = step.mood == Mood::Raises ? Mood::Obeys : step.mood;
+      return step;
+    }
+  }
+}
+
+WireStep AnyBreak(Dice& dice) {
+  return dice.Weighted<WireStep>(
+      {{2, Cut{}}, {1, Restart{}}, {2, LoseAnswer{}}, {2, Connection{false}}, {6, Connection{true}}});
+}
+
+WireStep AnyWireStep(Dice& dice) {
+  switch (dice.Weighted<int>({{26, 0}, {18, 1}, {20, 2}, {5, 3}, {14, 4}})) {
+    case 0:
+      return AnyHostStep(dice);
+    case 1:
+      return AnyOwnStep(dice);
+    case 2:
+      return AnySensorStep(dice);
+    case 3:
+      return AnyBreak(dice);
+    default:
+      return AnyClock(dice, Clocks::OnlyForwards);
+  }
+}
+
+}  // namespace
+
+rc::Gen<WireHistory> AnyWireHistory(int steps) {
+  const rc::Gen<WireStep> step([](const rc::Random& random, int /*size*/) {
+    Dice dice(random);
+    return rc::shrinkable::shrinkRecur(AnyWireStep(dice), &Smaller<WireStep>);
+  });
+  return rc::gen::scale(steps / 100.0, rc::gen::container<WireHistory>(step));
+}
+
+}  // namespace ZoModel
