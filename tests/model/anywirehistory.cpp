@@ -6,16 +6,36 @@ namespace ZoModel {
 
 namespace {
 
+// Mostly those whose streams and subscriptions meet.
+std::string AnyWireName(Dice& dice) {
+  return dice.OnceIn(4)
+             ? AnyName(dice)
+             : dice.Of<const char*>({"/r/x#/a", "/r/x#/b", "/r/y#/a", "/r#/a", "r#/a", "/list#/1"});
+}
+
 WireStep AnyHostStep(Dice& dice) {
-  switch (dice.Weighted<int>({{10, 0}, {4, 1}, {6, 2}, {5, 3}, {3, 4}})) {
-    case 0:
-      return AnySubscribe(dice);
-    case 1:
-      return AnyUnsubscribe(dice);
+  switch (dice.Weighted<int>({{10, 0}, {5, 1}, {6, 2}, {5, 3}, {4, 4}})) {
+    case 0: {
+      Subscribe step = AnySubscribe(dice);
+      for (auto& name : step.names) {
+        name = name ? std::optional<std::string>(AnyWireName(dice)) : name;
+      }
+      return step;
+    }
+    case 1: {
+      Unsubscribe step;
+      for (std::size_t count = dice.Below(4); count > 0; --count) {
+        step.names.push_back(AnyWireName(dice));
+      }
+      return step;
+    }
     case 2:
-      return Read{AnyName(dice)};
-    case 3:
-      return AnyWrite(dice);
+      return Read{AnyWireName(dice)};
+    case 3: {
+      Write step = AnyWrite(dice);
+      step.name = AnyWireName(dice);
+      return step;
+    }
     default:
       return AnyCall(dice);
   }
