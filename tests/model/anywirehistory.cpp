@@ -36,14 +36,17 @@ WireStep AnyHostStep(Dice& dice) {
       step.name = AnyWireName(dice);
       return step;
     }
-    default:
-      return AnyCall(dice);
+    default: {
+      Call step = AnyCall(dice);
+      step.method = dice.OnceIn(3) ? step.method : dice.Of<const char*>({"RunSensor", "StopSensor", "Call"});
+      return step;
+    }
   }
 }
 
 WireStep AnyOwnStep(Dice& dice) {
   return dice.Weighted<WireStep>(
-      {{12, MonitorPass{}}, {5, RetryPass{}}, {2, Trim{}}, {1, LookUp{AnyName(dice)}}});
+      {{10, MonitorPass{}}, {7, RetryPass{}}, {2, Trim{}}, {1, LookUp{AnyName(dice)}}});
 }
 
 WireStep AnySensorStep(Dice& dice) {
@@ -57,8 +60,9 @@ WireStep AnySensorStep(Dice& dice) {
     }
     default: {
       Answers step = AnyAnswers(dice);
+      step.verb = dice.OnceIn(2) ? step.verb : dice.Of<const char*>({"Read", "Stream", "Subscribe", "Call"});
       // No sensor can make the other end raise.
-      step.mood = step.mood == Mood::Raises ? Mood::Obeys : step.mood;
+      step.mood = step.mood == Mood::Raises ? Mood::Mumbles : step.mood;
       return step;
     }
   }
@@ -66,7 +70,7 @@ WireStep AnySensorStep(Dice& dice) {
 
 WireStep AnyBreak(Dice& dice) {
   return dice.Weighted<WireStep>(
-      {{2, Cut{}}, {1, Restart{}}, {2, LoseAnswer{}}, {2, Connection{false}}, {6, Connection{true}}});
+      {{2, Cut{}}, {1, Restart{}}, {3, LoseAnswer{}}, {2, Connection{false}}, {6, Connection{true}}});
 }
 
 WireStep AnyWireStep(Dice& dice) {

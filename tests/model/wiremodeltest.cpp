@@ -108,6 +108,14 @@ Sights LongSights() {
   sights["one pass asks for several resources"] = [](const WireStep& step, const Outcome& outcome) {
     return std::holds_alternative<RetryPass>(step) && CountOf(outcome, "request read") >= 3;
   };
+  sights["two who wait for one answer are told once that it failed"] = [](const WireStep& step,
+                                                                          const Outcome& outcome) {
+    return std::holds_alternative<RetryPass>(step) && CountOf(outcome, "request read /r/x") == 1 &&
+           CountOf(outcome, "log 5 ZoIO::SensorManager::ResponseToZoJson: /r/x[1]") == 1 &&
+           std::count(outcome.state.begin(), outcome.state.end(), "/r/x#/a waits") +
+                   std::count(outcome.state.begin(), outcome.state.end(), "/r/x#/b waits") ==
+               2;
+  };
   sights["a value without a link"] = [](const WireStep& step, const Outcome& outcome) {
     return std::holds_alternative<MonitorPass>(step) && CountOf(outcome, "value ") > 0;
   };

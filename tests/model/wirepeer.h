@@ -1,4 +1,4 @@
-// The sensor's end of the wire: a real socket of 127.0.0.1 with a WirePeer's sensor behind it.
+// The sensor's end of the wire: a real socket of 127.0.0.1, and a WireSensor behind it.
 //
 // Threads: a test's one, and those of the connections. Owner: the instance under test, which it must outlive; ends all
 // connections when it is destroyed. Lock: mutex, over the sensor and what is known of sessions.
@@ -44,7 +44,7 @@ class WirePeer {
   void SetLosing(bool losing);
   bool HasLost() const;
 
-  // Each true once, false at the limit: as many requests have come since the last TakeCount; the link has lost its
+  // Each true once, false at the limit: as many requests have come since the last ClearCount; the link has lost its
   // session and asks for another; it has the next one and listens; it has read all that was sent to it.
   bool WaitForRequests(std::size_t count, ZoTest::Clock::duration limit);
   bool WaitUntilAway(ZoTest::Clock::duration limit);
