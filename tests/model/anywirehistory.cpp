@@ -69,8 +69,13 @@ WireStep AnySensorStep(Dice& dice) {
 }
 
 WireStep AnyBreak(Dice& dice) {
-  return dice.Weighted<WireStep>(
-      {{2, Cut{}}, {1, Restart{}}, {3, LoseAnswer{}}, {2, Connection{false}}, {6, Connection{true}}});
+  return dice.Weighted<WireStep>({{2, Cut{}},
+                                  {1, Restart{}},
+                                  {3, LoseAnswer{}},
+                                  {3, LeaveUnanswered{false}},
+                                  {2, LeaveUnanswered{true}},
+                                  {2, Connection{false}},
+                                  {6, Connection{true}}});
 }
 
 WireStep AnyWireStep(Dice& dice) {

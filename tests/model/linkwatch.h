@@ -1,9 +1,12 @@
-// Sees what a link hands on, so that a test can wait for it, and takes the luck out of three of its times.
+// Sees what a link hands on, so that a test can wait for it, and takes the luck out of its times.
 //
-// The program that links this wraps four operations (see CMakeLists.txt): those by which a push comes into the link's
-// queue and leaves it for a handler, the one that sets the pause after a stream or subscription that was refused to come
-// back (it comes back with the next session only), and the wait of the registry's worker for answers (it lasts until
-// they are there). While there is no LinkWatch they do what they always do.
+// The program that links this wraps a few operations (see CMakeLists.txt):
+// - those by which a push comes into the link's queue and leaves it for a handler are counted;
+// - a stream or subscription that was refused to come back is asked for in the next session only, not every 3 s;
+// - the registry's worker waits for answers until they are there;
+// - a call of the host ends unanswered as soon as the sensor has left its request so;
+// - a resource whose reads are braked is not asked about every 5 s: it is the answer to something else that lifts the brake.
+// While there is no LinkWatch they do what they always do.
 //
 // Threads: a test's one, which makes and destroys it; the link's. One at a time, made before the instance and destroyed
 // after it.
@@ -11,6 +14,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +36,12 @@ class LinkWatch {
   // What was handed on since the last call, in the order of the texts: "stream /r {...}".
   std::vector<std::string> TakeHandedOn();
 
+  // The sensor is about to leave a request unanswered; it did ("1 /r", by the method's number); whether a request was left so, told once.
+  void ExpectSilence(bool expected);
+  bool ExpectsSilence();
+  void NoteUnanswered(std::string request);
+  bool TakeUnanswered(const std::string& request);
+
   // From the wrapped operations.
   static LinkWatch* Current();
   void NoteOffered();
@@ -40,8 +50,10 @@ class LinkWatch {
  private:
   std::mutex mutex;
   std::condition_variable changed;
-  std::size_t offered = 0;  // guarded by mutex, like the two below
+  std::size_t offered = 0;  // guarded by mutex, like all below
   std::size_t handedOn = 0;
+  bool silence = false;
+  std::multiset<std::string> unanswered;
   std::vector<std::string> pushes;
 };
 

@@ -9,7 +9,10 @@
 namespace ZoModel {
 
 WireInstance::WireInstance(long long now, ZoTest::Clock::duration patience)
-    : patience(patience), time(now), peer([this](const std::string& request) { Note(request); }) {
+    : patience(patience),
+      time(now),
+      peer([this](const std::string& request) { Note(request); },
+           [this](const std::string& request) { watch.NoteUnanswered(request); }) {
   const auto note = [this](const ZoTest::Entry& entry) { Note(Told(entry, this)); };
   recorder.OnValue(note);
   recorder.OnResult(note);
@@ -30,7 +33,7 @@ Outcome WireInstance::Perform(const WireStep& step, std::size_t requests) {
   std::string result = std::visit([this](const auto& kind) { return Do(kind); }, step);
   result += Settle(requests);
   recorder.Clear();
-  return {result, TakeEvents(), State()};
+  return {result, std::exchange(unanswered, false) ? RequestsLast(TakeEvents()) : TakeEvents(), State()};
 }
 
 Outcome WireInstance::End() {
@@ -69,6 +72,12 @@ std::string WireInstance::Settle(std::size_t requests) {
   if (!peer.WaitForRequests(requests, patience)) {
     return " The sensor misses requests.";
   }
+  if (unanswered) {
+    peer.SendLate();
+    if (!peer.WaitUntilRead(patience)) {
+      return " A late answer is not read.";
+    }
+  }
   // One by one, as the link keeps only the newest of those that wait.
   for (const WirePush& push : peer.With([](WireSensor& sensor) { return sensor.TakePushes(); })) {
     pushed.insert(push.uri);
@@ -86,9 +95,17 @@ bool WireInstance::HandOn(const std::string& message) {
 
 // What the host does.
 
-std::string WireInstance::Losing(const std::function<std::string()>& call) {
-  peer.SetLosing(toLose && peer.With([](const WireSensor& sensor) { return sensor.MayBreak(); }));
+std::string WireInstance::Hosted(bool mayLose, const std::function<std::string()>& call) {
+  const bool losing =
+      mayLose && toLose && peer.With([](const WireSensor& sensor) { return sensor.MayBreak(); });
+  peer.SetLosing(losing);
+  peer.SetSilent(losing ? std::nullopt : silence);
+  watch.ExpectSilence(!losing && silence);
   std::string result = call();
+  watch.ExpectSilence(false);
+  unanswered = peer.HasLeftUnanswered();
+  silence = unanswered ? std::nullopt : silence;
+  peer.SetSilent(std::nullopt);
   if (peer.HasLost()) {
     toLose = false;
     lost = true;
@@ -98,21 +115,33 @@ std::string WireInstance::Losing(const std::function<std::string()>& call) {
   return result;
 }
 
+std::string WireInstance::Do(const Subscribe& step) {
+  return Hosted(false, [&] { return ZoModel::Perform(*client, step); });
+}
+
+std::string WireInstance::Do(const Unsubscribe& step) {
+  return Hosted(false, [&] { return ZoModel::Perform(*client, step); });
+}
+
 std::string WireInstance::Do(const Read& step) {
-  return Losing([&] { return ZoModel::Perform(*client, step); });
+  return Hosted(true, [&] { return ZoModel::Perform(*client, step); });
 }
 
 std::string WireInstance::Do(const Write& step) {
-  return Losing([&] { return ZoModel::Perform(*client, step); });
+  return Hosted(true, [&] { return ZoModel::Perform(*client, step); });
 }
 
 std::string WireInstance::Do(const Call& step) {
-  const auto call = [&] { return ZoModel::Perform(*client, step, this); };
-  return IsOneRequest(step) ? Losing(call) : call();
+  return Hosted(IsOneRequest(step), [&] { return ZoModel::Perform(*client, step, this); });
 }
 
 std::string WireInstance::Do(const LoseAnswer& /*step*/) {
   toLose = true;
+  return "";
+}
+
+std::string WireInstance::Do(const LeaveUnanswered& step) {
+  silence = step;
   return "";
 }
 

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -41,10 +42,8 @@ class WireInstance {
   Outcome End();
 
  private:
-  template <typename HostStep>
-  std::string Do(const HostStep& step) {
-    return ZoModel::Perform(*client, step);
-  }
+  std::string Do(const Subscribe& step);
+  std::string Do(const Unsubscribe& step);
   std::string Do(const Read& step);
   std::string Do(const Write& step);
   std::string Do(const Call& step);
@@ -60,9 +59,10 @@ class WireInstance {
   std::string Do(const Cut& step);
   std::string Do(const Restart& step);
   std::string Do(const LoseAnswer& step);
+  std::string Do(const LeaveUnanswered& step);
 
-  // A call whose answer may be lost.
-  std::string Losing(const std::function<std::string()>& call);
+  // A call of the host. mayLose: its answer.
+  std::string Hosted(bool mayLose, const std::function<std::string()>& call);
   void LoseSession();
   // Waits for all that a step has set going. Tells what did not come.
   std::string Settle(std::size_t requests);
@@ -80,8 +80,10 @@ class WireInstance {
   ZoTest::Recorder recorder;
   std::set<std::string> pushed;  // resources
   bool connected = true;
-  bool toLose = false;  // an answer, when one can be lost
-  bool lost = false;    // the session, in this step
+  bool toLose = false;                     // an answer, when one can be lost
+  bool lost = false;                       // the session, in this step
+  std::optional<LeaveUnanswered> silence;  // when there is a request
+  bool unanswered = false;                 // a request of this step
   // The peer's threads use what stands above, and the client uses the peer.
   WirePeer peer;
   std::unique_ptr<ZoIO::ZoVyrnClient> client;

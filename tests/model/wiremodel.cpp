@@ -19,16 +19,21 @@ const std::map<std::string, std::string> methods = {
     {"Delete", "delete"},     {"Call", "call"},          {"Subscribe", "sub"},
     {"Unsubscribe", "unsub"}, {"Stream", "startStream"}, {"StopStream", "stopStream"}};
 
-// As logs number them.
-const std::map<std::string, int> numbers = {{"read", 1},   {"create", 2},      {"update", 3},
-                                            {"delete", 4}, {"call", 5},        {"sub", 6},
-                                            {"unsub", 7},  {"startStream", 8}, {"stopStream", 9}};
-
 // None for a status that is no number.
 std::optional<long long> StatusOf(const Answer& answer) {
   const Document* status = answer.Part("status");
   const auto* number = status == nullptr ? nullptr : std::get_if<long long>(&status->content);
   return number == nullptr ? std::nullopt : std::optional<long long>(*number);
+}
+
+// What the link itself says of a resource that has never answered.
+Answer BrakedAnswer(const std::string& uri) {
+  return {Document(Document::Members{
+      {"status", Document(-599LL)},
+      {"uri", Document(uri)},
+      {"payload", Document()},
+      {"error",
+       Document(std::string("The sensor has not answered about this resource; it is being asked."))}})};
 }
 
 std::string WithoutSlash(const std::string& uri) {
@@ -66,8 +71,9 @@ Outcome WireModel::Perform(const WireStep& step) {
   if (std::exchange(lost, false)) {
     Restore();
   }
+  ReceiveLate();
   HandOnAll();
-  Outcome outcome{result, events, State()};
+  Outcome outcome{result, std::exchange(apart, false) ? RequestsLast(events) : events, State()};
   const std::vector<std::string> session = sensor.State();
   outcome.state.insert(outcome.state.end(), session.begin(), session.end());
   std::sort(handedOn.begin(), handedOn.end());
@@ -112,7 +118,7 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   const bool withoutArguments = method == "call" && body == "null";
   const Exchange exchange = Send(method, uri, withoutArguments ? "" : body);
   if (method == "startStream" || method == "sub") {
-    NoteStart(wish, exchange.answer);
+    exchange.unanswered ? void(interest.insert(wish)) : NoteStart(wish, exchange.answer);
   }
   if (!exchange.failure.empty()) {
     LogFailure(method, uri, exchange.failure);
@@ -123,6 +129,9 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
 
 WireModel::Exchange WireModel::Send(const std::string& method, const std::string& uri,
                                     const std::string& body) {
+  if (method == "read" && braked.contains(uri)) {
+    return {BrakedAnswer(uri), ""};
+  }
   events.push_back("request " + method + " " + uri + " " + body);
   if (std::exchange(losing, false)) {
     toLose = false;
@@ -131,10 +140,58 @@ WireModel::Exchange WireModel::Send(const std::string& method, const std::string
     return {{}, "The link to the sensor broke before the answer came: the sensor ended the connection."};
   }
   Exchange exchange{sensor.Ask(method, uri), ""};
+  if (silencing && uri != "/system") {
+    return LeaveSilent(method, uri, exchange.answer);
+  }
+  Receive(method, uri, exchange.answer);
   if (!exchange.answer.document.IsEmpty() && !StatusOf(exchange.answer)) {
     exchange.failure = "The sensor's answer carries no status.";
   }
   return exchange;
+}
+
+WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std::string& uri,
+                                           const Answer& answer) {
+  const bool start = method == "startStream" || method == "sub";
+  if (start || silence->late) {
+    late.push_back({method, uri, answer});
+  }
+  silence.reset();
+  silencing = false;
+  apart = true;
+  if (method == "read" && !heard.contains(uri)) {
+    braked.insert(uri);
+  }
+  if (++unanswered >= 2) {
+    // The sensor is asked about itself.
+    events.push_back("request read /system ");
+    Receive("read", "/system", sensor.Ask("read", "/system"));
+  }
+  return {{}, "The sensor did not answer within 3 s.", true};
+}
+
+void WireModel::Receive(const std::string& method, const std::string& uri, const Answer& answer) {
+  const Document* payload = answer.Part("payload");
+  unanswered = 0;
+  if ((method == "read" || method == "startStream") && payload != nullptr && !payload->IsNull()) {
+    heard.insert(uri);
+  }
+  braked.erase(uri);
+}
+
+// A start that is granted late counts. Of other answers nobody wants to know any more.
+void WireModel::ReceiveLate() {
+  for (const Late& each : std::exchange(late, {})) {
+    if (each.method == "startStream" || each.method == "sub") {
+      NoteStart(Wish(each.method == "startStream", each.uri), each.answer);
+      Receive(each.method, each.uri, each.answer);
+    } else {
+      unanswered = 0;
+      if (each.answer.Part("uri") != nullptr) {
+        braked.erase(each.uri);
+      }
+    }
+  }
 }
 
 void WireModel::NoteStart(const Wish& wish, const Answer& answer) {
@@ -159,7 +216,7 @@ void WireModel::NoteStart(const Wish& wish, const Answer& answer) {
 }
 
 void WireModel::LogFailure(const std::string& method, const std::string& uri, const std::string& failure) {
-  Log(error, manager + "ResponseToZoJson", uri + "[" + std::to_string(numbers.at(method)) + "]: " + failure);
+  Log(error, manager + "ResponseToZoJson", uri + "[" + std::to_string(NumberOf(method)) + "]: " + failure);
 }
 
 std::string WireModel::FailureOf(const Exchange& exchange) {
@@ -231,9 +288,25 @@ void WireModel::Retry() {
 template <typename HostStep>
 std::string WireModel::Losing(const HostStep& step) {
   losing = toLose && sensor.MayBreak();
-  std::string result = ReferenceModel::Do(step);
+  std::string result = losing ? ReferenceModel::Do(step) : Silencing(step);
   losing = false;
   return result;
+}
+
+template <typename HostStep>
+std::string WireModel::Silencing(const HostStep& step) {
+  silencing = silence.has_value();
+  std::string result = ReferenceModel::Do(step);
+  silencing = false;
+  return result;
+}
+
+std::string WireModel::Do(const Subscribe& step) {
+  return Silencing(step);
+}
+
+std::string WireModel::Do(const Unsubscribe& step) {
+  return Silencing(step);
 }
 
 std::string WireModel::Do(const Read& step) {
@@ -245,11 +318,16 @@ std::string WireModel::Do(const Write& step) {
 }
 
 std::string WireModel::Do(const Call& step) {
-  return IsOneRequest(step) ? Losing(step) : ReferenceModel::Do(step);
+  return IsOneRequest(step) ? Losing(step) : Silencing(step);
 }
 
 std::string WireModel::Do(const LoseAnswer& /*step*/) {
   toLose = true;
+  return "";
+}
+
+std::string WireModel::Do(const LeaveUnanswered& step) {
+  silence = step;
   return "";
 }
 
@@ -300,6 +378,7 @@ std::string WireModel::Do(const Connection& step) {
 // What the link does.
 
 void WireModel::LoseSession() {
+  unanswered = 0;
   sensor.EndSession();
   for (auto& [wish, active] : wishes) {
     active = false;
@@ -329,7 +408,14 @@ bool WireModel::IsAskedFor(const std::string& uri) const {
 }
 
 void WireModel::HandOn(const WirePush& push) {
-  if (connected && IsAskedFor(push.uri)) {
+  if (!connected) {
+    return;
+  }
+  braked.erase(push.uri);
+  if (IsAskedFor(push.uri)) {
+    if (!push.payload.IsNull()) {
+      heard.insert(push.uri);
+    }
     handedOn.push_back(push.Summary());
     Add(push.uri, push.payload);
   }

@@ -44,11 +44,19 @@ class WireModel : public ReferenceModel {
   using Wish = std::pair<bool, std::string>;
   struct Exchange {
     Answer answer;
-    std::string failure;  // instead of an answer
-    bool known = false;   // to somebody in this pass
+    std::string failure;      // instead of an answer
+    bool unanswered = false;  // though it may come late
+    bool known = false;       // to somebody in this pass
+  };
+  struct Late {
+    std::string method;
+    std::string uri;
+    Answer answer;
   };
 
   using ReferenceModel::Do;
+  std::string Do(const Subscribe& step);
+  std::string Do(const Unsubscribe& step);
   std::string Do(const Read& step);
   std::string Do(const Write& step);
   std::string Do(const Call& step);
@@ -59,11 +67,17 @@ class WireModel : public ReferenceModel {
   std::string Do(const Cut& step);
   std::string Do(const Restart& step);
   std::string Do(const LoseAnswer& step);
+  std::string Do(const LeaveUnanswered& step);
 
   template <typename HostStep>
   std::string Losing(const HostStep& step);
+  template <typename HostStep>
+  std::string Silencing(const HostStep& step);
 
   Exchange Send(const std::string& method, const std::string& uri, const std::string& body);
+  Exchange LeaveSilent(const std::string& method, const std::string& uri, const Answer& answer);
+  void Receive(const std::string& method, const std::string& uri, const Answer& answer);
+  void ReceiveLate();
   void NoteStart(const Wish& wish, const Answer& answer);
   void LogFailure(const std::string& method, const std::string& uri, const std::string& failure);
   void Command(const std::string& uri, const std::string& function);
@@ -79,9 +93,16 @@ class WireModel : public ReferenceModel {
   const unsigned port;
   WireSensor sensor;
   bool connected = true;
-  bool toLose = false;  // an answer, when one can be lost
-  bool losing = false;  // the next answer
-  bool lost = false;    // one of this step
+  bool toLose = false;                     // an answer, when one can be lost
+  bool losing = false;                     // the next answer
+  bool lost = false;                       // one of this step
+  std::optional<LeaveUnanswered> silence;  // when there is a request
+  bool silencing = false;                  // the next request
+  std::vector<Late> late;                  // answers, in this step
+  bool apart = false;                      // requests from all else, in this step
+  int unanswered = 0;                      // requests in a row
+  std::set<std::string> heard;             // resources whose content has come
+  std::set<std::string> braked;            // resources that are not read
   std::set<Wish> interest;
   // Granted once and to come back, in this order; and whether the session has it.
   std::vector<std::pair<Wish, bool>> wishes;

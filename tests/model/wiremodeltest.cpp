@@ -25,7 +25,7 @@ namespace {
 constexpr long long start = 1'700'000'000'000'000;  // µs since the epoch
 
 #ifdef NDEBUG
-constexpr int histories = 250;
+constexpr int histories = 160;
 #else
 constexpr int histories = 40;  // each takes several times as long
 #endif

@@ -6,7 +6,8 @@ namespace ZoModel {
 
 using ZoTest::FakePeer;
 
-WirePeer::WirePeer(std::function<void(const std::string&)> note) : note(std::move(note)) {
+WirePeer::WirePeer(Listener note, Listener noteUnanswered)
+    : note(std::move(note)), noteUnanswered(std::move(noteUnanswered)) {
   door.SetScript([this](FakePeer& peer) { Serve(peer); });
 }
 
@@ -46,6 +47,25 @@ void WirePeer::SetLosing(bool next) {
 bool WirePeer::HasLost() const {
   const std::lock_guard lock(mutex);
   return lost;
+}
+
+void WirePeer::SetSilent(std::optional<LeaveUnanswered> next) {
+  const std::lock_guard lock(mutex);
+  silence = next;
+  unanswered = false;
+}
+
+bool WirePeer::HasLeftUnanswered() const {
+  const std::lock_guard lock(mutex);
+  return unanswered;
+}
+
+void WirePeer::SendLate() {
+  const std::lock_guard lock(mutex);
+  if (current != nullptr && !late.empty()) {
+    current->Send(late);
+  }
+  late.clear();
 }
 
 bool WirePeer::WaitForRequests(std::size_t count, ZoTest::Clock::duration limit) {
@@ -141,7 +161,16 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
   } else {
     const std::string answer = sensor.Ask(method, uri).document.Text();
     const std::string members = answer == "{}" ? "}" : "," + answer.substr(1);
-    peer.Send("{\"id\":" + request.At("id").ToString() + members);
+    const std::string message = "{\"id\":" + request.At("id").ToString() + members;
+    if (silence && uri != "/system") {
+      const bool start = method == "startStream" || method == "sub";
+      late = start || silence->late ? message : "";
+      silence.reset();
+      unanswered = true;
+      noteUnanswered(std::to_string(NumberOf(method)) + " " + uri);
+    } else {
+      peer.Send(message);
+    }
   }
   ++requests;
   changed.notify_all();

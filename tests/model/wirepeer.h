@@ -8,10 +8,12 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tests/model/wiresensor.h"
+#include "tests/model/wiresteps.h"
 #include "tests/sdk/fakesensor.h"
 #include "tests/support/deadline.h"
 
@@ -19,8 +21,10 @@ namespace ZoModel {
 
 class WirePeer {
  public:
-  // note: is told each request before it is answered: "request startStream /r ".
-  explicit WirePeer(std::function<void(const std::string&)> note);
+  using Listener = std::function<void(const std::string&)>;
+
+  // note: is told each request before it is answered: "request startStream /r "; noteUnanswered: each that is not: "8 /r".
+  WirePeer(Listener note, Listener noteUnanswered);
   WirePeer(const WirePeer&) = delete;
   WirePeer& operator=(const WirePeer&) = delete;
   ~WirePeer();
@@ -43,6 +47,11 @@ class WirePeer {
   // The next request is answered by ending the session. Tells whether that has come about.
   void SetLosing(bool losing);
   bool HasLost() const;
+  // The next request (but one about the sensor itself) is not answered yet. Tells whether that has come about.
+  void SetSilent(std::optional<LeaveUnanswered> silence);
+  bool HasLeftUnanswered() const;
+  // Late answers come, as far as they do.
+  void SendLate();
 
   // Each true once, false at the limit: as many requests have come since the last ClearCount; the link has lost its
   // session and asks for another; it has the next one and listens; it has read all that was sent to it.
@@ -60,7 +69,8 @@ class WirePeer {
   void NotePong(const ZoTest::FakePeer& peer, const std::string& payload);
   bool WaitFor(ZoTest::Clock::duration limit, const std::function<bool()>& predicate);
 
-  const std::function<void(const std::string&)> note;
+  const Listener note;
+  const Listener noteUnanswered;
 
   mutable std::mutex mutex;
   std::condition_variable changed;
@@ -69,6 +79,9 @@ class WirePeer {
   bool ended = false;
   bool losing = false;
   bool lost = false;  // an answer
+  std::optional<LeaveUnanswered> silence;
+  bool unanswered = false;  // a request, since the last SetSilent
+  std::string late;         // an answer; empty for none
   std::size_t requests = 0;
   unsigned asking = 0;     // the latest connection that asked for a session, by number
   unsigned listening = 0;  // the latest whose far end has answered a ping

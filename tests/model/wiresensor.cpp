@@ -19,6 +19,15 @@ Answer Payload(long long status, Document payload) {
   return {Document(Document::Members{{"status", Document(status)}, {"payload", std::move(payload)}})};
 }
 
+// Names the resource, as a sensor does; a bare acknowledgement stays bare.
+Answer About(const std::string& uri, Answer answer) {
+  auto& members = std::get<Document::Members>(answer.document.content);
+  if (!members.empty()) {
+    members.insert(members.begin() + 1, {"uri", Document(uri)});
+  }
+  return answer;
+}
+
 std::string VerbOf(const std::string& method) {
   static const std::map<std::string, std::string> verbs = {
       {"read", "Read"},         {"create", "Create"},      {"update", "Update"},
@@ -38,6 +47,18 @@ std::string WirePush::Summary() const {
   return std::string(stream ? "stream " : "notification ") + uri + " " + payload.Text();
 }
 
+int NumberOf(const std::string& method) {
+  static const std::vector<std::string> methods = {"read", "create", "update",      "delete",    "call",
+                                                   "sub",  "unsub",  "startStream", "stopStream"};
+  return static_cast<int>(std::find(methods.begin(), methods.end(), method) - methods.begin()) + 1;
+}
+
+std::vector<std::string> RequestsLast(std::vector<std::string> events) {
+  std::stable_partition(events.begin(), events.end(),
+                        [](const auto& event) { return !event.starts_with("request "); });
+  return events;
+}
+
 bool IsBelow(const std::string& pattern, const std::string& uri) {
   if (pattern == "*" || pattern == "/*") {
     return true;
@@ -55,9 +76,9 @@ Answer WireSensor::Ask(const std::string& method, const std::string& uri) {
     case Mood::Acknowledges:
       Start(method, uri);
       End(method, uri);
-      return Status(1);
+      return About(uri, Status(1));
     case Mood::Refuses:
-      return Payload(-404, {});
+      return About(uri, Payload(-404, {}));
     case Mood::Mumbles:
       return {Document(Document::Members{{"status", Document(std::string("x"))},
                                          {"payload", Nest({"a"}, Document(7LL))}})};
@@ -69,7 +90,7 @@ Answer WireSensor::Ask(const std::string& method, const std::string& uri) {
     case Mood::Obeys:
       break;
   }
-  return Obey(method, uri);
+  return About(uri, Obey(method, uri));
 }
 
 Answer WireSensor::Obey(const std::string& method, const std::string& uri) {

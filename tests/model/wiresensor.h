@@ -25,6 +25,12 @@ struct WirePush {
   std::string Summary() const;
 };
 
+// The number of a method, as logs show it.
+int NumberOf(const std::string& method);
+
+// Events with the requests behind all others, for a step in which their order among each other is a matter of luck.
+std::vector<std::string> RequestsLast(std::vector<std::string> events);
+
 // Whether a resource belongs to a pattern: "/r/*" to "/r" and all below it, "*" and "/*" to all.
 bool IsBelow(const std::string& pattern, const std::string& uri);
 

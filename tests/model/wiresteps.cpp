@@ -15,6 +15,9 @@ struct Teller {
   }
   std::string operator()(const Cut&) const { return "session cut"; }
   std::string operator()(const Restart&) const { return "sensor restarted"; }
+  std::string operator()(const LeaveUnanswered& step) const {
+    return std::string("request to be answered ") + (step.late ? "too late" : "never");
+  }
   std::string operator()(const LoseAnswer&) const { return "session to be cut instead of an answer"; }
 };
 

@@ -29,10 +29,16 @@ struct Restart {};
 // here nobody relies on it. (Nor where more requests would follow in the same step: whether those still find the link down
 // is a matter of luck.)
 struct LoseAnswer {};
+// The first request of the next call of the host stays unanswered for longer than the call waits. (Questions about the
+// sensor itself are answered always.)
+struct LeaveUnanswered {
+  bool late;  // comes after all; that to a start always does, for the reason above
+};
 
 // A Connection that is down: the sensor takes no new session until it is up again.
-using WireStep = std::variant<Subscribe, Unsubscribe, Read, Write, Call, MonitorPass, RetryPass, Trim, LookUp,
-                              Hold, Answers, Connection, Clock, StrayPush, Cut, Restart, LoseAnswer>;
+using WireStep =
+    std::variant<Subscribe, Unsubscribe, Read, Write, Call, MonitorPass, RetryPass, Trim, LookUp, Hold,
+                 Answers, Connection, Clock, StrayPush, Cut, Restart, LoseAnswer, LeaveUnanswered>;
 using WireHistory = std::vector<WireStep>;
 
 // Whether a call brings the sensor one request at most.
