@@ -72,14 +72,14 @@ WireStep AnyBreak(Dice& dice) {
   return dice.Weighted<WireStep>({{2, Cut{}},
                                   {1, Restart{}},
                                   {3, LoseAnswer{}},
-                                  {3, LeaveUnanswered{false}},
+                                  {5, LeaveUnanswered{false}},
                                   {2, LeaveUnanswered{true}},
                                   {2, Connection{false}},
                                   {6, Connection{true}}});
 }
 
 WireStep AnyWireStep(Dice& dice) {
-  switch (dice.Weighted<int>({{26, 0}, {18, 1}, {20, 2}, {5, 3}, {14, 4}})) {
+  switch (dice.Weighted<int>({{26, 0}, {18, 1}, {20, 2}, {7, 3}, {14, 4}})) {
     case 0:
       return AnyHostStep(dice);
     case 1:

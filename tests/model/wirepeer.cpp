@@ -1,5 +1,6 @@
 #include "tests/model/wirepeer.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace ZoModel {
@@ -115,13 +116,14 @@ void WirePeer::Serve(FakePeer& peer) {
   }
   {
     std::unique_lock lock(mutex);
-    asking = peer.number;
+    asking = std::max(asking, peer.number);
     changed.notify_all();
     changed.wait(lock, [this] { return open || ended; });
     if (ended || !peer.AcceptUpgrade()) {
       return;
     }
-    current = &peer;
+    // One that the link has given up while it was kept waiting takes nobody's place.
+    current = current == nullptr || current->number < peer.number ? &peer : current;
     peer.SendFrame(FakePeer::Ping, std::to_string(++pings));
   }
   while (const auto frame = peer.Receive()) {
@@ -178,7 +180,7 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
 
 void WirePeer::NotePong(const FakePeer& peer, const std::string& payload) {
   const std::lock_guard lock(mutex);
-  listening = peer.number;
+  listening = std::max(listening, peer.number);
   pongs = std::stoull(payload);
   changed.notify_all();
 }
