@@ -5,7 +5,7 @@
 // - a stream or subscription that was refused to come back is asked for in the next session only, not every 3 s;
 // - the registry's worker waits for answers until they are there;
 // - a call of the host ends unanswered as soon as the sensor has left its request so;
-// - a resource whose reads are braked is not asked about every 5 s: it is the answer to something else that lifts the brake.
+// - a resource whose reads are braked is not asked about every 5 s: other news of it lift the brake.
 // While there is no LinkWatch they do what they always do.
 //
 // Threads: a test's one, which makes and destroys it; the link's. One at a time, made before the instance and destroyed
@@ -36,7 +36,7 @@ class LinkWatch {
   // What was handed on since the last call, in the order of the texts: "stream /r {...}".
   std::vector<std::string> TakeHandedOn();
 
-  // The sensor is about to leave a request unanswered; it did ("1 /r", by the method's number); whether a request was left so, told once.
+  // The sensor may leave a request unanswered; it did ("1 /r", by the method's number); whether it did, told once.
   void ExpectSilence(bool expected);
   bool ExpectsSilence();
   void NoteUnanswered(std::string request);

@@ -1,7 +1,7 @@
 // A whole instance, its real sensor manager and its real link to a peer on 127.0.0.1, in stopped time: performs steps
 // and tells what came of them in the words of the model.
 //
-// The clock of the system stands; the link's own does not, so what the link does at its leisure (it asks for streams again,
+// The clock of the system stands; the link's own does not. What the link does at its leisure (it asks for streams anew,
 // it hands pushes on) each step waits for before it tells.
 //
 // Threads: one. The instance's own work while a step waits for them; the link's and the peer's whenever they like.

@@ -1,4 +1,4 @@
-// The model of an instance whose sensor is at the other end of a wire: what the host must see, what the sensor must see,
+// The model of an instance with its sensor at the other end of a wire: what the host must see, what the sensor must see,
 // and what the link must remember between them.
 //
 // Adds to the model of an instance: the answers' way through the link and the sensor manager, what was asked for and so

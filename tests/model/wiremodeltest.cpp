@@ -1,7 +1,7 @@
 // The plug-in with its link and a socket, beside a model of all that: whatever happens, in whatever order, host, sensor
 // and model must tell the same story.
 //
-// The histories are the same in every run; RC_PARAMS overrides that as in modeltest.cpp. A history that fails is shrunk,
+// The histories are the same in every run; RC_PARAMS overrides that as in modeltest.cpp. A history that fails is shrunk
 // and printed with what was told of its last step.
 #include <gtest/gtest.h>
 #include <rapidcheck.h>

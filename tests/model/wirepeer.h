@@ -23,7 +23,7 @@ class WirePeer {
  public:
   using Listener = std::function<void(const std::string&)>;
 
-  // note: is told each request before it is answered: "request startStream /r "; noteUnanswered: each that is not: "8 /r".
+  // note: is told each request before it is answered: "request sub /r/* "; noteUnanswered: each that is not: "6 /r/*".
   WirePeer(Listener note, Listener noteUnanswered);
   WirePeer(const WirePeer&) = delete;
   WirePeer& operator=(const WirePeer&) = delete;

@@ -25,8 +25,8 @@ struct Cut {};
 struct Restart {};
 // The session breaks in place of the first answer to the next read, write, or call of a method of one request.
 //
-// Not in place of an answer to a stream's or subscription's start: what becomes of such a start is the link's matter, and
-// here nobody relies on it. (Nor where more requests would follow in the same step: whether those still find the link down
+// Not in place of an answer to a stream's or subscription's start: what becomes of that is the link's matter, and
+// here nobody relies on it. (Nor where more requests may follow in the same step: whether those still find the link down
 // is a matter of luck.)
 struct LoseAnswer {};
 // The first request of the next call of the host stays unanswered for longer than the call waits. (Questions about the
