@@ -25,11 +25,12 @@ namespace {
 constexpr long long start = 1'700'000'000'000'000;  // µs since the epoch
 
 #ifdef NDEBUG
-constexpr int histories = 160;
+constexpr int histories = 110;
+constexpr int steps = 250;
 #else
 constexpr int histories = 40;  // each takes several times as long; under the thread sanitizer the most
-#endif
 constexpr int steps = 100;
+#endif
 
 // For what must come. Only a failure ever waits so long, and while it is shrunk it need not do so again and again.
 std::chrono::milliseconds Patience(bool failed) {
