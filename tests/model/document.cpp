@@ -160,7 +160,7 @@ std::string Quote(const std::string& text) {
     if (letter == '"' || letter == '\\') {
       quoted += '\\';
     }
-    quoted += letter;
+    quoted += letter == '\t' ? "\\t" : std::string(1, letter);
   }
   return quoted + "\"";
 }

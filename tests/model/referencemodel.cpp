@@ -55,6 +55,8 @@ std::string Outcome::Compare(const Outcome& plugin, const Outcome& model) {
 
 ReferenceModel::ReferenceModel(long long now) : now(now) {}
 
+ReferenceModel::~ReferenceModel() = default;
+
 Outcome ReferenceModel::Perform(const Step& step) {
   events.clear();
   const std::string result = std::visit([this](const auto& kind) { return Do(kind); }, step);
@@ -69,6 +71,7 @@ Outcome ReferenceModel::End() {
   Do(MonitorPass());  // the thread wakes, works once more, and ends
   Log(notice, function, "ZoVyrnClient::Monitor thread joined.");
   Log(info, function, "ZoIoHandler instance destroyed successfully.");
+  EndSensor();
   Log(notice, "ZoIO::ItemManager::~ItemManager", "Destroying item manager.");
   Log(notice, "ZoIO::ItemManager::~ItemManager", "Item manager destroyed.");
   return {"", events, {}};
@@ -158,7 +161,7 @@ Item& ReferenceModel::ItemOf(const std::string& name) {
 }
 
 bool ReferenceModel::Look(const Item& item) {
-  if (sensor.IsConnected() && Newest(item.uri) == nullptr) {
+  if (IsConnected() && Newest(item.uri) == nullptr) {
     Log(info, "ZoIO::ItemManager::Item", "Retrieving " + item.name + " value.");
     try {
       const Answer answer = Ask("Read", item.uri);
@@ -223,6 +226,16 @@ Answer ReferenceModel::Ask(const std::string& verb, const std::string& uri, cons
                            bool patient) {
   events.push_back("request " + verb + " " + uri + " " + body + (patient ? " quietly" : ""));
   return sensor.Ask(verb, uri, patient);
+}
+
+void ReferenceModel::StartSensor() {
+  Ask("Start", "");
+  running = true;
+}
+
+void ReferenceModel::StopSensor() {
+  Ask("Stop", "");
+  running = false;
 }
 
 void ReferenceModel::Log(int level, const std::string& function, const std::string& text) {

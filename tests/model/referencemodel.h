@@ -31,12 +31,13 @@ class ReferenceModel {
  public:
   // now: µs since the epoch.
   explicit ReferenceModel(long long now);
+  virtual ~ReferenceModel();
 
   Outcome Perform(const Step& step);
   // The instance is destroyed.
   Outcome End();
 
- private:
+ protected:
   struct Entry {
     Variant lastValue;
     bool forced = true;
@@ -67,7 +68,7 @@ class ReferenceModel {
   // The registry.
   Item& ItemOf(const std::string& name);
   bool Look(const Item& item);
-  void Retry();
+  virtual void Retry();
 
   // The cache.
   void Add(const std::string& uri, const Document& document);
@@ -88,14 +89,20 @@ class ReferenceModel {
   Document Dispatch(const Call& step);
   Document Forward(const Call& step);
 
-  Answer Ask(const std::string& verb, const std::string& uri, const std::string& body = "",
-             bool patient = false);
+  // The sensor, as the sensor manager shows it.
+  virtual bool IsConnected() const { return sensor.IsConnected(); }
+  virtual Answer Ask(const std::string& verb, const std::string& uri, const std::string& body = "",
+                     bool patient = false);
+  virtual bool IsRunning() { return running; }
+  virtual void StartSensor();
+  virtual void StopSensor();
+  // What the sensor manager says of its own end.
+  virtual void EndSensor() {}
+
   void Log(int level, const std::string& function, const std::string& text);
   std::vector<std::string> State() const;
 
   long long now;
-  ScriptedSensor sensor;
-  bool running = false;  // the sensor's acquisition
   std::map<std::string, Item> items;
   std::vector<std::string> waiting;  // names of items that were not found
   std::map<std::string, Versions> cache;
@@ -103,6 +110,10 @@ class ReferenceModel {
   std::map<std::string, int> streams;        // users of a resource
   std::map<std::string, int> subscriptions;  // users of a pattern
   std::vector<std::string> events;
+
+ private:
+  ScriptedSensor sensor;
+  bool running = false;  // its acquisition
 };
 
 }  // namespace ZoModel

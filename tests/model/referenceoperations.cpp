@@ -59,7 +59,7 @@ Variant VariantOf(const Write& step) {
 }  // namespace
 
 std::string ReferenceModel::Do(const Read& step) {
-  if (!sensor.IsConnected()) {
+  if (!IsConnected()) {
     return "1";
   }
   Log(info, prefix + "Read", "Reading item " + step.name);
@@ -82,7 +82,7 @@ void ReferenceModel::UpdateResource(const std::string& uri) {
 }
 
 std::string ReferenceModel::Do(const Write& step) {
-  if (!sensor.IsConnected()) {
+  if (!IsConnected()) {
     return "1";
   }
   Log(info, prefix + "Write", "Writing to item " + step.name);
@@ -117,7 +117,7 @@ bool ReferenceModel::Send(const Item& item, const Document& value) {
 }
 
 std::string ReferenceModel::Do(const Call& step) {
-  if (!sensor.IsConnected()) {
+  if (!IsConnected()) {
     return "1";
   }
   Log(info, prefix + "Call", "Calling method " + step.method);
@@ -133,20 +133,18 @@ std::string ReferenceModel::Do(const Call& step) {
 
 Document ReferenceModel::Dispatch(const Call& step) {
   const auto result = [](const char* text) { return Nest({"result"}, Document(std::string(text))); };
-  if (step.method == "RunSensor" && running) {
-    return result("Already running.");
-  }
   if (step.method == "RunSensor") {
-    Ask("Start", "");
-    running = true;
+    if (IsRunning()) {
+      return result("Already running.");
+    }
+    StartSensor();
     return result("OK");
   }
-  if (step.method == "StopSensor" && !running) {
-    return result("Not running");
-  }
   if (step.method == "StopSensor") {
-    Ask("Stop", "");
-    running = false;
+    if (!IsRunning()) {
+      return result("Not running");
+    }
+    StopSensor();
     return result("OK");
   }
   for (const char* verb : {"Call", "Create", "Read", "Update", "Delete"}) {
@@ -189,7 +187,7 @@ std::string ReferenceModel::Do(const Subscribe& step) {
     }
     return text;
   };
-  if (!sensor.IsConnected() || !step.withResults) {
+  if (!IsConnected() || !step.withResults) {
     result = 1;
     return told();
   }
@@ -256,7 +254,7 @@ void ReferenceModel::SubscribePattern(const Item& item) {
 }
 
 std::string ReferenceModel::Do(const Unsubscribe& step) {
-  if (!sensor.IsConnected()) {
+  if (!IsConnected()) {
     return "1";
   }
   Log(info, prefix + "Unsubscribe", "Unsubscribing items.");

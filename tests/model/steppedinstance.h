@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/model/hoststeps.h"
 #include "tests/model/referencemodel.h"
 #include "tests/model/stoppedtime.h"
 #include "tests/support/recorder.h"
@@ -25,10 +26,10 @@ class SteppedInstance {
   Outcome End();
 
  private:
-  std::string Do(const Subscribe& step);
-  std::string Do(const Unsubscribe& step);
-  std::string Do(const Read& step);
-  std::string Do(const Write& step);
+  template <typename HostStep>
+  std::string Do(const HostStep& step) {
+    return ZoModel::Perform(*client, step);
+  }
   std::string Do(const Call& step);
   std::string Do(const MonitorPass& step);
   std::string Do(const RetryPass& step);
@@ -41,9 +42,7 @@ class SteppedInstance {
   std::string Do(const Connection& step);
   std::string Do(const Clock& step);
 
-  void Note(const ZoTest::Entry& entry);
   ZoJson AnswerTo(const ZoTest::FakeSensorManager::Request& request);
-  std::vector<std::string> State();
 
   StoppedTime time;
   ZoTest::Recorder recorder;

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 namespace ZoModel {
 
@@ -32,10 +33,13 @@ class StoppedTime {
 
   // From the wrapped functions.
   static StoppedTime* Current();
+  // Whether this thread made it.
+  bool IsOwner() const { return std::this_thread::get_id() == owner; }
   void SleepMonitor();
   void WakeMonitor();
 
  private:
+  const std::thread::id owner = std::this_thread::get_id();
   std::atomic<long long> now;
   std::mutex mutex;
   std::condition_variable changed;

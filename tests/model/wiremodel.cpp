@@ -1,0 +1,430 @@
+#include "tests/model/wiremodel.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace ZoModel {
+
+namespace {
+
+constexpr int info = 2;
+constexpr int notice = 3;
+constexpr int error = 5;
+
+const std::string manager = "ZoIO::SensorManager::";
+
+// The sensor manager's verbs on the wire.
+const std::map<std::string, std::string> methods = {
+    {"Read", "read"},         {"Create", "create"},      {"Update", "update"},
+    {"Delete", "delete"},     {"Call", "call"},          {"Subscribe", "sub"},
+    {"Unsubscribe", "unsub"}, {"Stream", "startStream"}, {"StopStream", "stopStream"}};
+
+// None for a status that is no number.
+std::optional<long long> StatusOf(const Answer& answer) {
+  const Document* status = answer.Part("status");
+  const auto* number = status == nullptr ? nullptr : std::get_if<long long>(&status->content);
+  return number == nullptr ? std::nullopt : std::optional<long long>(*number);
+}
+
+// What the link itself says of a resource that has never answered.
+Answer BrakedAnswer(const std::string& uri) {
+  return {Document(Document::Members{
+      {"status", Document(-599LL)},
+      {"uri", Document(uri)},
+      {"payload", Document()},
+      {"error",
+       Document(std::string("The sensor has not answered about this resource; it is being asked."))}})};
+}
+
+std::string WithoutSlash(const std::string& uri) {
+  return uri.starts_with('/') ? uri.substr(1) : uri;
+}
+
+}  // namespace
+
+WireModel::WireModel(long long now, const std::string& address, unsigned port)
+    : ReferenceModel(now), address(address), port(port) {}
+
+Outcome WireModel::Begin() {
+  const std::string constructor = "ZoIO::ZoVyrnClient::ZoVyrnClient";
+  const std::string update = manager + "UpdateSensorState";
+  events.clear();
+  Log(info, constructor, "Creating ZoIoHandler instance.");
+  Log(info, constructor, "Creating sensor manager.");
+  Log(info, update, "System is not connected. Connecting...");
+  Log(info, update, "System connected successfully.");
+  Log(info, update, "Updating sensor status.");
+  Log(info, update, "Sensor status updated successfully");
+  Log(info, update, "Recreating subscriptions.");
+  Log(info, update, "Subscriptions recreated.");
+  Log(info, constructor, "Sensor manager created.");
+  Log(notice, constructor, "ZoIoHandler instance created.");
+  Log(notice, constructor, "Sensor  IP address: " + address);
+  Log(notice, constructor, "Sensor  control port: " + std::to_string(port));
+  return {"", events, {}};
+}
+
+Outcome WireModel::Perform(const WireStep& step) {
+  events.clear();
+  handedOn.clear();
+  const std::string result = std::visit([this](const auto& kind) { return Do(kind); }, step);
+  if (std::exchange(lost, false)) {
+    Restore();
+  }
+  ReceiveLate();
+  HandOnAll();
+  Outcome outcome{result, std::exchange(apart, false) ? RequestsLast(events) : events, State()};
+  const std::vector<std::string> session = sensor.State();
+  outcome.state.insert(outcome.state.end(), session.begin(), session.end());
+  std::sort(handedOn.begin(), handedOn.end());
+  for (const std::string& push : handedOn) {
+    outcome.state.push_back("handed on " + push);
+  }
+  return outcome;
+}
+
+std::size_t WireModel::RequestCount() const {
+  return static_cast<std::size_t>(std::count_if(
+      events.begin(), events.end(), [](const auto& event) { return event.starts_with("request "); }));
+}
+
+void WireModel::EndSensor() {
+  if (connected) {
+    Log(info, manager + "~SensorManager", "Disconnecting system...");
+    Log(info, manager + "~SensorManager", "System disconnected.");
+  }
+}
+
+// Requests.
+
+Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std::string& body,
+                      bool /*patient*/) {
+  const std::string& method = methods.at(verb);
+  const bool stream = method == "startStream" || method == "stopStream";
+  const Wish wish(stream, uri);
+  if (method == "stopStream" || method == "unsub") {
+    interest.erase(wish);
+    const auto known =
+        std::find_if(wishes.begin(), wishes.end(), [&](const auto& each) { return each.first == wish; });
+    const bool waits = known != wishes.end() && !known->second;
+    if (known != wishes.end()) {
+      wishes.erase(known);
+    }
+    if (waits) {
+      // The sensor does not have it, and is not bothered.
+      return {Document(Document::Members{{"status", Document(1LL)}, {"uri", Document(uri)}})};
+    }
+  }
+  const bool withoutArguments = method == "call" && body == "null";
+  const Exchange exchange = Send(method, uri, withoutArguments ? "" : body);
+  if (method == "startStream" || method == "sub") {
+    exchange.unanswered ? void(interest.insert(wish)) : NoteStart(wish, exchange.answer);
+  }
+  if (!exchange.failure.empty()) {
+    LogFailure(method, uri, exchange.failure);
+    return {};
+  }
+  return exchange.answer;
+}
+
+WireModel::Exchange WireModel::Send(const std::string& method, const std::string& uri,
+                                    const std::string& body) {
+  if (method == "read" && braked.contains(uri)) {
+    return {BrakedAnswer(uri), ""};
+  }
+  events.push_back("request " + method + " " + uri + " " + body);
+  if (std::exchange(losing, false)) {
+    toLose = false;
+    lost = true;
+    LoseSession();
+    return {{}, "The link to the sensor broke before the answer came: the sensor ended the connection."};
+  }
+  Exchange exchange{sensor.Ask(method, uri), ""};
+  if (silencing && uri != "/system") {
+    return LeaveSilent(method, uri, exchange.answer);
+  }
+  Receive(method, uri, exchange.answer);
+  if (!exchange.answer.document.IsEmpty() && !StatusOf(exchange.answer)) {
+    exchange.failure = "The sensor's answer carries no status.";
+  }
+  return exchange;
+}
+
+WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std::string& uri,
+                                           const Answer& answer) {
+  const bool start = method == "startStream" || method == "sub";
+  if (start || silence->late) {
+    late.push_back({method, uri, answer});
+  }
+  silence.reset();
+  silencing = false;
+  apart = true;
+  if (method == "read" && !heard.contains(uri)) {
+    braked.insert(uri);
+  }
+  if (++unanswered >= 2) {
+    // The sensor is asked about itself.
+    events.push_back("request read /system ");
+    Receive("read", "/system", sensor.Ask("read", "/system"));
+  }
+  return {{}, "The sensor did not answer within 3 s.", true};
+}
+
+void WireModel::Receive(const std::string& method, const std::string& uri, const Answer& answer) {
+  const Document* payload = answer.Part("payload");
+  unanswered = 0;
+  if ((method == "read" || method == "startStream") && payload != nullptr && !payload->IsNull()) {
+    heard.insert(uri);
+  }
+  braked.erase(uri);
+}
+
+// A start that is granted late counts. Of other answers nobody wants to know any more.
+void WireModel::ReceiveLate() {
+  for (const Late& each : std::exchange(late, {})) {
+    if (each.method == "startStream" || each.method == "sub") {
+      NoteStart(Wish(each.method == "startStream", each.uri), each.answer);
+      Receive(each.method, each.uri, each.answer);
+    } else {
+      unanswered = 0;
+      if (each.answer.Part("uri") != nullptr) {
+        braked.erase(each.uri);
+      }
+    }
+  }
+}
+
+void WireModel::NoteStart(const Wish& wish, const Answer& answer) {
+  const auto known =
+      std::find_if(wishes.begin(), wishes.end(), [&](const auto& each) { return each.first == wish; });
+  const std::optional<long long> status = StatusOf(answer);
+  const Document* payload = answer.Part("payload");
+  const bool granted = status && (*status == 1 || (wish.first && payload != nullptr && !payload->IsEmpty()));
+  if (granted) {
+    interest.insert(wish);
+    if (known == wishes.end()) {
+      wishes.emplace_back(wish, true);
+    } else {
+      known->second = true;
+    }
+  } else {
+    interest.erase(wish);
+    if (known != wishes.end()) {
+      wishes.erase(known);
+    }
+  }
+}
+
+void WireModel::LogFailure(const std::string& method, const std::string& uri, const std::string& failure) {
+  Log(error, manager + "ResponseToZoJson", uri + "[" + std::to_string(NumberOf(method)) + "]: " + failure);
+}
+
+std::string WireModel::FailureOf(const Exchange& exchange) {
+  const std::optional<long long> status = StatusOf(exchange.answer);
+  if (exchange.failure.empty() && status && *status < 0) {
+    return "The sensor refused the request with status " + std::to_string(*status);
+  }
+  return exchange.failure;
+}
+
+bool WireModel::IsRunning() {
+  const Exchange exchange = Send("read", "/system", "");
+  const std::string failure = FailureOf(exchange);
+  const Document* state = exchange.answer.document.Find({"payload", "state"});
+  if (failure.empty() && state != nullptr) {
+    return *state == Document(1LL);
+  }
+  Log(error, manager + "IsRunning",
+      failure.empty() ? "JSON value: nothing at \"/state\": no container where \"state\" is looked for"
+                      : failure);
+  return false;
+}
+
+void WireModel::Command(const std::string& uri, const std::string& function) {
+  const std::string failure = FailureOf(Send("call", uri, ""));
+  if (!failure.empty()) {
+    Log(error, manager + function, failure);
+  }
+}
+
+// The worker asks for what its last pass looked for all at once, and once for all who wait for the same resource.
+void WireModel::Retry() {
+  std::map<std::string, Exchange> answers;
+  for (const std::string& uri : std::exchange(sought, {})) {
+    if (connected) {
+      answers.emplace(uri, Send("read", uri, ""));
+    }
+  }
+  for (auto name = waiting.begin(); name != waiting.end();) {
+    Item& item = items.at(*name);
+    const Document* document = Newest(item.uri);
+    if (document == nullptr) {
+      if (!connected) {
+        throw std::runtime_error("The link to the sensor is down.");
+      }
+      if (!answers.contains(item.uri)) {
+        answers.emplace(item.uri, Send("read", item.uri, ""));
+      }
+      Exchange& exchange = answers.at(item.uri);
+      if (!std::exchange(exchange.known, true)) {
+        sought.push_back(item.uri);
+        if (!exchange.failure.empty()) {
+          LogFailure("read", item.uri, exchange.failure);
+        }
+      }
+      const Document* payload = exchange.failure.empty() ? exchange.answer.Part("payload") : nullptr;
+      if (payload != nullptr && item.IsIn(*payload)) {
+        Add(item.uri, *payload);
+        document = Newest(item.uri);
+      }
+    }
+    item.valid = document != nullptr && item.IsIn(*document);
+    name = item.valid ? waiting.erase(name) : name + 1;
+  }
+}
+
+// What the host does.
+
+template <typename HostStep>
+std::string WireModel::Losing(const HostStep& step) {
+  losing = toLose && sensor.MayBreak();
+  std::string result = losing ? ReferenceModel::Do(step) : Silencing(step);
+  losing = false;
+  return result;
+}
+
+template <typename HostStep>
+std::string WireModel::Silencing(const HostStep& step) {
+  silencing = silence.has_value();
+  std::string result = ReferenceModel::Do(step);
+  silencing = false;
+  return result;
+}
+
+std::string WireModel::Do(const Subscribe& step) {
+  return Silencing(step);
+}
+
+std::string WireModel::Do(const Unsubscribe& step) {
+  return Silencing(step);
+}
+
+std::string WireModel::Do(const Read& step) {
+  return Losing(step);
+}
+
+std::string WireModel::Do(const Write& step) {
+  return Losing(step);
+}
+
+std::string WireModel::Do(const Call& step) {
+  return IsOneRequest(step) ? Losing(step) : Silencing(step);
+}
+
+std::string WireModel::Do(const LoseAnswer& /*step*/) {
+  toLose = true;
+  return "";
+}
+
+std::string WireModel::Do(const LeaveUnanswered& step) {
+  silence = step;
+  return "";
+}
+
+// What the sensor does.
+
+std::string WireModel::Do(const Hold& step) {
+  sensor.Change(step.uri, step.payload);
+  return "";
+}
+
+std::string WireModel::Do(const Answers& step) {
+  sensor.SetMood(step.verb, step.mood);
+  return "";
+}
+
+std::string WireModel::Do(const StrayPush& step) {
+  HandOn({step.stream, step.uri, step.payload});
+  return "";
+}
+
+std::string WireModel::Do(const Cut& /*step*/) {
+  if (connected && sensor.MayBreak()) {
+    LoseSession();
+    lost = true;
+  }
+  return "";
+}
+
+std::string WireModel::Do(const Restart& /*step*/) {
+  if (!connected || sensor.MayBreak()) {
+    sensor.Forget();
+    Do(Cut());
+  }
+  return "";
+}
+
+std::string WireModel::Do(const Connection& step) {
+  if (connected && !step.up && sensor.MayBreak()) {
+    connected = false;
+    LoseSession();
+  } else if (!connected && step.up) {
+    connected = true;
+    lost = true;
+  }
+  return "";
+}
+
+// What the link does.
+
+void WireModel::LoseSession() {
+  unanswered = 0;
+  sensor.EndSession();
+  for (auto& [wish, active] : wishes) {
+    active = false;
+  }
+}
+
+// All that was granted is asked for again, in the order in which it was; what is refused waits for the next session.
+void WireModel::Restore() {
+  for (auto& [wish, active] : wishes) {
+    const auto& [stream, uri] = wish;
+    const Answer answer = Send(stream ? "startStream" : "sub", uri, "").answer;
+    const std::optional<long long> status = StatusOf(answer);
+    active = status && *status == 1;
+    const Document* payload = answer.Part("payload");
+    if (stream && active && payload != nullptr) {
+      HandOn({true, uri, *payload});
+    }
+  }
+}
+
+bool WireModel::IsAskedFor(const std::string& uri) const {
+  const std::string name = WithoutSlash(uri);
+  return std::any_of(interest.begin(), interest.end(), [&](const Wish& wish) {
+    const auto& [stream, asked] = wish;
+    return stream ? WithoutSlash(asked) == name : IsBelow(WithoutSlash(asked), name);
+  });
+}
+
+void WireModel::HandOn(const WirePush& push) {
+  if (!connected) {
+    return;
+  }
+  braked.erase(push.uri);
+  if (IsAskedFor(push.uri)) {
+    if (!push.payload.IsNull()) {
+      heard.insert(push.uri);
+    }
+    handedOn.push_back(push.Summary());
+    Add(push.uri, push.payload);
+  }
+}
+
+void WireModel::HandOnAll() {
+  for (const WirePush& push : sensor.TakePushes()) {
+    HandOn(push);
+  }
+}
+
+}  // namespace ZoModel

@@ -1,0 +1,113 @@
+// The model of an instance with its sensor at the other end of a wire: what the host must see, what the sensor must see,
+// and what the link must remember between them.
+//
+// Adds to the model of an instance: the answers' way through the link and the sensor manager, what was asked for and so
+// comes back with the next session, which pushes get through, and how the registry's worker asks.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/model/referencemodel.h"
+#include "tests/model/wiresensor.h"
+#include "tests/model/wiresteps.h"
+
+namespace ZoModel {
+
+class WireModel : public ReferenceModel {
+ public:
+  // now: µs since the epoch. address and port: of the sensor.
+  WireModel(long long now, const std::string& address, unsigned port);
+
+  // The instance is created.
+  Outcome Begin();
+  Outcome Perform(const WireStep& step);
+
+  // How many requests the last step must bring to the sensor.
+  std::size_t RequestCount() const;
+
+ protected:
+  bool IsConnected() const override { return connected; }
+  Answer Ask(const std::string& verb, const std::string& uri, const std::string& body, bool patient) override;
+  bool IsRunning() override;
+  void StartSensor() override { Command("/system/start", "Start"); }
+  void StopSensor() override { Command("/system/stop", "Stop"); }
+  void EndSensor() override;
+  void Retry() override;
+
+ private:
+  // A stream, or a subscription of a pattern.
+  using Wish = std::pair<bool, std::string>;
+  struct Exchange {
+    Answer answer;
+    std::string failure;      // instead of an answer
+    bool unanswered = false;  // though it may come late
+    bool known = false;       // to somebody in this pass
+  };
+  struct Late {
+    std::string method;
+    std::string uri;
+    Answer answer;
+  };
+
+  using ReferenceModel::Do;
+  std::string Do(const Subscribe& step);
+  std::string Do(const Unsubscribe& step);
+  std::string Do(const Read& step);
+  std::string Do(const Write& step);
+  std::string Do(const Call& step);
+  std::string Do(const Hold& step);
+  std::string Do(const Answers& step);
+  std::string Do(const Connection& step);
+  std::string Do(const StrayPush& step);
+  std::string Do(const Cut& step);
+  std::string Do(const Restart& step);
+  std::string Do(const LoseAnswer& step);
+  std::string Do(const LeaveUnanswered& step);
+
+  template <typename HostStep>
+  std::string Losing(const HostStep& step);
+  template <typename HostStep>
+  std::string Silencing(const HostStep& step);
+
+  Exchange Send(const std::string& method, const std::string& uri, const std::string& body);
+  Exchange LeaveSilent(const std::string& method, const std::string& uri, const Answer& answer);
+  void Receive(const std::string& method, const std::string& uri, const Answer& answer);
+  void ReceiveLate();
+  void NoteStart(const Wish& wish, const Answer& answer);
+  void LogFailure(const std::string& method, const std::string& uri, const std::string& failure);
+  void Command(const std::string& uri, const std::string& function);
+  static std::string FailureOf(const Exchange& exchange);
+
+  void LoseSession();
+  void Restore();
+  bool IsAskedFor(const std::string& uri) const;
+  void HandOn(const WirePush& push);
+  void HandOnAll();
+
+  const std::string address;
+  const unsigned port;
+  WireSensor sensor;
+  bool connected = true;
+  bool toLose = false;                     // an answer, when one can be lost
+  bool losing = false;                     // the next answer
+  bool lost = false;                       // one of this step
+  std::optional<LeaveUnanswered> silence;  // when there is a request
+  bool silencing = false;                  // the next request
+  std::vector<Late> late;                  // answers, in this step
+  bool apart = false;                      // requests from all else, in this step
+  int unanswered = 0;                      // requests in a row
+  std::set<std::string> heard;             // resources whose content has come
+  std::set<std::string> braked;            // resources that are not read
+  std::set<Wish> interest;
+  // Granted once and to come back, in this order; and whether the session has it.
+  std::vector<std::pair<Wish, bool>> wishes;
+  std::vector<std::string> sought;  // resources, by the last pass of the registry's worker
+  std::vector<std::string> handedOn;
+};
+
+}  // namespace ZoModel

@@ -1,0 +1,75 @@
+// The sensor at the far end of the wire: what it holds, what a session has asked for, and how it answers and pushes.
+//
+// The model asks one copy, the peer of the plug-in another; both copies are told the same. A plain value.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/model/document.h"
+#include "tests/model/scriptedsensor.h"
+
+namespace ZoModel {
+
+struct WirePush {
+  bool stream = false;  // else a notification
+  std::string uri;
+  Document payload;
+
+  // The message.
+  std::string Text() const;
+  // "stream /r {...}"
+  std::string Summary() const;
+};
+
+// The number of a method, as logs show it.
+int NumberOf(const std::string& method);
+
+// Events with the requests behind all others, for a step in which their order among each other is a matter of luck.
+std::vector<std::string> RequestsLast(std::vector<std::string> events);
+
+// Whether a resource belongs to a pattern: "/r/*" to "/r" and all below it, "*" and "/*" to all.
+bool IsBelow(const std::string& pattern, const std::string& uri);
+
+class WireSensor {
+ public:
+  // method: as the wire spells it. The answer without its id; no members for a bare acknowledgement.
+  Answer Ask(const std::string& method, const std::string& uri);
+
+  // A resource changes, or goes: what the session is told of it.
+  void Change(const std::string& uri, const std::optional<Document>& payload);
+  // verb: as the sensor manager spells it.
+  void SetMood(const std::string& verb, Mood mood) { moodOf[verb] = mood; }
+
+  // A session may break only so often in one history: each time the link takes longer to come back.
+  bool MayBreak() const { return breaks < mostBreaks; }
+  void EndSession();
+  void Forget() { resources.clear(); }
+
+  // The pushes that wait to be sent, in their order.
+  std::vector<WirePush> TakePushes();
+
+  // What this session has, as lines.
+  std::vector<std::string> State() const;
+
+ private:
+  static constexpr int mostBreaks = 2;
+
+  Answer Obey(const std::string& method, const std::string& uri);
+  Answer Content(const std::string& uri) const;
+  void Start(const std::string& method, const std::string& uri);
+  void End(const std::string& method, const std::string& uri);
+
+  std::map<std::string, Document> resources;
+  std::map<std::string, Mood> moodOf;
+  std::set<std::string> streams;
+  std::set<std::string> patterns;
+  std::vector<WirePush> pushes;
+  bool running = false;
+  int breaks = 0;
+};
+
+}  // namespace ZoModel
