@@ -16,6 +16,10 @@ set(CMAKE_CXX_FLAGS_SANITIZE "-O1 -g1 -fno-omit-frame-pointer")
 set(CMAKE_C_FLAGS_SANITIZE "-O1 -g1 -fno-omit-frame-pointer")
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g1 -DNDEBUG")
 set(CMAKE_C_FLAGS_RELEASE "-O2 -g1 -DNDEBUG")
+# Not optimised, so that every line and branch is counted where it was written; NDEBUG, so that what is counted is what
+# is shipped. Our threads count at the same time.
+set(CMAKE_CXX_FLAGS_COVERAGE "-O0 -DNDEBUG --coverage -fprofile-update=atomic")
+set(CMAKE_C_FLAGS_COVERAGE "-O0 -DNDEBUG --coverage -fprofile-update=atomic")
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
