@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/docs/markdown.h"
 #include "tests/docs/outputpattern.h"
 #include "tests/docs/shell.h"
 
@@ -60,6 +61,56 @@ TEST(Scripts, LintStandsAlone) {
     EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
     EXPECT_TRUE(Contains(refused.output, "--lint excludes --full and --soak."));
   }
+}
+
+TEST(Scripts, CoverageGoesAlone) {
+  for (const std::string other : {"--full", "--soak 1m", "--preset asan", "--seed 1"}) {
+    const ChildResult refused = RunInShell("./check --coverage " + other);
+    EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
+  }
+}
+
+// What ./check --coverage says of a table of files that gcovr might have written.
+ChildResult JudgeCoverage(const std::string& files, const std::string& least) {
+  return RunInShell(". scripts/coverage.sh && coverage_rooms=(one one/inner two) && printf '" +
+                    std::string("filename,line_total,line_covered,branch_total,branch_covered\\n") + files +
+                    "' | judge_coverage - " + least);
+}
+
+TEST(Scripts, CoverageIsSummedByRoomAndOverAll) {
+  const ChildResult judged = JudgeCoverage(
+      "one/a.cpp,50,40,10,5\\none/b.h,50,45,0,0\\none/inner/c.cpp,20,20,4,4\\ntwo/d.cpp,80,79,6,5\\n",
+      "92 70");
+  EXPECT_TRUE(judged.Succeeded()) << judged.Describe();
+  EXPECT_TRUE(OutputMatches({"room                        lines      run      %   branches    taken      %",
+                             "one                           100       85   85.0         10        5   50.0",
+                             "one/inner                      20       20  100.0          4        4  100.0",
+                             "two                            80       79   98.7          6        5   83.3",
+                             "all                           200      184   92.0         20       14   70.0"},
+                            ZoTest::SplitLines(judged.output)))
+      << judged.output;
+}
+
+TEST(Scripts, CoverageThatIsTooLittleFails) {
+  const std::string files = "one/a.cpp,1000,949,1000,899\\none/inner/b.cpp,1,1,0,0\\ntwo/c.cpp,1,1,0,0\\n";
+  const ChildResult enough = JudgeCoverage(files, "94 89");
+  EXPECT_TRUE(enough.Succeeded()) << enough.Describe();
+  const ChildResult lines = JudgeCoverage(files, "95 89");
+  EXPECT_EQ(lines.exitCode, 1) << lines.Describe();
+  EXPECT_TRUE(Contains(lines.output, "Fewer than 95 % of the lines were run."));
+  const ChildResult branches = JudgeCoverage(files, "94 90");
+  EXPECT_EQ(branches.exitCode, 1) << branches.Describe();
+  EXPECT_TRUE(Contains(branches.output, "Fewer than 90 % of the branches were taken."));
+}
+
+TEST(Scripts, CoverageOfNothingFails) {
+  const ChildResult empty = JudgeCoverage("", "0 0");
+  EXPECT_EQ(empty.exitCode, 1) << empty.Describe();
+  const ChildResult roomMissing = JudgeCoverage("one/a.cpp,1,1,1,1\\none/inner/b.cpp,1,1,1,1\\n", "0 0");
+  EXPECT_EQ(roomMissing.exitCode, 1) << roomMissing.Describe();
+  EXPECT_TRUE(Contains(roomMissing.output, "Nothing was counted in two."));
+  const ChildResult elsewhere = JudgeCoverage("three/a.cpp,1,1,1,1\\n", "0 0");
+  EXPECT_TRUE(Contains(elsewhere.output, "three/a.cpp is in none of the rooms."));
 }
 
 TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {

@@ -16,7 +16,7 @@ namespace {
 
 // How many numbers each test draws: the full count where the code is optimised and not watched by a
 // sanitizer.
-#ifdef NDEBUG
+#if defined(NDEBUG) && defined(__OPTIMIZE__)
 constexpr std::size_t draws = 10'000'000;
 constexpr std::size_t halfwayDraws = 200'000;
 #else

@@ -216,7 +216,8 @@ TEST(ZoJsonParse, NumbersBeyondADoubleAreRefused) {
   for (const std::string& text :
        {std::string("1e400"), std::string("-1e400"), std::string("1.8e308"),
         std::string("1e99999999999999999999"), std::string("1") + std::string(400, '0'),
-        std::string("1") + std::string(400, '0') + "e-10", std::string("0.00001e320")}) {
+        std::string("1") + std::string(400, '0') + "e-10", std::string("0.00001e320"),
+        std::string("0.00001e+320")}) {
     EXPECT_EQ(ErrorOf(text), "JSON text, byte 0 (line 1, column 1): a number beyond the range of a double")
         << text;
   }
@@ -272,6 +273,7 @@ TEST(ZoJsonParse, ErrorsNameBytesLinesAndColumns) {
       ErrorOf("\"\xFF\""),
       "JSON text, byte 1 (line 1, column 2): invalid UTF-8, or a character beyond ASCII outside of a string");
   EXPECT_EQ(ErrorOf("\"a\nb\""), "JSON text, byte 2 (line 1, column 3): unexpected control character 10");
+  EXPECT_EQ(ErrorOf("[\x7F]"), "JSON text, byte 1 (line 1, column 2): unexpected control character 127");
   EXPECT_EQ(ErrorOf(R"("\u12x4")"),
             "JSON text, byte 5 (line 1, column 6): unexpected 'x' in place of a hexadecimal digit");
 }

@@ -119,6 +119,14 @@ TEST(Address, OverlongTextIsRefused) {
   ExpectRefused("fe80::1%" + std::string(100'000, 'x'));
 }
 
+TEST(Address, EqualsOnlyWhatIsTheSameInEveryPart) {
+  const qIpAddress address{qIpFamily::V6, {0xFE, 0x80}, 5};
+  EXPECT_EQ(address, (qIpAddress{qIpFamily::V6, {0xFE, 0x80}, 5}));
+  EXPECT_NE(address, (qIpAddress{qIpFamily::V4, {0xFE, 0x80}, 5}));
+  EXPECT_NE(address, (qIpAddress{qIpFamily::V6, {0xFE, 0x81}, 5}));
+  EXPECT_NE(address, (qIpAddress{qIpFamily::V6, {0xFE, 0x80}, 6}));
+}
+
 TEST(Address, NullPointersAreRefused) {
   qIpAddress address{qIpFamily::V4, {1, 2, 3, 4}, 0};
   EXPECT_EQ(qIpAddress_Parse(nullptr, &address), qStatus_InvalidArgument);

@@ -84,8 +84,10 @@ TEST_F(LinkTest, SystemWithoutAddressOrPortRefusesToConnect) {
   EXPECT_THAT(ConnectFailure(nowhere), HasSubstr("no IP address"));
   EXPECT_THAT(FailureOf(nowhere.Client().Read("/res", ZoJson(), ZoJson())), HasSubstr("not connected"));
   nowhere.Disconnect();
-  ZoSystem portless(Loopback(), 65536);
-  EXPECT_THAT(ConnectFailure(portless), HasSubstr("no port"));
+  for (const unsigned noPort : {0U, 65536U}) {
+    ZoSystem portless(Loopback(), noPort);
+    EXPECT_THAT(ConnectFailure(portless), HasSubstr("no port")) << noPort;
+  }
 }
 
 TEST_F(LinkTest, ConnectGivesUpAfterThreeSecondsOfSilence) {

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <string>
@@ -431,11 +432,38 @@ TEST(Outgoing, TellsUtf8FromOtherBytes) {
                            "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF", "\xE0\xA0\x80"}) {
     EXPECT_TRUE(IsUtf8(good)) << good;
   }
-  for (const char* bad :
-       {"\x80", "\xC3", "\xC3(", "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE2\x82", "\xED\xA0\x80",
-        "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF", "ok\xFE"}) {
+  for (const char* bad : {"\x80", "\xC3", "\xC3(", "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE2\x82",
+                          "\xED\xA0\x80", "\xF0\x80\x80\x80", "\xF0\x9F(\x80", "\xF0\x9F\x98(",
+                          "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF", "ok\xFE"}) {
     EXPECT_FALSE(IsUtf8(bad)) << bad;
   }
+}
+
+TEST(Outgoing, APayloadThatNoJsonCanHoldIsRefused) {
+  const ZoJson payload = ZoJson::Of(std::numeric_limits<double>::infinity());
+  const OutgoingText refused = ComposeRequest(ZoRequestMethod_Update, "/res", &payload);
+  EXPECT_EQ(refused.status, -400);
+  EXPECT_THAT(refused.error, HasSubstr("The payload cannot be written as JSON"));
+  EXPECT_EQ(refused.tail, "");
+}
+
+TEST(Incoming, PushThatLacksWhatAPushHasIsUnknown) {
+  ZoJsonShapes shapes;
+  EXPECT_EQ(ReadIncoming(R"({"event":"stream","uri":"/s","payload":1})", shapes).kind,
+            Incoming::Kind::Stream);
+  for (const char* text : {R"({"event":"stream","payload":1})", R"({"event":"stream","uri":5,"payload":1})",
+                           R"({"event":"stream","uri":"/s"})", R"({"event":"other","uri":"/s","payload":1})",
+                           R"({"event":5})"}) {
+    const Incoming message = ReadIncoming(text, shapes);
+    EXPECT_EQ(message.kind, Incoming::Kind::Unknown) << text;
+    EXPECT_EQ(message.uri, "") << text;
+  }
+}
+
+TEST(Incoming, SuspectOfAnEndlessNumberOrAnOpenTextIsNobody) {
+  EXPECT_EQ(SuspectOf(R"({"id":99999999999999999999,"payload":)").id, std::nullopt);
+  EXPECT_EQ(SuspectOf(R"({"uri":"/a)").uri, std::nullopt);
+  EXPECT_EQ(SuspectOf(R"({"uri":17})").uri, std::nullopt);
 }
 
 TEST(Incoming, SuspectIsNamedAtEitherEndOfTheMessage) {

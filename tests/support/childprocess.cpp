@@ -16,6 +16,12 @@
 #include <sstream>
 #include <system_error>
 
+#ifdef ZOIO_COVERAGE
+extern "C" {
+#include <gcov.h>
+}
+#endif
+
 namespace ZoTest {
 namespace {
 
@@ -38,6 +44,13 @@ std::string ContentOf(int file) {
   return content;
 }
 
+// The counters are written at exit otherwise, and a child leaves without.
+void KeepCoverage() {
+#ifdef ZOIO_COVERAGE
+  __gcov_dump();
+#endif
+}
+
 [[noreturn]] void RunBody(const std::function<void()>& body, int output, int errors) {
   ::dup2(output, STDOUT_FILENO);
   ::dup2(errors, STDERR_FILENO);
@@ -46,6 +59,7 @@ std::string ContentOf(int file) {
   body();
   std::cout.flush();
   std::fflush(nullptr);
+  KeepCoverage();
   std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
 }
 
