@@ -54,6 +54,34 @@ TEST(Scripts, SoakWithoutASensibleDurationIsNotUnderstood) {
   }
 }
 
+// Not by ./check, which may be what runs this test and lets nobody else in.
+TEST(Scripts, MutantsAreNamedAndSurvivorsHaveReasons) {
+  const ChildResult named = RunInShell("python3 scripts/mutate.py --list");
+  EXPECT_TRUE(named.Succeeded()) << named.Describe();
+  for (const char* part : {
+           ":text\tzoiohandler/iohandler.cpp: .name = [\"ZoIoHandler\" -> \"ZoIoHbndler\"]",
+           ":level\tzoiohandler/vyrnclient/zovyrnclientsubscribe.cpp: ZoVyrnClient::SubscribePattern: "
+           "Log(\"Could not subscribe resource.\", [LogLevel_Warning -> LogLevel_Error], subscribeName);",
+           ":number\tzoiohandler/exports.cpp: constexpr int refused = [1 -> 2];",
+           ":compare\tzoiohandler/vyrnclient/serving.h: Pass: if (now [>= -> >] group->NextTick()) {",
+           ":drop\tzoiohandler/iohandler.cpp: IoHandler::~IoHandler: drop instances.clear();",
+           ":swap\tzoiohandler/vyrnclient/sensormanager.cpp: SensorManager::Shutdown: "
+           "swap Disconnect(); and cacheManager->Shutdown();",
+           ":order\tzoiohandler/iohandler.cpp: order: the instances go before the base library's handle",
+       }) {
+    EXPECT_TRUE(Contains(named.output, part));
+  }
+}
+
+TEST(Scripts, MutationWithoutSensibleOptionsIsNotUnderstood) {
+  for (const std::string options : {"--shard 3/2", "--shard 0/2", "--sample 0", "--only '('", "--nonsense"}) {
+    const ChildResult refused = RunInShell("python3 scripts/mutate.py --list " + options);
+    EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
+  }
+  EXPECT_EQ(RunInShell("./check --full --mutate").exitCode, 2);
+  EXPECT_EQ(RunInShell("./check --soak 1m --mutate").exitCode, 2);
+}
+
 TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {
   const ChildResult shown = RunInShell("./run --from '" ZOIO_PROGRAMS "'");
   EXPECT_TRUE(shown.Succeeded()) << shown.Describe();
