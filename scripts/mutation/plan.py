@@ -50,13 +50,18 @@ def list_files():
     try:
         done = subprocess.run(["git", "-C", ROOT, "ls-files", "-co", "--exclude-standard"], check=True,
                               capture_output=True, text=True)
-        return sorted({path for path in done.stdout.splitlines() if os.path.isfile(os.path.join(ROOT, path))})
+        found = sorted({path for path in done.stdout.splitlines() if os.path.isfile(os.path.join(ROOT, path))})
     except (OSError, subprocess.CalledProcessError):
         found = []
-        for folder, folders, files in os.walk(ROOT):
-            folders[:] = [name for name in folders if name not in ("build", ".git", ".cache")]
-            found += [os.path.relpath(os.path.join(folder, name), ROOT) for name in files]
-        return sorted(found)
+    return found or walk_files()
+
+
+def walk_files():
+    found = []
+    for folder, folders, files in os.walk(ROOT):
+        folders[:] = [name for name in folders if name not in ("build", ".git", ".cache")]
+        found += [os.path.relpath(os.path.join(folder, name), ROOT) for name in files]
+    return sorted(found)
 
 
 def say(text):

@@ -75,7 +75,11 @@ def find_leaves(source, rules):
                 continue
             original = text[start:end]
             changed = changed_text(original)
-            yield Mutant(source.path, rule, start, end, changed, choice(changed, original))
+            # One that is glued to its neighbour is the compiler's.
+            before = re.search(r"(\w+|\")\s*$", code[:start])
+            glued = before and before.group(1) != "return"
+            glued = glued or re.match(r"\s*[\w\"]", code[end:])
+            yield Mutant(source.path, rule, start, end, changed, None if glued else choice(changed, original))
     if "level" in rules:
         for match in re.finditer(r"\bLogLevel_(\w+)(?!\w)(?!\s*=)", code):
             changed = "LogLevel_" + NEXT_LEVEL[match.group(1)]
