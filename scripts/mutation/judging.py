@@ -13,7 +13,7 @@ import time
 
 from mutation.plan import BUILD, DECIDERS, WORK, say
 
-SHARDS = 3
+SHARDS = 2
 RUN = re.compile(r"^\[ RUN +\] (\S+)", re.M)
 ENDED = re.compile(r"^\[ +(?:OK|FAILED|SKIPPED) +\] (\S+?)[,\s]", re.M)
 FAILED = re.compile(r"^\[ +FAILED +\] (\S+?)[, \n].*", re.M)
@@ -93,7 +93,7 @@ class Judge:
         self.lock = threading.Lock()
 
     def limit(self, program):
-        return max(30.0, 8 * self.seconds[program])
+        return max(60.0, 8 * self.seconds[program])
 
     def deciders(self, path):
         for pattern, programs in DECIDERS:
