@@ -183,6 +183,17 @@ TEST_F(Counts, BatchesOfNoneAndOfANegativeCountDoNothingWell) {
   EXPECT_EQ(results[0], -7);
 }
 
+TEST_F(Counts, NamesBeyondTheCountAreNotLookedAt) {
+  void* handle = Create();
+  const char* names[] = {"res#/a", nullptr};
+  int results[] = {-1, -1};
+  EXPECT_EQ(plugin.subscribeItems(100, 0, names + 1, results + 1, handle), 0);
+  EXPECT_EQ(plugin.subscribeItems(100, 1, names, results, handle), 0);
+  EXPECT_EQ(results[1], -1);
+  EXPECT_EQ(plugin.unsubscribeItems(0, names + 1, handle), 0);
+  EXPECT_EQ(plugin.unsubscribeItems(1, names, handle), 0);
+}
+
 TEST_F(Counts, IgnoredArgumentsAreIgnored) {
   void* handle = Create();
   const ioDataValue value = IntegerValue(1);

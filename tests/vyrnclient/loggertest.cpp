@@ -3,7 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <climits>
+#include <future>
 #include <iostream>
 #include <locale>
 #include <map>
@@ -14,6 +18,7 @@
 #include "qapi/thread.h"
 #include "tests/qapi/failingnew.h"
 #include "tests/support/recorder.h"
+#include "zoiohandler/vyrnclient/callbackgate.h"
 
 namespace ZoTest {
 namespace {
@@ -189,6 +194,57 @@ TEST_F(Logger, AfterItsGateClosedNothingArrives) {
   gate->Close();
   WriteLog(gated, "after", 2, "f");
   EXPECT_EQ(recorder.LogLines(), std::vector<std::string>{"2 f: before"});
+}
+
+TEST(CallbackGate, ClosesAtOnceWhenNoCallbackIsUnderWayAnyMore) {
+  using Clock = std::chrono::steady_clock;
+  // The shortest of some: a busy machine may hold up any of them.
+  Clock::duration shortest = Clock::duration::max();
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    ZoIO::CallbackGate gate;
+    {
+      const ZoIO::CallbackGate::Entry one(&gate);
+      const ZoIO::CallbackGate::Entry another(&gate);
+      EXPECT_TRUE(one && another);
+    }
+    const Clock::time_point begin = Clock::now();
+    gate.Close();
+    shortest = std::min(shortest, Clock::now() - begin);
+  }
+  EXPECT_LT(shortest, std::chrono::milliseconds(100));
+}
+
+TEST(CallbackGate, WaitsAMomentForACallbackThatIsUnderWay) {
+  using Clock = std::chrono::steady_clock;
+  constexpr int attempts = 50;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    ZoIO::CallbackGate gate;
+    std::promise<void> entered;
+    std::atomic<bool> leaving = false;
+    Clock::time_point left;
+    std::thread callback([&] {
+      const ZoIO::CallbackGate::Entry entry(&gate);
+      entered.set_value();
+      // Goes on until nobody is let in any more, and a little longer.
+      while (ZoIO::CallbackGate::Entry(&gate)) {
+        std::this_thread::yield();
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      leaving = true;
+      left = Clock::now();
+    });
+    entered.get_future().wait();
+    const Clock::time_point begin = Clock::now();
+    gate.Close();
+    const bool waited = leaving;
+    callback.join();
+    // A callback that takes longer is not waited for; a busy machine may have made this one such.
+    if (left - begin < std::chrono::milliseconds(100)) {
+      EXPECT_TRUE(waited);
+      return;
+    }
+  }
+  FAIL() << "the machine held up the callback " << attempts << " times";
 }
 
 }  // namespace

@@ -55,6 +55,14 @@ TEST_F(Write, TellsOneLine) {
   EXPECT_EQ(recorder.CountValues("/r#/a"), 0u);
 }
 
+TEST_F(Write, OfANewItemTellsItsStepsInTheirOrder) {
+  WriteItem(IntegerValue(42), "/r#/r");
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Write: Writing to item /r#/r",
+                                               "2 ZoIO::ItemManager::Item: /r#/r does not exist. Creating.",
+                                               "2 ZoIO::ItemManager::Item: /r#/r created.",
+                                               "2 ZoIO::ItemManager::Item: Adding item /r#/r"));
+}
+
 TEST_F(Write, EveryTypeIsSentAsItsJsonKind) {
   WriteItem(TextValue("text \"quoted\""));
   WriteItem(BooleanValue(1));

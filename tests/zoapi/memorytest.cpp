@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -16,9 +17,11 @@ namespace {
 
 using ZoTest::FailingNew;
 
-// The lines of the entries, in a plain array: a sink that allocates would fail with the rest.
+// The lines of the entries, in a plain array: a sink that allocates would fail with the rest. What says that a
+// destructor failed is counted by its text, too.
 struct Lines {
   int lines[8] = {};
+  int destructors = 0;
   int count = 0;
 };
 
@@ -30,6 +33,7 @@ class OutOfMemory : public testing::Test {
         logged.lines[logged.count] = entry.line;
       }
       ++logged.count;
+      logged.destructors += std::strcmp(entry.text, "Exception thrown in destructor") == 0 ? 1 : 0;
     });
   }
   ~OutOfMemory() override {
@@ -58,6 +62,7 @@ TEST_F(OutOfMemory, LockerReportsAFailedExitAllTheSame) {
     }
     ASSERT_GE(logged.count, 1) << "allocation " << nth;
     EXPECT_EQ(logged.lines[0], 59) << "allocation " << nth;
+    EXPECT_EQ(logged.destructors, 1) << "allocation " << nth;
     if (!hasFailed) {
       EXPECT_EQ(logged.count, 3);
       EXPECT_EQ(logged.lines[1], 54);
