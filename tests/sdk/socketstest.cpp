@@ -130,7 +130,9 @@ TEST_F(Sockets, PingsPassBetweenThePiecesOfALargeRequest) {
   });
   system.Connect();
   // Under a sanitizer, beside others, it takes its time to print, mask and copy so much.
-  EXPECT_EQ(FailureOf(system.Client().Update("/res", ZoJson::Of(std::string(large, 'x')), ZoJson()), 4 * patience), "");
+  EXPECT_EQ(
+      FailureOf(system.Client().Update("/res", ZoJson::Of(std::string(large, 'x')), ZoJson()), 4 * patience),
+      "");
   EXPECT_TRUE(pongBeforeTheEnd);
 }
 

@@ -26,6 +26,7 @@ constexpr std::chrono::milliseconds firstAttemptSlack{
 constexpr std::chrono::milliseconds attemptAgain{100};  // after one that could not begin
 constexpr std::chrono::milliseconds faultPause{10};  // so that a lasting want of memory does not make it spin
 constexpr std::size_t hugeMessage = std::size_t{4} << 20;
+constexpr std::size_t smallMessage = std::size_t{64} << 10;
 constexpr std::size_t deliverAtOnce = 64;
 constexpr std::chrono::milliseconds lateAlarm{250};
 constexpr const char* disconnected = "The system was disconnected.";
@@ -347,7 +348,7 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
   }
   const bool tooLarge = message.kind == Incoming::Kind::TooLarge;
   if (tooLarge || message.kind == Incoming::Kind::Malformed) {
-    if (!outOfMemory || text.size() > hugeMessage) {  // a small one is not to blame for a want of memory
+    if (!outOfMemory || text.size() > smallMessage) {  // which is not to blame for a want of memory
       Zo::MutexLock lock(mutex);
       state.MessageUnusable(text);
     }

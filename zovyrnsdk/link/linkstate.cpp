@@ -184,7 +184,8 @@ void LinkState::TimeOut(const std::shared_ptr<ZoPendingRequest>& pending, std::u
 
 void LinkState::Cancel(const std::shared_ptr<ZoPendingRequest>& pending) {
   pending->Fail("The request was cancelled.");
-  table.Take(pending->id);
+  // Of a stop that was reported as done the sensor still has to hear.
+  table.TakeUnless(pending->id, [](const Entry& each) { return each.ends; });
 }
 
 void LinkState::Taken(const ZoPendingRequest& pending, const ZoRequest& request, Time now) {
@@ -256,7 +257,7 @@ void LinkState::MessageUnusable(std::string_view text) {
 void LinkState::Disown(const std::string& uri) {
   table.ForEach([&](std::uint64_t, Entry& entry) {
     const auto wish = WishStartedBy(entry.method, entry.uri);
-    entry.superseded = entry.superseded || (wish && Concerns(*wish, uri));
+    entry.superseded = entry.superseded || (entry.sent && wish && Concerns(*wish, uri));
   });
 }
 

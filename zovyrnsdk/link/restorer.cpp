@@ -31,7 +31,12 @@ void Restorer::Unheard(const Key& key, std::uint64_t id, Time now) {
   if (wish.rank == 0) {
     wish.rank = unheardRank | id;  // in the order of asking
     wish.unheardBy = id;
-    Wait(key, wish, now);
+    try {
+      Wait(key, wish, now);
+    } catch (...) {  // one that is in no order would never be asked for
+      wishes.erase(key);
+      throw;
+    }
   } else if (wish.unheardBy != 0) {
     wish.unheardBy = std::max(wish.unheardBy, id);
   }
@@ -67,8 +72,11 @@ void Restorer::CancelAll() {
 
 void Restorer::SessionLost(Time now) {
   for (auto it = wishes.begin(); it != wishes.end();) {
-    const bool forgotten = it->second.state == State::Asked && InVain(it->second);
-    it = forgotten ? wishes.erase(it) : std::next(it);
+    const bool wasAsked = it->second.state == State::Asked;
+    if (wasAsked) {
+      it->second.state = State::Waiting;  // counted, should there be no memory for the rest and all be done again
+    }
+    it = wasAsked && InVain(it->second) ? wishes.erase(it) : std::next(it);
   }
   for (auto& [key, wish] : wishes) {
     Leave(key, wish);
