@@ -27,6 +27,9 @@
   "12steady_clockENS9_8durationIlSt5ratioILl1ELl1000000000EEEEEE"
 using ZoSdk::PushQueue;
 using ZoSdk::Restorer;
+// The linker's name does not tell.
+using RefusedResult =
+    decltype(std::declval<Restorer&>().Refused(std::declval<const Restorer::Key&>(), ZoSdk::Time()));
 void RealOffer(PushQueue* queue, const std::string& uri, ZoSdk::Push push,
                ZoSdk::Time now) __asm__("__real_" ZOIO_OFFER);
 void WrappedOffer(PushQueue* queue, const std::string& uri, ZoSdk::Push push,
@@ -35,10 +38,10 @@ bool RealDeliver(ZoSdk::HandlerGate* gate,
                  ZoSdk::Push& push) __asm__("__real__ZN5ZoSdk11HandlerGate7DeliverERNS_4PushE");
 bool WrappedDeliver(ZoSdk::HandlerGate* gate,
                     ZoSdk::Push& push) __asm__("__wrap__ZN5ZoSdk11HandlerGate7DeliverERNS_4PushE");
-void RealRefused(Restorer* restorer, const Restorer::Key& key,
-                 ZoSdk::Time now) __asm__("__real_" ZOIO_REFUSED);
-void WrappedRefused(Restorer* restorer, const Restorer::Key& key,
-                    ZoSdk::Time now) __asm__("__wrap_" ZOIO_REFUSED);
+RefusedResult RealRefused(Restorer* restorer, const Restorer::Key& key,
+                          ZoSdk::Time now) __asm__("__real_" ZOIO_REFUSED);
+RefusedResult WrappedRefused(Restorer* restorer, const Restorer::Key& key,
+                             ZoSdk::Time now) __asm__("__wrap_" ZOIO_REFUSED);
 ZoSdk::ReadBrake::Ruling RealRead(ZoSdk::ReadBrake* brake, const std::string& uri,
                                   ZoSdk::Time now) __asm__("__real_" ZOIO_READ);
 ZoSdk::ReadBrake::Ruling WrappedRead(ZoSdk::ReadBrake* brake, const std::string& uri,
@@ -152,8 +155,8 @@ bool WrappedDeliver(ZoSdk::HandlerGate* gate, ZoSdk::Push& push) {
   return delivered;
 }
 
-void WrappedRefused(Restorer* restorer, const Restorer::Key& key, ZoSdk::Time now) {
-  RealRefused(restorer, key, LinkWatch::Current() == nullptr ? now : now + ZoModel::tooLongForAnyTest);
+RefusedResult WrappedRefused(Restorer* restorer, const Restorer::Key& key, ZoSdk::Time now) {
+  return RealRefused(restorer, key, LinkWatch::Current() == nullptr ? now : now + ZoModel::tooLongForAnyTest);
 }
 
 bool WrappedWait(ZoTransaction* transaction, std::uint64_t timeout) {
