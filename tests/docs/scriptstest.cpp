@@ -83,7 +83,8 @@ TEST(Scripts, CoverageIsSummedByRoomAndOverAll) {
       "one/a.cpp,50,40,10,5\\none/b.h,50,45,0,0\\none/inner/c.cpp,20,20,4,4\\ntwo/d.cpp,80,79,6,5\\n",
       "92 70");
   EXPECT_TRUE(judged.Succeeded()) << judged.Describe();
-  EXPECT_TRUE(OutputMatches({"room                        lines      run      %   branches    taken      %",
+  EXPECT_TRUE(
+      ZoTest::OutputMatches({"room                        lines      run      %   branches    taken      %",
                              "one                           100       85   85.0         10        5   50.0",
                              "one/inner                      20       20  100.0          4        4  100.0",
                              "two                            80       79   98.7          6        5   83.3",
