@@ -247,11 +247,12 @@ void WireModel::Command(const std::string& uri, const std::string& function) {
   }
 }
 
-// The worker asks for what its last pass looked for all at once, and once for all who wait for the same resource.
+// The worker asks for what its last pass looked for and is still missing all at once, and once for all who wait for the
+// same resource.
 void WireModel::Retry() {
   std::map<std::string, Exchange> answers;
   for (const std::string& uri : std::exchange(sought, {})) {
-    if (connected) {
+    if (connected && Newest(uri) == nullptr) {
       answers.emplace(uri, Send("read", uri, ""));
     }
   }

@@ -57,7 +57,13 @@ Connection::Connection(const Endpoint& endpoint, std::shared_ptr<const Handlers>
           loop, [this] { TakeOver(); }, [this] { broken = true; }),
       gate(std::move(handlers)) {}
 
-Connection::~Connection() = default;
+Connection::~Connection() {
+  // All done, unless there was no memory for the good-bye. A stream that is still there when the loop goes would need
+  // some then, and end the process without.
+  stopped = true;
+  session.reset();
+  loop.Drain();
+}
 
 void Connection::Open(Time deadline) {
   loop.Post([this] { Attempt(); });

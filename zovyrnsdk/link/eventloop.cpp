@@ -27,6 +27,18 @@ void EventLoop::Stop() noexcept {
   impl->context.stop();
 }
 
+void EventLoop::Drain() noexcept {
+  impl->context.restart();
+  for (int left = 100; left != 0; --left) {
+    try {
+      impl->context.poll();
+      return;
+    } catch (const std::exception&) {
+      // The one that raised is over.
+    }
+  }
+}
+
 void EventLoop::SetAlarm(Time when, std::function<void()> handler) {
   if (when == never) {
     impl->alarm.cancel();

@@ -30,6 +30,9 @@ class EventLoop {
   // Makes every RunOne return at once, from now on. Any thread.
   void Stop() noexcept;
 
+  // Does what is ready, and leaves out what raises. Nobody may drive any more.
+  void Drain() noexcept;
+
   // The one alarm: calls handler once at that time, in place of what was set before. Driver only.
   void SetAlarm(Time when, std::function<void()> handler);
 
