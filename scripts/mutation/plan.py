@@ -44,6 +44,10 @@ DECIDERS = [
     ("zovyrnsdk/*", ["sdk_state", "sdk_link", "sdk_hostile", "wire_sdk_faults_test"] + OVER_THE_WIRE),
 ]
 
+# Needs a process of its own, which ctest gives each test and a whole program does not: a stack that an earlier thread has
+# left behind makes a start succeed that has to fail.
+LEFT_OUT = {"qapi_tests": "Thread.StartFailsWhenTheSystemHasNoThreadToGive"}
+
 
 def list_files():
     """What git would commit; without git, everything but what was built."""
