@@ -30,7 +30,7 @@ template struct Reaching<ServingMember, &ZoVyrnClient::serving>;
 struct WhenAllAreDue {
   TimePoint operator()() const Q_NO_THREAD_SAFETY_ANALYSIS {
     TimePoint time = std::chrono::system_clock::now();
-    for (const auto& [interval, group] : serving.groups) {
+    for (const auto& [interval, group] : serving.subscriptionGroups) {
       time = std::max(time, group->NextTick());
     }
     return time;

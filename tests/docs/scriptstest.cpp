@@ -113,64 +113,65 @@ TEST(Scripts, CoverageOfNothingFails) {
   EXPECT_TRUE(Contains(roomMissing.output, "Nothing was counted in two."));
   const ChildResult elsewhere = JudgeCoverage("three/a.cpp,1,1,1,1\\n", "0 0");
   EXPECT_TRUE(Contains(elsewhere.output, "three/a.cpp is in none of the rooms."));
-  // Not by ./check, which may be what runs this test and lets nobody else in.
-  TEST(Scripts, MutantsAreNamedAndSurvivorsHaveReasons) {
-    const ChildResult named = RunInShell("python3 scripts/mutate.py --list");
-    EXPECT_TRUE(named.Succeeded()) << named.Describe();
-    for (const char* part : {
-             ":text\tzoiohandler/iohandler.cpp: .name = [\"ZoIoHandler\" -> \"ZoIoHbndler\"]",
-             ":level\tzoiohandler/vyrnclient/zovyrnclientsubscribe.cpp: ZoVyrnClient::SubscribePattern: "
-             "Log(\"Could not subscribe resource.\", [LogLevel_Warning -> LogLevel_Error], subscribeName);",
-             ":number\tzoiohandler/exports.cpp: constexpr int refused = [1 -> 2];",
-             ":compare\tzoiohandler/vyrnclient/serving.h: Pass: if (now [>= -> >] group->NextTick()) {",
-             ":drop\tzoiohandler/iohandler.cpp: IoHandler::~IoHandler: drop instances.clear();",
-             ":swap\tzoiohandler/vyrnclient/sensormanager.cpp: SensorManager::Shutdown: "
-             "swap Disconnect(); and cacheManager->Shutdown();",
-             ":order\tzoiohandler/iohandler.cpp: order: the instances go before the base library's handle",
-         }) {
-      EXPECT_TRUE(Contains(named.output, part));
-    }
-  }
+}
 
-  TEST(Scripts, MutationWithoutSensibleOptionsIsNotUnderstood) {
-    for (const std::string options :
-         {"--shard 3/2", "--shard 0/2", "--sample 0", "--only '('", "--nonsense"}) {
-      const ChildResult refused = RunInShell("python3 scripts/mutate.py --list " + options);
-      EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
-    }
-    EXPECT_EQ(RunInShell("./check --full --mutate").exitCode, 2);
-    EXPECT_EQ(RunInShell("./check --soak 1m --mutate").exitCode, 2);
+// Not by ./check, which may be what runs this test and lets nobody else in.
+TEST(Scripts, MutantsAreNamedAndSurvivorsHaveReasons) {
+  const ChildResult named = RunInShell("python3 scripts/mutate.py --list");
+  EXPECT_TRUE(named.Succeeded()) << named.Describe();
+  for (const char* part : {
+           ":text\tzoiohandler/iohandler.cpp: .name = [\"ZoIoHandler\" -> \"ZoIoHbndler\"]",
+           ":level\tzoiohandler/vyrnclient/zovyrnclientsubscribe.cpp: ZoVyrnClient::SubscribePattern: "
+           "Log(\"Could not subscribe resource.\", [LogLevel_Warning -> LogLevel_Error], subscribeName);",
+           ":number\tzoiohandler/exports.cpp: constexpr int refused = [1 -> 2];",
+           ":compare\tzoiohandler/vyrnclient/serving.h: Pass: if (now [>= -> >] group->NextTick()) {",
+           ":drop\tzoiohandler/iohandler.cpp: IoHandler::~IoHandler: drop instances.clear();",
+           ":swap\tzoiohandler/vyrnclient/sensormanager.cpp: SensorManager::Shutdown: "
+           "swap Disconnect(); and cacheManager->Shutdown();",
+           ":order\tzoiohandler/iohandler.cpp: order: the instances go before the base library's handle",
+       }) {
+    EXPECT_TRUE(Contains(named.output, part));
   }
+}
 
-  TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {
-    const ChildResult shown = RunInShell("./run --from '" ZOIO_PROGRAMS "'");
-    EXPECT_TRUE(shown.Succeeded()) << shown.Describe();
-    for (const char* part :
-         {"Name         ZoIoHandler", "/demo#/int = 1 (int)", "(double)", "(bool)", "(string)"}) {
-      EXPECT_TRUE(Contains(shown.output, part));
-    }
+TEST(Scripts, MutationWithoutSensibleOptionsIsNotUnderstood) {
+  for (const std::string options : {"--shard 3/2", "--shard 0/2", "--sample 0", "--only '('", "--nonsense"}) {
+    const ChildResult refused = RunInShell("python3 scripts/mutate.py --list " + options);
+    EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
   }
+  EXPECT_EQ(RunInShell("./check --full --mutate").exitCode, 2);
+  EXPECT_EQ(RunInShell("./check --soak 1m --mutate").exitCode, 2);
+}
 
-  // The emulated sensor counts from the same number each time it starts, so a total that falls and then rises
-  // shows that the values of the second start arrived over the restored link.
-  TEST(Scripts, RunShowsASensorThatGoesAwayAndComesBack) {
-    const ChildResult shown = RunInShell("./run --sensor --from '" ZOIO_PROGRAMS "'");
-    EXPECT_TRUE(shown.Succeeded()) << shown.Describe();
-    static const std::regex total(R"(/machine/counters#/total = (\d+) \(uint\))");
-    std::vector<std::uint64_t> totals;
-    for (std::sregex_iterator found(shown.output.begin(), shown.output.end(), total), end; found != end;
-         ++found) {
-      totals.push_back(std::stoull((*found)[1]));
-    }
-    const auto fall = std::adjacent_find(totals.begin(), totals.end(), std::greater<>());
-    ASSERT_NE(fall, totals.end()) << shown.output;
-    EXPECT_LT(*std::next(fall), totals.back());
+TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {
+  const ChildResult shown = RunInShell("./run --from '" ZOIO_PROGRAMS "'");
+  EXPECT_TRUE(shown.Succeeded()) << shown.Describe();
+  for (const char* part :
+       {"Name         ZoIoHandler", "/demo#/int = 1 (int)", "(double)", "(bool)", "(string)"}) {
+    EXPECT_TRUE(Contains(shown.output, part));
   }
+}
 
-  TEST(Scripts, RunRefusesAFolderWithoutPrograms) {
-    const ChildResult refused = RunInShell("./run --from docs");
-    EXPECT_EQ(refused.exitCode, 1) << refused.Describe();
-    EXPECT_TRUE(Contains(refused.output, "there is no zohost in docs"));
+// The emulated sensor counts from the same number each time it starts, so a total that falls and then rises
+// shows that the values of the second start arrived over the restored link.
+TEST(Scripts, RunShowsASensorThatGoesAwayAndComesBack) {
+  const ChildResult shown = RunInShell("./run --sensor --from '" ZOIO_PROGRAMS "'");
+  EXPECT_TRUE(shown.Succeeded()) << shown.Describe();
+  static const std::regex total(R"(/machine/counters#/total = (\d+) \(uint\))");
+  std::vector<std::uint64_t> totals;
+  for (std::sregex_iterator found(shown.output.begin(), shown.output.end(), total), end; found != end;
+       ++found) {
+    totals.push_back(std::stoull((*found)[1]));
   }
+  const auto fall = std::adjacent_find(totals.begin(), totals.end(), std::greater<>());
+  ASSERT_NE(fall, totals.end()) << shown.output;
+  EXPECT_LT(*std::next(fall), totals.back());
+}
+
+TEST(Scripts, RunRefusesAFolderWithoutPrograms) {
+  const ChildResult refused = RunInShell("./run --from docs");
+  EXPECT_EQ(refused.exitCode, 1) << refused.Describe();
+  EXPECT_TRUE(Contains(refused.output, "there is no zohost in docs"));
+}
 
 }  // namespace

@@ -74,7 +74,8 @@ void Restorer::SessionLost(Time now) {
   for (auto it = wishes.begin(); it != wishes.end();) {
     const bool wasAsked = it->second.state == State::Asked;
     if (wasAsked) {
-      it->second.state = State::Waiting;  // counted, should there be no memory for the rest and all be done again
+      it->second.state =
+          State::Waiting;  // counted, should there be no memory for the rest and all be done again
     }
     it = wasAsked && InVain(it->second) ? wishes.erase(it) : std::next(it);
   }
