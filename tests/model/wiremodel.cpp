@@ -102,17 +102,19 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   const std::string& method = methods.at(verb);
   const bool stream = method == "startStream" || method == "stopStream";
   const Wish wish(stream, uri);
+  bool ends = false;
   if (method == "stopStream" || method == "unsub") {
     interest.erase(wish);
     const auto known =
         std::find_if(wishes.begin(), wishes.end(), [&](const auto& each) { return each.first == wish; });
     const bool waits = known != wishes.end() && !known->second;
+    ends = known != wishes.end() && known->second;
     if (known != wishes.end()) {
       wishes.erase(known);
     }
     if (waits) {
       // The sensor does not have it, and is not bothered.
-      return {Document(Document::Members{{"status", Document(1LL)}, {"uri", Document(uri)}})};
+      return Done(uri);
     }
   }
   const bool withoutArguments = method == "call" && body == "null";
@@ -120,11 +122,19 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   if (method == "startStream" || method == "sub") {
     exchange.unanswered ? void(interest.insert(wish)) : NoteStart(wish, exchange.answer);
   }
+  if (ends && (exchange.unanswered || exchange.broken)) {
+    // It has ended here, and there with the session if not before.
+    return Done(uri);
+  }
   if (!exchange.failure.empty()) {
     LogFailure(method, uri, exchange.failure);
     return {};
   }
   return exchange.answer;
+}
+
+Answer WireModel::Done(const std::string& uri) {
+  return {Document(Document::Members{{"status", Document(1LL)}, {"uri", Document(uri)}})};
 }
 
 WireModel::Exchange WireModel::Send(const std::string& method, const std::string& uri,
@@ -137,7 +147,11 @@ WireModel::Exchange WireModel::Send(const std::string& method, const std::string
     toLose = false;
     lost = true;
     LoseSession();
-    return {{}, "The link to the sensor broke before the answer came: the sensor ended the connection."};
+    return {{},
+            "The link to the sensor broke before the answer came: the sensor ended the connection.",
+            false,
+            false,
+            true};
   }
   Exchange exchange{sensor.Ask(method, uri), ""};
   if (silencing && uri != "/system") {

@@ -47,6 +47,7 @@ class WireModel : public ReferenceModel {
     std::string failure;      // instead of an answer
     bool unanswered = false;  // though it may come late
     bool known = false;       // to somebody in this pass
+    bool broken = false;      // the session ended before the answer came
   };
   struct Late {
     std::string method;
@@ -74,6 +75,7 @@ class WireModel : public ReferenceModel {
   template <typename HostStep>
   std::string Silencing(const HostStep& step);
 
+  static Answer Done(const std::string& uri);
   Exchange Send(const std::string& method, const std::string& uri, const std::string& body);
   Exchange LeaveSilent(const std::string& method, const std::string& uri, const Answer& answer);
   void Receive(const std::string& method, const std::string& uri, const Answer& answer);
