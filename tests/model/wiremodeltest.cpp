@@ -144,9 +144,10 @@ TEST(NamedWireHistory, SensorThatStaysAwayIsHeldByItsLastValues) {
 
 // Agreement says nothing about what never comes up.
 
-std::size_t CountOf(const Outcome& outcome, const std::string& start) {
-  return static_cast<std::size_t>(std::count_if(outcome.events.begin(), outcome.events.end(),
-                                                [&](const auto& event) { return event.starts_with(start); }));
+std::size_t CountOf(const Outcome& outcome, const std::string& beginning) {
+  return static_cast<std::size_t>(
+      std::count_if(outcome.events.begin(), outcome.events.end(),
+                    [&](const auto& event) { return event.starts_with(beginning); }));
 }
 
 bool Breaks(const WireStep& step) {
