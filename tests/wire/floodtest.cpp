@@ -83,6 +83,9 @@ TEST_F(Flood, OfInventedResourcesCostsBoundedMemoryAndItemsGoOn) {
   ASSERT_TRUE(sensor.Push(Notification("/m", content(3))));
   ASSERT_TRUE(sensor.Push(Notification("/m/5", content(3))));
   EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/m#/value", 3)));
+  // Pushes come in their order: behind this one that of "/m/5" has been through, too.
+  ASSERT_TRUE(sensor.Push(Notification("/m", R"({"value":4})")));
+  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/m#/value", 4)));
   EXPECT_TRUE(
       recorder.WaitForMessage("Values of resources without an item are left out: they are too many."));
   if (!kSanitized) {  // sanitizers keep freed memory
