@@ -109,7 +109,6 @@ std::string WireInstance::Hosted(bool mayLose, const std::function<std::string()
   if (peer.HasLost()) {
     toLose = false;
     lost = true;
-    peer.With([](WireSensor& sensor) { sensor.EndSession(); });
   }
   peer.SetLosing(false);
   return result;

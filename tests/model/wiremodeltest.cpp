@@ -1,8 +1,8 @@
 // The plug-in with its link and a socket, beside a model of all that: whatever happens, in whatever order, host, sensor
 // and model must tell the same story.
 //
-// The histories are the same in every run; RC_PARAMS overrides that as in modeltest.cpp. A history that fails is shrunk
-// and printed with what was told of its last step.
+// The histories are the same in every run; RC_PARAMS overrides that as in modeltest.cpp. A history that fails is printed,
+// shrunk, and printed again, with what was told of its last step.
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
@@ -11,9 +11,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <iostream>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "tests/model/anywirehistory.h"
 #include "tests/model/wireinstance.h"
@@ -56,7 +58,12 @@ std::string Play(const WireHistory& history) {
   if (difference.empty()) {
     difference = Difference("destruction", plugin.End(), model.End());
   }
-  failed = failed || !difference.empty();
+  if (!difference.empty() && !std::exchange(failed, true)) {
+    // As it was seen: what is shrunk from a difference that luck had a part in tells little.
+    std::cerr << "The first difference, of " << history.size() << " steps:\n";
+    showValue(history, std::cerr);
+    std::cerr << difference << "\n";
+  }
   return difference;
 }
 

@@ -159,6 +159,8 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
   if (std::exchange(losing, false)) {
     lost = true;
     gone = peer.number;
+    // Before the link can know, and so come back.
+    sensor.EndSession();
     peer.Drop();
   } else {
     const std::string answer = sensor.Ask(method, uri).document.Text();
