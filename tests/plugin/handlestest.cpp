@@ -183,6 +183,9 @@ TEST_F(PluginTest, ExceptionOfACallbackThatIsNoStandardOneReachesTheHostAndFrees
 }
 
 TEST_F(PluginTest, ForkedChildLeavesTheParentsInstancesAlone) {
+  if (const char* const fault = FaultOfForkBesideThreads()) {
+    GTEST_SKIP() << fault;
+  }
   void* handle = Create();
   ASSERT_EQ(Subscribe(handle, {"res#/int"}), 0);
   const ChildResult child = RunInChild([] { std::exit(0); });
@@ -193,9 +196,12 @@ TEST_F(PluginTest, ForkedChildLeavesTheParentsInstancesAlone) {
 }
 
 TEST_F(PluginTest, ForkedChildMayMakeInstancesOfItsOwn) {
-#ifdef __SANITIZE_THREAD__
+#if defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "The thread sanitizer lets no child of a process with threads start threads.";
 #endif
+  if (const char* const fault = FaultOfForkBesideThreads()) {
+    GTEST_SKIP() << fault;
+  }
   void* const parents = Create();
   ASSERT_EQ(Read(parents, "res#/int"), 0);
   const ChildResult child = RunInChild([&] {

@@ -3,7 +3,8 @@
 //
 // The child runs the function, then ends by std::_Exit: 0, or 1 when a GoogleTest assertion in it failed (the
 // text is in output). An exception that leaves the function ends the child by std::terminate, as it would a
-// host. Threads: fork while the process has one thread only (each test is a process of its own under CTest).
+// host. Threads: fork while the process has one thread only (each test is a process of its own under CTest), or
+// ask FaultOfForkBesideThreads first.
 // Owner: the test. The destructor kills a child that still runs.
 #pragma once
 
@@ -46,5 +47,8 @@ class ChildProcess {
 // Start and wait.
 ChildResult RunInChild(const std::function<void()>& body,
                        std::chrono::milliseconds limit = std::chrono::seconds(100));
+
+// Why this build must not fork while other threads run, for GTEST_SKIP; nullptr where it may.
+const char* FaultOfForkBesideThreads();
 
 }  // namespace ZoTest

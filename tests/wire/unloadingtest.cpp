@@ -49,6 +49,9 @@ TEST_F(Unloading, WithAStreamingInstanceLeavesTheProcess) {
 }
 
 TEST_F(Unloading, AForkedChildLeavesTheParentsStreamAlone) {
+  if (const char* const fault = FaultOfForkBesideThreads()) {
+    GTEST_SKIP() << fault;
+  }
   Emulator sensor(streaming);
   void* const handle = Stream(sensor.Port());
   const ChildResult child = RunInChild([] {
