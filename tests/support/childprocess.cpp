@@ -136,8 +136,7 @@ ChildResult RunInChild(const std::function<void()>& body, std::chrono::milliseco
 const char* FaultOfForkBesideThreads() {
 #if defined(__SANITIZE_ADDRESS__)
   return "The address sanitizer's allocator has locks: one that another thread holds during a fork stays "
-         "locked in the "
-         "child for good. Of 240 children 10 hung in it, without the sanitizer of 600 none.";
+         "locked in the child for good. Of 240 children 10 hung in it, without the sanitizer of 600 none.";
 #else
   return nullptr;
 #endif
