@@ -92,7 +92,7 @@ class Play final : public SessionEvents {
       message = ReadIncoming(text, shapes);
     }
     if (message.kind == Incoming::Kind::Malformed) {
-      state.MessageUnusable(text);
+      state.MessageUnusable(text, now);
       if (input.Has(StreamInput::Strict)) {
         closed = true;
         session->Close(Session::CloseCode_BadMessage, [this] { gone = true; });
@@ -113,6 +113,10 @@ class Play final : public SessionEvents {
   void OnBytes() override { Require(!ended && !closed, "no byte is heard after the end"); }
 
   void OnHeard() override { OnBytes(); }
+  void OnMessageGrows() override {
+    OnBytes();
+    state.MessageGrows(now);
+  }
   void OnPong() override { OnBytes(); }
 
   void OnSent() override {
@@ -125,7 +129,7 @@ class Play final : public SessionEvents {
     Require(!ended && !closed, "a session ends once");
     Require(!end.cause.empty(), "an end has a cause");
     ended = true;
-    state.MessageUnusable(end.partial);
+    state.MessageUnusable(end.partial, now);
     if (opened) {
       state.SessionLost(end.cause, now);
     }

@@ -248,6 +248,37 @@ TEST(ReadBrake, NewSessionIsProbedAtOnce) {
   EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::Answer);
 }
 
+TEST(ReadBrake, WhatTwoAnswersInARowEndedSessionsIsAskedEverMoreRarely) {
+  ReadBrake brake;
+  brake.Answered("/poison");
+  brake.ReadEndedTheSession("/poison", start);
+  EXPECT_EQ(brake.Read("/poison", start), ReadBrake::Ruling::Send) << "one may be chance";
+  brake.ReadEndedTheSession("/poison", start);
+  ZoSdk::Time asked = start;
+  for (const int pause : {5, 10, 20, 40, 60, 60}) {
+    brake.SessionOpened();
+    EXPECT_EQ(brake.Read("/poison", asked + seconds(pause) - milliseconds(1)), ReadBrake::Ruling::Answer);
+    asked += seconds(pause);
+    EXPECT_EQ(brake.Read("/poison", asked), ReadBrake::Ruling::Send) << pause;
+    EXPECT_EQ(brake.Read("/poison", asked), ReadBrake::Ruling::Answer);
+    brake.ReadEndedTheSession("/poison", asked);
+  }
+  EXPECT_EQ(brake.Read("/other", asked), ReadBrake::Ruling::Send);
+  brake.Pushed("/poison");
+  EXPECT_EQ(brake.Read("/poison", asked), ReadBrake::Ruling::Answer) << "that says nothing of its answers";
+  brake.ReadAnswered("/poison");
+  EXPECT_EQ(brake.Read("/poison", asked), ReadBrake::Ruling::Send);
+}
+
+TEST(ReadBrake, UsableAnswerBetweenTwoThatEndSessionsMakesThemChance) {
+  ReadBrake brake;
+  brake.ReadEndedTheSession("/a", start);
+  brake.ReadAnswered("/a");
+  brake.ReadEndedTheSession("/a", start);
+  EXPECT_FALSE(brake.EndsSessions("/a"));
+  EXPECT_EQ(brake.Read("/a", start), ReadBrake::Ruling::Send);
+}
+
 const Restorer::Key streamA{Restorer::Kind::Stream, "/a"};
 const Restorer::Key streamB{Restorer::Kind::Stream, "/b"};
 const Restorer::Key subA{Restorer::Kind::Subscription, "/a/*"};
@@ -409,6 +440,19 @@ TEST(Watchdog, TwoUnansweredRequestsInARowAskForASignWithinASecond) {
   EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
   dog.AnswerArrived();
   EXPECT_NE(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
+}
+
+TEST(Watchdog, AnswerAboutItselfMayWaitBehindAMessageThatGrows) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  dog.MessageGrows(start);
+  dog.RequestUnanswered();
+  EXPECT_TRUE(dog.RequestUnanswered());
+  dog.HealthAsked(start);
+  dog.MessageGrows(start + milliseconds(900));
+  dog.BytesArrived(start + milliseconds(900));
+  EXPECT_NE(dog.Step(start + milliseconds(1899)), Watchdog::Verdict::Mute);
+  EXPECT_EQ(dog.Step(start + milliseconds(1900)), Watchdog::Verdict::Mute);
 }
 
 TEST(Backoff, FirstAtOnceThenDoublingToThreeSecondsWithJitter) {
@@ -633,6 +677,60 @@ TEST_F(State, ShortPatienceInAShortOutageLeavesOthersTheirTime) {
   now += seconds(2);
   state.TimeOut(hasty, 2000000, now);
   EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/b")), "pending");
+}
+
+// Or whoever reads it again and again, such as a search for missing items, would end each session.
+TEST_F(State, ReadWhoseAnswersEndedTwoSessionsIsAnsweredHereButForOneAfterAWhile) {
+  const auto endSession = [this](int id) {
+    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"status\":1,\"payload\":[[[", now);
+    state.SessionLost("bad message", now);
+    state.SessionOpened(now);
+  };
+  state.SessionOpened(now);
+  for (int id = 1; id <= 2; ++id) {
+    EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")), "pending");
+    Sent();
+    endSession(id);
+  }
+  EXPECT_THAT(Outcome(Ask(ZoRequestMethod_Read, "/a")), HasSubstr("end the session"));
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Update, "/a")), "pending") << "reads alone are made again and again";
+  Sent();
+  now += seconds(5);
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")), "pending");
+  EXPECT_THAT(Outcome(Ask(ZoRequestMethod_Read, "/a")), HasSubstr("-599"));
+  ASSERT_EQ(Sent().size(), 1U);
+  Receive("{\"id\":4,\"status\":-404,\"uri\":\"/a\",\"payload\":null}");
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")), "pending");
+}
+
+TEST_F(State, ReadOfAResourceThatHadContentFailsSoThatTheContentStays) {
+  state.SessionOpened(now);
+  const Pending good = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"payload\":5}");
+  for (int id = 2; id <= 3; ++id) {
+    Ask(ZoRequestMethod_Read, "/a");
+    Sent();
+    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"status\":1,\"payload\":[[[", now);
+    state.SessionLost("bad message", now);
+    state.SessionOpened(now);
+  }
+  EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")),
+            "The sensor's answers about this resource end the session; it is asked ever more rarely.");
+}
+
+TEST_F(State, LateAnswersOfAReadThatEndSessionsCountToo) {
+  state.SessionOpened(now);
+  const Pending read = Ask(ZoRequestMethod_Read, "/a");
+  Sent();
+  state.TimeOut(read, 3000000, now);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_FALSE(state.Brake().EndsSessions("/a"));
+    state.MessageUnusable("{\"id\":1,\"status\":1,\"uri\":\"/a\",\"payload\":[[[", now);
+    state.MessageUnusable("{\"id\":1,\"status\":1,\"uri\":\"/b\",\"payload\":[[[", now);
+  }
+  EXPECT_TRUE(state.Brake().EndsSessions("/a"));
+  EXPECT_FALSE(state.Brake().EndsSessions("/b")) << "it was never asked about";
 }
 
 TEST_F(State, PushThatNobodyAskedForIsDroppedAndLiftsTheBrake) {
@@ -1377,11 +1475,11 @@ TEST_F(Unheard, SessionsThatEndBeforeItWasAskedForDoNotCount) {
 TEST_F(Unheard, StartWhoseAnswerEndedTheSessionIsNotAskedForAgain) {
   Ask(ZoRequestMethod_StartStream, "/s");
   Sent();
-  state.MessageUnusable("{\"id\":1,\"status\":1,\"payload\":[[[");
+  state.MessageUnusable("{\"id\":1,\"status\":1,\"payload\":[[[", start);
   EXPECT_THAT(Restores(), ElementsAre());
   Ask(ZoRequestMethod_Sub, "/n/*");
   Sent();
-  state.MessageUnusable("{\"event\":\"notification\",\"uri\":\"/n/1\",\"payload\":[[[");
+  state.MessageUnusable("{\"event\":\"notification\",\"uri\":\"/n/1\",\"payload\":[[[", start);
   EXPECT_THAT(Restores(), ElementsAre());
 }
 
@@ -1389,7 +1487,7 @@ TEST_F(Unheard, StartWhoseRestoreEndsTheSessionIsForgotten) {
   Ask(ZoRequestMethod_StartStream, "/s");
   Sent();
   EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
-  state.MessageUnusable("{\"id\":" + std::to_string(lastId) + ",\"payload\":[[[");
+  state.MessageUnusable("{\"id\":" + std::to_string(lastId) + ",\"payload\":[[[", start);
   EXPECT_THAT(Restores(), ElementsAre());
 }
 

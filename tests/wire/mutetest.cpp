@@ -74,6 +74,34 @@ TEST_F(MuteResource, CostsOneTimeOutAndThenNothing) {
   times.ExpectQuick();
 }
 
+// Of a resource that no client could take in, the search for missing items must not end session after session.
+TEST_F(MuteResource, WhoseAnswersEndTheSessionEndsTwoAndIsThereOnceItIsUsable) {
+  std::atomic<bool> poisoned{true};
+  FakeSensor sensor;
+  sensor.SetResponder([&poisoned](FakePeer& peer, const FakeRequest& request) {
+    if (poisoned && request.uri == "/poison") {
+      peer.Send(FakeSensor::Answer(request, "\"status\":1,\"payload\":" + std::string(9000, '[')));
+    } else {
+      FakeSensor::Grant(peer, request);
+    }
+  });
+  void* const handle = Connect(sensor.Port());
+  EXPECT_EQ(Read(handle, "/poison#/value"), 1);
+  ASSERT_TRUE(sensor.WaitForConnections(3));
+  const Deadline passes(std::chrono::milliseconds(3000));
+  while (!passes.Expired()) {
+    Read(handle, "/fine#/value");
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_EQ(sensor.CountRequests("read", "/poison"), 2U);
+  EXPECT_EQ(sensor.ConnectionCount(), 3U);
+  EXPECT_EQ(Read(handle, "/fine#/value"), 0);
+  poisoned = false;
+  EXPECT_TRUE(WaitReadable(handle, "/poison#/value"));
+  EXPECT_EQ(sensor.ConnectionCount(), 3U);
+  sensor.End();
+}
+
 // The registry asks for what it misses with its lock held, and calls need that lock.
 TEST_F(MuteResource, ThatWasRefusedAtFirstHoldsUpNoCallAboutOthers) {
   constexpr int count = 30;
@@ -92,8 +120,8 @@ TEST_F(MuteResource, ThatWasRefusedAtFirstHoldsUpNoCallAboutOthers) {
   for (int i = 0; i < count; ++i) {
     EXPECT_EQ(Read(handle, late(i) + "#/value"), 1);
   }
-  mute = true;
   const std::size_t asked = sensor.CountRequests("read", late(count - 1));
+  mute = true;
   CallTimes times;
   // Time for a pass, for its requests to run out of time, and for the passes behind that.
   const Deadline passes(std::chrono::milliseconds(6000));

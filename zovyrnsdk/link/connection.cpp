@@ -355,8 +355,9 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
   const bool tooLarge = message.kind == Incoming::Kind::TooLarge;
   if (tooLarge || message.kind == Incoming::Kind::Malformed) {
     if (!outOfMemory || text.size() > smallMessage) {  // which is not to blame for a want of memory
+      const Time now = Clock::now();
       Zo::MutexLock lock(mutex);
-      state.MessageUnusable(text);
+      state.MessageUnusable(text, now);
     }
     session->Close(tooLarge ? Session::CloseCode_TooLarge : Session::CloseCode_BadMessage, nullptr);
     Lost(tooLarge ? "the sensor sent a message that is too large"
@@ -398,6 +399,12 @@ void Connection::OnHeard() {
   peerHeardAt = Clock::now();
 }
 
+void Connection::OnMessageGrows() {
+  const Time now = Clock::now();
+  Zo::MutexLock lock(mutex);
+  state.MessageGrows(now);
+}
+
 void Connection::OnPong() {
   pongs = true;
   OnHeard();
@@ -410,8 +417,9 @@ void Connection::OnSent() {
 
 void Connection::OnEnd(const SessionEnd& end) {
   if (!end.partial.empty()) {
+    const Time now = Clock::now();
     Zo::MutexLock lock(mutex);
-    state.MessageUnusable(end.partial);
+    state.MessageUnusable(end.partial, now);
   }
   Lost(end.cause);
 }

@@ -62,6 +62,7 @@ class Connection final : public std::enable_shared_from_this<Connection>, public
   bool OnMessage(std::string_view text, bool binary) override;
   void OnBytes() override;
   void OnHeard() override;
+  void OnMessageGrows() override;
   void OnPong() override;
   void OnSent() override;
   void OnEnd(const SessionEnd& end) override;

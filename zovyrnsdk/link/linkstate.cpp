@@ -14,6 +14,9 @@ namespace {
 
 constexpr std::chrono::milliseconds sweepInterval{500};
 constexpr int brakedStatus = -599;
+constexpr const char* isMute = "The sensor has not answered about this resource; it is being asked.";
+constexpr const char* endsSessions =
+    "The sensor's answers about this resource end the session; it is asked ever more rarely.";
 
 // Over all links, for one that is connected anew goes on with the same values in its user's hands.
 std::atomic<std::uint64_t> arrivals{0};
@@ -105,13 +108,15 @@ bool LinkState::Request(ZoRequestMethod method, const std::string& uri, Outgoing
   }
   if (method == ZoRequestMethod_Read) {
     const ReadBrake::Ruling ruling = brake.Read(uri, now);
+    if (ruling != ReadBrake::Ruling::Send && brake.EndsSessions(uri) && brake.HasHeard(uri)) {
+      pending->Fail(endsSessions);  // an answer would take the place of the last value
+      return true;
+    }
     if (ruling != ReadBrake::Ruling::Send) {
       // In its place among what arrives: a push that comes now is newer.
       const ZoArrival arrival{.order = ++arrivals, .bytes = 0, .closeToPush = false};
       pending->Answer(ZoRequestResponse(
-          LocalAnswer(brakedStatus, uri,
-                      "The sensor has not answered about this resource; it is being asked."),
-          arrival));
+          LocalAnswer(brakedStatus, uri, brake.EndsSessions(uri) ? endsSessions : isMute), arrival));
       if (ruling == ReadBrake::Ruling::AnswerAndProbe) {
         Enqueue(RequestRole::Probe, method, uri, std::move(text.tail), nullptr, now);
       }
@@ -241,16 +246,20 @@ void LinkState::EndWith(const Entry& entry, const std::string& reason) {
   }
 }
 
-void LinkState::MessageUnusable(std::string_view text) {
+void LinkState::MessageUnusable(std::string_view text, Time now) {
   const Suspect suspect = SuspectOf(text);
-  const Entry* entry = suspect.id ? table.Find(*suspect.id) : nullptr;
-  if (entry != nullptr) {
-    Disown(entry->uri);
-    restorer.Blame(entry->uri);
-  } else if (suspect.uri) {
-    Disown(*suspect.uri);
-    restorer.Blame(*suspect.uri);
+  const Entry* const entry = suspect.id ? table.Find(*suspect.id) : nullptr;
+  if (entry == nullptr && !suspect.uri) {
+    return;
   }
+  const std::string& uri = entry != nullptr ? entry->uri : *suspect.uri;
+  // An answer that nobody waits for any more was to a read as a rule: most requests are, and large answers come late.
+  const bool late = entry == nullptr && suspect.id && *suspect.id <= table.LastId() && brake.Expects(uri);
+  if (late || (entry != nullptr && entry->method == ZoRequestMethod_Read)) {
+    brake.ReadEndedTheSession(uri, now);
+  }
+  Disown(uri);
+  restorer.Blame(uri);
 }
 
 // Starts that the resource may come of and that are not granted yet: each session would end like this one.
@@ -304,6 +313,9 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
       brake.Spoken(UriOf(message.document));
     }
     return;
+  }
+  if (entry->method == ZoRequestMethod_Read) {
+    brake.ReadAnswered(entry->uri);
   }
   if (AnswersWithContent(entry->method) && HasContent(message.document)) {
     brake.Answered(entry->uri);

@@ -42,7 +42,7 @@ class LinkState {
   // reason is a clause for the sentence of those that were under way.
   void SessionLost(const std::string& reason, Time now);
   // The session is about to end because of this message. What was asked for and brought it is not asked for again.
-  void MessageUnusable(std::string_view text);
+  void MessageUnusable(std::string_view text, Time now);
   // The system was disconnected: everything ends.
   void Close() noexcept;
 
@@ -50,6 +50,7 @@ class LinkState {
   void Receive(Incoming message, Time now);
   void BytesArrived(Time now) { watchdog.BytesArrived(now); }
   void PeerHears(Time when) { watchdog.PeerHears(when); }
+  void MessageGrows(Time now) { watchdog.MessageGrows(now); }
   void AnswersPings() { watchdog.AnswersPings(); }
   void Deaf(Duration time, Time now) { watchdog.Deaf(time, now); }
 

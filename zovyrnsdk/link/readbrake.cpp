@@ -1,12 +1,36 @@
 #include "zovyrnsdk/link/readbrake.h"
 
+#include <algorithm>
 #include <functional>
 
 #include "zovyrnsdk/link/limits.h"
 
 namespace ZoSdk {
 
+namespace {
+
+constexpr unsigned sessionsEnough = 2;  // one may be chance
+
+// Until the next read of what has ended so many sessions.
+Duration PauseAfter(unsigned sessions) {
+  Duration pause = probeInterval;
+  for (unsigned i = sessionsEnough; i < sessions && pause < blamedPause; ++i) {
+    pause *= 2;
+  }
+  return std::min<Duration>(pause, blamedPause);
+}
+
+}  // namespace
+
 ReadBrake::Ruling ReadBrake::Read(const std::string& uri, Time now) {
+  if (EndsSessions(uri)) {
+    Ending& each = ending.at(uri);
+    if (now < each.due) {
+      return Ruling::Answer;
+    }
+    each.due = now + PauseAfter(each.sessions);
+    return Ruling::Send;
+  }
   if (braked.empty()) {
     return Ruling::Send;
   }
@@ -22,9 +46,37 @@ ReadBrake::Ruling ReadBrake::Read(const std::string& uri, Time now) {
 }
 
 void ReadBrake::ReadUnanswered(const std::string& uri, Time now) {
-  if (!heard.contains(std::hash<std::string>()(uri))) {
+  if (!HasHeard(uri)) {
     braked.try_emplace(uri, now);
   }
+}
+
+void ReadBrake::ReadEndedTheSession(const std::string& uri, Time now) {
+  Ending& each = ending[uri];
+  ++each.sessions;
+  each.due = now + PauseAfter(each.sessions);
+}
+
+void ReadBrake::ReadAnswered(const std::string& uri) {
+  if (!ending.empty()) {
+    ending.erase(uri);
+  }
+}
+
+bool ReadBrake::HasHeard(const std::string& uri) const {
+  return heard.contains(std::hash<std::string>()(uri));
+}
+
+bool ReadBrake::Expects(const std::string& uri) const {
+  return braked.contains(uri) || ending.contains(uri) || HasHeard(uri);
+}
+
+bool ReadBrake::EndsSessions(const std::string& uri) const {
+  if (ending.empty()) {
+    return false;
+  }
+  const auto found = ending.find(uri);
+  return found != ending.end() && found->second.sessions >= sessionsEnough;
 }
 
 void ReadBrake::Answered(const std::string& uri) {

@@ -43,6 +43,8 @@ constexpr std::size_t keptBuffer = 1024 * 1024;  // a larger one is given back a
 constexpr std::chrono::milliseconds lingerLimit{200};
 constexpr std::chrono::milliseconds unhindered{5};  // a write into an empty buffer takes less
 constexpr std::chrono::milliseconds longMessage{500};
+// Of a long message within healthLimit: some 30 kbit/s. A peer that dawdles on purpose gives less.
+constexpr std::size_t growth = 4096;
 
 // A socket whose WebSocket teardown does not wait for the peer: the session does its own, bounded lingering.
 class LinkSocket : public LoopSocket {
@@ -114,7 +116,8 @@ struct Session::Impl : std::enable_shared_from_this<Impl> {
   websocket::stream<LinkSocket> stream;
   websocket::response_type response;
   beast::flat_buffer message{messageLimit + readStep};  // which keeps it from doubling beyond
-  Time messageBegan = never;                            // to come, as far as it is not there yet
+  std::size_t noted = 0;      // of the message to come, when its growth was last told
+  Time messageBegan = never;  // to come, as far as it is not there yet
   std::string outgoing;
   std::size_t written = 0;  // of outgoing
   Time writeBegan{};        // of the frame that is being written
@@ -284,9 +287,14 @@ void Session::Impl::NoteLongMessage() {
   messageBegan = std::min(messageBegan, now);
   if (now - messageBegan > longMessage) {
     events->OnHeard();
+    if (message.size() >= noted + growth) {
+      noted = message.size();
+      events->OnMessageGrows();
+    }
   }
   if (stream.is_message_done()) {
     messageBegan = never;
+    noted = 0;
   }
 }
 

@@ -40,6 +40,8 @@ class SessionEvents {
   virtual void OnPong() = 0;
   // Another sign that the peer takes what is sent, or a reason why it can give none: a long message of its own.
   virtual void OnHeard() = 0;
+  // A long message goes on coming, so that no answer can.
+  virtual void OnMessageGrows() = 0;
   // The message given to Send is out.
   virtual void OnSent() = 0;
   virtual void OnEnd(const SessionEnd& end) = 0;

@@ -3,7 +3,8 @@
 // Three signs: no byte for 3 s although it was pinged every second; bytes, but no pong within 3 s from a peer that has
 // answered pings before, so that it does not hear us any more; and requests that end without an answer while the peer
 // still answers pings. After two of those in a row the sensor is asked about "/system", and is lost when that is not
-// answered within a second. A plain state machine: the caller brings the time. Guarded by its owner.
+// answered within a second, or a second after the last piece of a long message before it. A plain state machine: the
+// caller brings the time. Guarded by its owner.
 #pragma once
 
 #include <algorithm>
@@ -31,6 +32,13 @@ class Watchdog {
   void PeerHears(Time when) {
     if (when >= unheardSince) {
       unheardSince = never;
+    }
+  }
+
+  // It is in the middle of a message, so the answer about itself has to wait behind that.
+  void MessageGrows(Time now) {
+    if (healthDue != never) {
+      healthDue = std::max(healthDue, now + healthLimit);
     }
   }
 
