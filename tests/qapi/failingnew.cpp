@@ -1,5 +1,8 @@
 #include "tests/qapi/failingnew.h"
 
+#include <pthread.h>
+
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -9,11 +12,41 @@ namespace {
 thread_local int countdown = 0;  // 0: off
 thread_local bool failed = false;
 thread_local bool spared = false;
+constinit std::atomic<int> workersCountdown{0};  // 0 or less: off
+constinit std::atomic<bool> workerFailed{false};
 constinit std::atomic<std::ptrdiff_t> live{0};
 
-void* Allocate(std::size_t size) {
-  if (!spared && countdown > 0 && --countdown == 0) {
+using Name = std::array<char, 16>;
+constinit Name programs{};  // set before workersCountdown
+
+Name NameOfThread() {
+  Name name{};
+  pthread_getname_np(pthread_self(), name.data(), name.size());
+  return name;
+}
+
+// Asked each time, for a thread gets its name a moment after its start.
+bool IsWorker() {
+  return NameOfThread() != programs;
+}
+
+bool IsToFail() {
+  if (spared) {
+    return false;
+  }
+  if (countdown > 0 && --countdown == 0) {
     failed = true;
+    return true;
+  }
+  if (workersCountdown > 0 && IsWorker() && --workersCountdown == 0) {
+    workerFailed = true;
+    return true;
+  }
+  return false;
+}
+
+void* Allocate(std::size_t size) {
+  if (IsToFail()) {
     return nullptr;
   }
   void* const block = std::malloc(size != 0 ? size : 1);
@@ -84,6 +117,20 @@ FailingNew::~FailingNew() {
 
 bool FailingNew::HasFailed() const {
   return failed;
+}
+
+FailingWorkersNew::FailingWorkersNew(int nth) {
+  programs = NameOfThread();
+  workerFailed = false;
+  workersCountdown = nth;
+}
+
+FailingWorkersNew::~FailingWorkersNew() {
+  workersCountdown = 0;
+}
+
+bool FailingWorkersNew::HasFailed() const {
+  return workerFailed;
 }
 
 SparedNew::SparedNew(bool spare) : before(spared) {

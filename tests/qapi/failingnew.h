@@ -1,6 +1,6 @@
 // Replaces the global operator new by one that a test can make fail.
 //
-// Threads: a failure is set for the calling thread alone; the count is of all threads.
+// Threads: a failure is set for the calling thread alone, or for all workers; the count is of all threads.
 #pragma once
 
 #include <cstddef>
@@ -16,6 +16,18 @@ class FailingNew {
   ~FailingNew();
 
   // Whether the nth allocation came.
+  bool HasFailed() const;
+};
+
+// While it lives, the nth allocation of all workers together fails, once. A worker is a thread with a name of its own:
+// one of the system under test, while those of a test bear the program's. One at a time in a process.
+class FailingWorkersNew {
+ public:
+  explicit FailingWorkersNew(int nth);
+  FailingWorkersNew(const FailingWorkersNew&) = delete;
+  FailingWorkersNew& operator=(const FailingWorkersNew&) = delete;
+  ~FailingWorkersNew();
+
   bool HasFailed() const;
 };
 

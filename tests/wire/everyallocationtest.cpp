@@ -1,4 +1,5 @@
-// A host's thread for which any one allocation fails, in whichever call, with a sensor at the other end of the wire.
+// Any one allocation fails, with a sensor at the other end of the wire: one of the host's thread, in whichever call, or
+// one of the instance's threads.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -47,6 +48,45 @@ TEST(EveryAllocation, OfTheHostsThreadMayFail) {
   EXPECT_GT(failed, 300U / step);
   EXPECT_LT(begun, most);
   EXPECT_TRUE(Eventually([&] { return qTest_LiveObjects() == objects; }));
+}
+
+// False when no allocation failed, for there were fewer.
+bool LiveWithAWorkersFailing(void (HostLife::*kind)(), int nth) {
+  const std::uint64_t objects = qTest_LiveObjects();
+  bool failed = false;
+  {
+    HostLife life;
+    life.Excuse();
+    const FailingWorkersNew failing(nth);
+    (life.*kind)();
+    failed = failing.HasFailed();
+  }
+  EXPECT_TRUE(Eventually([&] { return qTest_LiveObjects() == objects; }));
+  return failed;
+}
+
+void LiveWithWorkersFailing(void (HostLife::*kind)()) {
+  constexpr unsigned children = kSanitized ? 6 : 16;  // lives last as long as their ticks
+  InChildren(children, [kind](unsigned child) {
+    const auto last = static_cast<int>(most);
+    int nth = 1 + static_cast<int>(child) * step;
+    // How many there are hangs on the time that a life takes.
+    for (int inVain = 0; inVain < 3 && nth < last; nth += static_cast<int>(children) * step) {
+      SCOPED_TRACE("allocation " + std::to_string(nth));
+      inVain = LiveWithAWorkersFailing(kind, nth) ? 0 : inVain + 1;
+    }
+    std::cout << "child " << child << " failed allocations up to the " << nth << "th\n";
+    EXPECT_GT(nth, 50);
+    EXPECT_LT(nth, last);
+  });
+}
+
+TEST(EveryAllocation, OfTheInstancesThreadsMayFail) {
+  LiveWithWorkersFailing(&HostLife::Live);
+}
+
+TEST(EveryAllocation, OfTheInstancesThreadsMayFailAroundARestore) {
+  LiveWithWorkersFailing(&HostLife::LiveThroughARestore);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A connection that breaks behind any one of its bytes: cut there, or silent from there on.
+// A connection that breaks behind any one of its bytes: cut there, or silent from there on, both ways or one.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -27,11 +27,13 @@ std::size_t OpenDescriptors() {
   return count;
 }
 
+enum class Manner { Cut, Silence, SilenceOneWay };
+
 struct Everywhere {
   const char* name;
   Life life;
   unsigned connection;  // the one that breaks
-  bool silent;
+  Manner manner;
   std::size_t first;  // byte, where not each is tried
 
   friend void PrintTo(const Everywhere& each, std::ostream* out) { *out << each.name; }
@@ -53,14 +55,17 @@ class EveryByte : public testing::TestWithParam<Everywhere> {
       EXPECT_GT(bytes, 100U);
       std::cout << (direction == SwallowingProxy::ToSensor ? "sent " : "received ") << bytes << " bytes\n";
       for (std::size_t at = GetParam().first % step; at <= bytes; at += step) {
-        breaks.push_back({GetParam().connection, direction, at, GetParam().silent});
+        breaks.push_back({GetParam().connection, direction, at, IsSilent(),
+                          GetParam().manner == Manner::SilenceOneWay ? direction : SwallowingProxy::Both});
       }
     }
     return breaks;
   }
 
+  static bool IsSilent() { return GetParam().manner != Manner::Cut; }
+
   // A silence takes 3 s, and hardly any of the processor's time.
-  std::size_t AtOnce() const { return kSanitized ? 24 : GetParam().silent ? 400 : 100; }
+  static std::size_t AtOnce() { return kSanitized ? 24 : IsSilent() ? 400 : 100; }
 
   // Under the sanitizers one byte of so many, another one in each kind of life: what they look for shows at neighbouring
   // bytes of a message alike, and their time is dear.
@@ -95,10 +100,14 @@ TEST_P(EveryByte, MayBeTheLast) {
 
 INSTANTIATE_TEST_SUITE_P(
     Wire, EveryByte,
-    testing::Values(Everywhere{"BeforeACut", &HostLife::Live, 1, false, 0},
-                    Everywhere{"BeforeSilence", &HostLife::Live, 1, true, 3},
-                    Everywhere{"BeforeACutOfTheRestore", &HostLife::LiveThroughARestore, 2, false, 1},
-                    Everywhere{"BeforeSilenceInTheRestore", &HostLife::LiveThroughARestore, 2, true, 5}),
+    testing::Values(Everywhere{"BeforeACut", &HostLife::Live, 1, Manner::Cut, 0},
+                    Everywhere{"BeforeSilence", &HostLife::Live, 1, Manner::Silence, 3},
+                    Everywhere{"BeforeSilenceOneWay", &HostLife::Live, 1, Manner::SilenceOneWay, 7},
+                    Everywhere{"BeforeACutOfTheRestore", &HostLife::LiveThroughARestore, 2, Manner::Cut, 1},
+                    Everywhere{"BeforeSilenceInTheRestore", &HostLife::LiveThroughARestore, 2,
+                               Manner::Silence, 5},
+                    Everywhere{"BeforeSilenceOneWayInTheRestore", &HostLife::LiveThroughARestore, 2,
+                               Manner::SilenceOneWay, 9}),
     [](const auto& each) { return std::string(each.param.name); });
 
 }  // namespace

@@ -2,13 +2,8 @@
 // of the wire.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
 #include <iostream>
 #include <string>
-#include <vector>
 
 #include "qapi/testing.h"
 #include "tests/vyrnclient/eventually.h"
@@ -57,27 +52,12 @@ class EveryOperation : public testing::TestWithParam<EachOf> {
     }
     EXPECT_GT(nth, GetParam().least);
     EXPECT_LT(nth, most);
-    std::cout << "child " << child << " failed operations up to the " << nth << "th\n" << std::flush;
+    std::cout << "child " << child << " failed operations up to the " << nth << "th\n";
   }
 };
 
 TEST_P(EveryOperation, MayFail) {
-  std::cout << std::flush;
-  std::vector<pid_t> started;
-  for (unsigned child = 0; child < children; ++child) {
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      LiveInAChild(child);
-      std::exit(HasFailure() ? 1 : 0);
-    }
-    started.push_back(pid);
-  }
-  for (const pid_t pid : started) {
-    int status = -1;
-    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
-  }
+  InChildren(children, [this](unsigned child) { LiveInAChild(child); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Wire, EveryOperation,

@@ -1,10 +1,14 @@
 #include "tests/wire/hostlife.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <thread>
 
 #include "tests/plugin/plugintest.h"
@@ -225,6 +229,26 @@ std::string HostLife::Story() const {
     story += "\n" + line;
   }
   return story;
+}
+
+void InChildren(unsigned children, const std::function<void(unsigned)>& job) {
+  std::cout << std::flush;
+  std::vector<pid_t> started;
+  for (unsigned child = 0; child < children; ++child) {
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      job(child);
+      std::cout << std::flush;
+      std::exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    started.push_back(pid);
+  }
+  for (const pid_t pid : started) {
+    int status = -1;
+    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+  }
 }
 
 void InParallel(std::size_t jobs, std::size_t threads, const std::function<void(std::size_t)>& job) {

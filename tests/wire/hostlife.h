@@ -64,6 +64,10 @@ class HostLife {
   std::chrono::milliseconds longestCall{0};
 };
 
+// Does a job, which is told its number from 0, in so many processes of their own side by side, for what is one for the
+// whole process. Each failure in them is one here.
+void InChildren(unsigned children, const std::function<void(unsigned)>& job);
+
 // Does jobs, so many at once.
 void InParallel(std::size_t jobs, std::size_t threads, const std::function<void(std::size_t)>& job);
 

@@ -198,7 +198,7 @@ bool SwallowingProxy::GoesOn(Connection& connection) {
     return true;
   }
   broken = true;
-  connection.swallowed = Both;
+  connection.swallowed |= point.lost;
   return point.silent;
 }
 

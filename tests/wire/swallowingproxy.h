@@ -21,12 +21,13 @@ class SwallowingProxy {
   enum Direction : unsigned { ToSensor = 1, ToClient = 2, Both = 3 };
 
   // Where one of the connections breaks: number is 1 for the first; bytes are passed on in the direction, and not one
-  // more. Then it is cut, or silent both ways while its ends stay open.
+  // more. Then it is cut, or silent while its ends stay open.
   struct Break {
     unsigned number = 1;
     Direction direction = ToSensor;
     std::size_t bytes = 0;
     bool silent = false;
+    Direction lost = Both;  // when it is silent: what is lost from then on
   };
 
   // Passes what comes to a port of 127.0.0.1 on to target, another one.
