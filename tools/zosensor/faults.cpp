@@ -172,14 +172,14 @@ void FaultController::Install(Sensor& sensor, Time now) {
     std::string none;
     Apply(*FaultSettings::FromJson(resource->Content(), none), then);
   };
-  sensor.AddPermanent(std::move(faults), now);
+  sensor.AddPermanent(faults, now);
 
   auto cut = MakeMethod("/faults/cut");
   cut->callHook = [this](const ZoJson&, Time) {
     cutAll(AnswerFirst);
     return Answer::Success(ZoJson());
   };
-  sensor.AddPermanent(std::move(cut), now);
+  sensor.AddPermanent(cut, now);
 
   auto stall = MakeMethod("/faults/stall");
   stall->callHook = [this](const ZoJson& argument, Time then) {
@@ -195,7 +195,7 @@ void FaultController::Install(Sensor& sensor, Time now) {
     Stall(AnswerFirst, SecondsToDuration(seconds), then);
     return Answer::Success(ZoJson());
   };
-  sensor.AddPermanent(std::move(stall), now);
+  sensor.AddPermanent(stall, now);
 
   auto reset = MakeMethod("/faults/reset");
   reset->callHook = [this, &sensor](const ZoJson&, Time then) {
@@ -203,7 +203,7 @@ void FaultController::Install(Sensor& sensor, Time now) {
     sensor.Overwrite(FaultsPath, settings.ToJson(), then);
     return Answer::Success(settings.ToJson());
   };
-  sensor.AddPermanent(std::move(reset), now);
+  sensor.AddPermanent(reset, now);
 
   sensor.startObjection = [this]() -> std::optional<std::string> {
     return settings.refuseStart ? std::optional<std::string>("the start is refused on purpose")

@@ -53,7 +53,7 @@ void Sensor::AddSystemResources(Time now) {
   auto root = std::make_shared<Resource>(Root, ZoJson());
   root->produce = [this](Time) { return store.Directory(); };
   root->streamable = false;
-  AddPermanent(std::move(root), now);
+  AddPermanent(root, now);
 
   auto system = std::make_shared<Resource>(System, ZoJson());
   system->period = std::chrono::seconds(1);
@@ -65,13 +65,13 @@ void Sensor::AddSystemResources(Time now) {
     state.Set("uptime_ms", std::chrono::duration_cast<std::chrono::milliseconds>(then - born).count());
     return state;
   };
-  AddPermanent(std::move(system), now);
+  AddPermanent(system, now);
 
   for (const bool run : {true, false}) {
     auto method = std::make_shared<Resource>(run ? "/system/start" : "/system/stop", ZoJson());
     method->hasContent = false;
     method->callHook = [this, run](const ZoJson&, Time then) { return SetRunning(run, then); };
-    AddPermanent(std::move(method), now);
+    AddPermanent(method, now);
   }
 }
 
@@ -190,7 +190,7 @@ Time Sensor::NextDue() const {
   return std::min({schedule.NextDue(), directoryDue, lifeEvents.empty() ? Never : lifeEvents.begin()->first});
 }
 
-void Sensor::AddPermanent(std::shared_ptr<Resource> resource, Time now) {
+void Sensor::AddPermanent(const std::shared_ptr<Resource>& resource, Time now) {
   resource->permanent = true;
   Insert(resource, now);
 }

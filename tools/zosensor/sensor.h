@@ -69,7 +69,7 @@ class Sensor {
   std::size_t ResourceCount() const { return store.Size(); }
 
   // For those who add resources of their own to every sensor.
-  void AddPermanent(std::shared_ptr<Resource> resource, Time now);
+  void AddPermanent(const std::shared_ptr<Resource>& resource, Time now);
   // Puts a content in place and notifies of the change.
   void Overwrite(const std::string& path, ZoJson content, Time now);
   // Asked whenever acquisition shall start, also while it runs; a sentence refuses.
@@ -87,7 +87,7 @@ class Sensor {
   // The contents that patches make, or why they cannot be made.
   std::variant<std::map<std::string, ZoJson>, Answer> MergeAll(const Patches& patches);
   void RefreshAll(const Patches& patches, Time now);
-  void ChangeAll(std::map<std::string, ZoJson> contents, Time now);
+  void ChangeAll(std::map<std::string, ZoJson>&& contents, Time now);
 
   Answer TooManyWatches() const;
   // Why a text may not become the content of a resource, or the result of a call, if it may not.

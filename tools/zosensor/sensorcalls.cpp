@@ -95,7 +95,7 @@ void Sensor::RefreshAll(const Patches& patches, Time now) {
   }
 }
 
-void Sensor::ChangeAll(std::map<std::string, ZoJson> contents, Time now) {
+void Sensor::ChangeAll(std::map<std::string, ZoJson>&& contents, Time now) {
   for (auto& [path, content] : contents) {
     Change(*store.Find(path), std::move(content), now);
   }
