@@ -109,6 +109,7 @@ std::string WireInstance::Hosted(bool mayLose, const std::function<std::string()
   if (peer.HasLost()) {
     toLose = false;
     lost = true;
+    peer.SetOpen(true);
   }
   peer.SetLosing(false);
   return result;

@@ -159,8 +159,9 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
   if (std::exchange(losing, false)) {
     lost = true;
     gone = peer.number;
-    // Before the link can know, and so come back.
+    // Before the link can know, and so come back; and back it comes once the caller has told all, for the order's sake.
     sensor.EndSession();
+    open = false;
     peer.Drop();
   } else {
     const std::string answer = sensor.Ask(method, uri).document.Text();

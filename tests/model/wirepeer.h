@@ -44,7 +44,7 @@ class WirePeer {
   void SetOpen(bool open);
   // Ends the session.
   void Cut();
-  // The next request is answered by ending the session. Tells whether that has come about.
+  // The next request is answered by ending the session and closing the door. Tells whether that has come about.
   void SetLosing(bool losing);
   bool HasLost() const;
   // The next request (but one about the sensor itself) is not answered yet. Tells whether that has come about.

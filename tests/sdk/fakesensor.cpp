@@ -167,7 +167,7 @@ FakeSensor::~FakeSensor() {
 }
 
 void FakeSensor::End() {
-  StopListening();
+  EndListening();
   DropAll();
   for (Connection& connection : connections) {
     connection.thread.join();
@@ -193,6 +193,11 @@ void FakeSensor::DropAll() {
 }
 
 void FakeSensor::StopListening() {
+  EndListening();
+  held.emplace(port);
+}
+
+void FakeSensor::EndListening() {
   if (acceptor.joinable()) {
     ::shutdown(listener, SHUT_RDWR);
     acceptor.join();
@@ -206,6 +211,7 @@ void FakeSensor::Listen() {
   socklen_t size = sizeof address;
   ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
   port = ntohs(address.sin_port);
+  held.reset();
   acceptor = std::thread([this] { Accept(); });
 }
 

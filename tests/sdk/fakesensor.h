@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "tests/support/deadline.h"
+#include "tests/support/heldport.h"
 #include "zovyrnsdk/json/zojson.h"
 
 namespace ZoTest {
@@ -100,7 +101,7 @@ class FakeSensor {
 
   // Ends all connections without a word; later ones are welcome.
   void DropAll();
-  // Refuses connections, and takes them again, on the same port.
+  // Refuses connections, and takes them again, on the same port, which is nobody else's meanwhile.
   void StopListening();
   void Listen();
   // From now on all connections, new ones too, are accepted and read, and hear nothing.
@@ -134,6 +135,7 @@ class FakeSensor {
     std::atomic<bool> ended{false};
   };
 
+  void EndListening();
   void Accept();
   void Run(FakePeer& peer);
   void Welcome(int client);
@@ -141,6 +143,7 @@ class FakeSensor {
   bool WaitFor(const std::function<bool()>& predicate) const;
 
   std::uint16_t port = 0;
+  std::optional<HeldPort> held;  // while nobody listens
   std::atomic<bool> silent{false};
   std::atomic<bool> answerPings{true};
   std::atomic<unsigned> pongs{0};

@@ -225,7 +225,7 @@ TEST_F(LinkTest, LateAnswerIsDroppedSilently) {
   system.Connect();
   EXPECT_EQ(FailureOf(Read("/quick")), "");
   ZoTransaction slow = Read("/slow");
-  EXPECT_THAT(FailureOf(slow, 20000), HasSubstr("did not answer within 0.02 s"));
+  EXPECT_THAT(FailureOf(slow, second / 5), HasSubstr("did not answer within 0.2 s"));
   EXPECT_EQ(FailureOf(Read("/quick")), "");
   EXPECT_THAT(FailureOf(slow), HasSubstr("did not answer")) << "the outcome stands";
   EXPECT_TRUE(system.IsConnected());

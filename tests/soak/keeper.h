@@ -29,7 +29,7 @@ struct Fault {
   double most;
 };
 
-inline constexpr std::array<Fault, 18> kFaults{{
+inline constexpr std::array<Fault, 19> kFaults{{
     {"latency", true, R"({{"latency_ms": {:.0f}}})", 20, 1500},
     {"jitter", true, R"({{"jitter_ms": {:.0f}}})", 20, 1000},
     {"lose", false, R"({{"lose": {:.3f}}})", 0.05, 0.3},
@@ -41,6 +41,7 @@ inline constexpr std::array<Fault, 18> kFaults{{
     {"cut every request", false, R"({{"cut_every_requests": {:.0f}}})", 2, 20},
     {"cut every s", false, R"({{"cut_every_s": {:.2f}}})", 0.2, 2},
     {"stall every request", false, R"({{"stall_every_requests": {:.0f}, "stall_s": 2}})", 5, 30},
+    {"stall every s", false, R"({{"stall_every_s": {:.2f}, "stall_s": 2}})", 1, 5},
     {"mute pushes", false, R"({{"mute_pushes": true}})", 0, 0},
     {"refuse start", false, R"({{"refuse_start": true}})", 0, 0},
     {"cut", false, nullptr, 0, 0},

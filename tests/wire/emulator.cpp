@@ -15,10 +15,15 @@ Emulator::Emulator(std::string resources) : resources(std::move(resources)) {
 }
 
 Emulator::~Emulator() {
-  Stop();
+  End();
 }
 
 void Emulator::Stop() {
+  End();
+  held.emplace(options.port);
+}
+
+void Emulator::End() {
   if (thread.joinable()) {
     server->Stop();
     thread.join();
@@ -29,6 +34,7 @@ void Emulator::Stop() {
 void Emulator::Start() {
   server = std::make_unique<ZoSensor::Server>(options, ZoSensor::ParseResources(resources, "test"), log);
   server->Listen();
+  held.reset();
   options.port = server->Port();
   thread = std::thread([this] { server->Run(); });
 }
@@ -38,8 +44,11 @@ std::string Emulator::Content(const std::string& uri) const {
 }
 
 ZoJson Emulator::Ask(const std::string& method, const std::string& uri, const std::string& body) const {
-  const ZoSensor::HttpAnswer answer =
-      ZoSensor::AskHttp(options.port, method, "/vyrn/v1/resources" + uri, body);
+  const Deadline deadline;
+  ZoSensor::HttpAnswer answer;
+  do {
+    answer = ZoSensor::AskHttp(options.port, method, "/vyrn/v1/resources" + uri, body);
+  } while (answer.status == 0 && !deadline.Expired());
   EXPECT_EQ(answer.status, 200u) << method << " " << uri << ": " << answer.body;
   return ZoJson::ParseString(answer.body.empty() ? "{}" : answer.body);
 }

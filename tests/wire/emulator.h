@@ -6,9 +6,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
+#include "tests/support/heldport.h"
 #include "tests/zosensor/rawclient.h"
 #include "tools/zosensor/server.h"
 
@@ -24,21 +26,24 @@ class Emulator {
 
   std::uint16_t Port() const { return options.port; }
 
-  // Closes all sessions and gives up the port; Start takes the same port again, with the resources as new.
+  // Closes all sessions and listens no more; Start does so again on the same port, with the resources as new.
   void Stop();
   void Start();
 
-  // Over the REST door: the content of a resource as JSON text, and requests that must be granted.
+  // Over the REST door: the content of a resource as JSON text, and requests that must be granted. One that a fault cuts
+  // is made again.
   std::string Content(const std::string& uri) const;
   void Put(const std::string& uri, const std::string& body) const { Ask("PUT", uri, body); }
   void Patch(const std::string& uri, const std::string& body) const { Ask("PATCH", uri, body); }
   void Post(const std::string& uri, const std::string& body = "null") const { Ask("POST", uri, body); }
 
  private:
+  void End();
   ZoJson Ask(const std::string& method, const std::string& uri, const std::string& body) const;
 
   const std::string resources;
   ZoSensor::ServerOptions options;
+  std::optional<HeldPort> held;  // while nobody listens
   ZoSensor::Log log{ZoSensor::LogLevel::Off};
   std::unique_ptr<ZoSensor::Server> server;
   std::thread thread;

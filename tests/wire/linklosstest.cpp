@@ -30,7 +30,7 @@ class LinkLoss : public WireTest {
     EXPECT_EQ(Read(handle, "/plant/drive#/n"), 1);
     EXPECT_EQ(Write(handle, "/set#/v", IntegerValue(1)), 1);
     EXPECT_EQ(Call(handle, "Read", R"({"uri":"/set"})"), 1);
-    EXPECT_LT(watch.Milliseconds().count(), 1000);
+    EXPECT_LT(watch.Milliseconds().count(), kSanitized ? 5000 : 1000);
   }
 
   // Takes the sensor away for a time and brings it back on its port.
@@ -56,6 +56,7 @@ class LinkLoss : public WireTest {
     EXPECT_TRUE(WaitForChange("/plant/drive#/n"));
     std::cout << "after " << outage.count() << " ms away: " << logs << " log lines, delivers again within "
               << watch.Milliseconds().count() << " ms\n";
+    EXPECT_LT(watch.Milliseconds().count(), kSanitized ? 20000 : 6000);
     sensor.Patch("/plant/door", R"({"open":5})");
     EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/plant/door#/open", 5)));
     EXPECT_TRUE(IsConnected(handle));
@@ -107,6 +108,7 @@ TEST_F(LinkLoss, EightThreadsSurviveTwentyCutsAndEverySubscriptionDelivers) {
     });
   }
   for (int cut = 0; cut < 20; ++cut) {
+    EXPECT_TRUE(WaitConnected(handle, true)) << "there is something to cut";
     sensor.Post("/faults/cut");
     std::this_thread::sleep_for(milliseconds(100));
     recorder.Clear();
@@ -122,6 +124,7 @@ TEST_F(LinkLoss, EightThreadsSurviveTwentyCutsAndEverySubscriptionDelivers) {
     EXPECT_TRUE(WaitForChange(name)) << name;
   }
   EXPECT_TRUE(WaitConnected(handle, true));
+  EXPECT_TRUE(WaitReadable(handle, "/plant/door#/open")) << "its first read may have met a cut";
   EXPECT_EQ(ValueOf(handle, "/plant/door#/open"), "2:0");
   EXPECT_EQ(Destroy(handle), 0);
 }

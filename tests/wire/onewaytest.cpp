@@ -21,7 +21,7 @@ struct Loss {
 
 class SwallowedBytes : public WireTest, public testing::WithParamInterface<Loss> {
  protected:
-  // The promise is 3 s; the rest is for a loaded machine.
+  // The promise is 3 s, and 4 s for what goes to the sensor alone; the rest is for a loaded machine.
   static constexpr long long noticeLimit = kSanitized ? 15000 : 6000;
 
   Emulator sensor{R"({"rate_hz": 50, "resources": {

@@ -117,6 +117,7 @@ TEST_F(RetryPass, EndsWhereTheLinkIsDownAndGoesOnOnceItIsBack) {
   sensor.StopListening();
   sensor.DropAll();
   ASSERT_TRUE(Eventually([&] { return !manager->IsConnected(); }));
+  const std::size_t reads = Reads("/behind");
   manager->Cache()->Add("/before", ZoJson(R"({"v":1})"));
   manager->Cache()->Add("/behind", ZoJson(R"({"v":1})"));
   ASSERT_TRUE(WaitForPass());
@@ -132,7 +133,7 @@ TEST_F(RetryPass, EndsWhereTheLinkIsDownAndGoesOnOnceItIsBack) {
   EXPECT_TRUE(Eventually([&] { return manager->PLC()->InvalidItems().empty(); }));
   EXPECT_TRUE(away.valid);
   EXPECT_TRUE(behind.valid);
-  EXPECT_EQ(Reads("/behind"), 1u) << "it was cached when its turn came";
+  EXPECT_EQ(Reads("/behind"), reads) << "it was cached when its turn came";
 }
 
 TEST_F(RetryPass, CachedResourceIsNotReadForAnItemThatItLacks) {

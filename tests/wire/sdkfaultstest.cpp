@@ -77,7 +77,7 @@ TEST_F(SdkFaults, AShortStallDelaysAnswersAndCostsNoSession) {
 
 TEST_F(SdkFaults, AStallThatTheLinkDoesNotWaitForIsALossAndIsRepaired) {
   Begin();
-  AskSensor("POST", "/faults/stall", R"({"seconds":3.5})");
+  AskSensor("POST", "/faults/stall", R"({"seconds":5.5})");
   const Deadline deadline;
   while (system.IsConnected() && !deadline.Expired()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -1,7 +1,10 @@
-// The plug-in goes, or the whole process does, while values stream in.
+// What values that stream in mean for the process: the plug-in goes meanwhile, or the process does, or gets a signal.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "tests/plugin/processstate.h"
 #include "tests/support/childprocess.h"
@@ -46,6 +49,17 @@ TEST_F(Unloading, WithAStreamingInstanceLeavesTheProcess) {
   EXPECT_TRUE(WaitForThreadCount(threads));
   EXPECT_EQ(recorder.Size(), entries) << "no callback came after the library was gone";
   EXPECT_EQ(recorder.CountMessages("Item manager destroyed."), 1u);
+}
+
+class LinkThread : public Unloading {};
+
+TEST_F(LinkThread, LeavesTheProcessesSignalsToTheHost) {
+  Emulator sensor(streaming);
+  const std::vector<std::string> before = ThreadsThatTake(SIGINT);
+  EXPECT_FALSE(before.empty());
+  Stream(sensor.Port());
+  ASSERT_TRUE(WaitForThreadNames({"ZoLink::Thread"}));
+  EXPECT_EQ(ThreadsThatTake(SIGINT), before);
 }
 
 TEST_F(Unloading, AForkedChildLeavesTheParentsStreamAlone) {

@@ -394,7 +394,8 @@ TEST_F(ZohostProcess, AFullDiskIsAClearMessage) {
 TEST_F(ZohostProcess, AReaderThatStopsReadingDoesNotKeepItFromEnding) {
   Program program(Zohost({"watch", "x", "/long", "--interval", "5ms"}, FAKE_PLUGIN), Options());
   ASSERT_TRUE(program.WaitForOut([](const std::string& out) { return out.size() > 1000; }));
-  program.StallOut();  // the pipe is full soon
+  program.StallOut();
+  ASSERT_TRUE(program.WaitUntilFull());
   program.Signal(SIGINT);
   EXPECT_EQ(program.Wait(), 0);
   EXPECT_THAT(program.Err(), HasSubstr("bytes were not taken"));
@@ -417,8 +418,9 @@ TEST_F(ZohostProcess, AFloodFromManyThreadsIsPrintedWhole) {
 }
 
 TEST_F(ZohostProcess, UpdatesLostToASlowReaderAreCounted) {
-  Program program(Zohost({"watch", "x", "/deluge", "--format", "jsonl"}, FAKE_PLUGIN), Options());
-  program.StallOut();
+  ProgramOptions options = Options();
+  options.stalled = true;
+  Program program(Zohost({"watch", "x", "/deluge", "--format", "jsonl"}, FAKE_PLUGIN), options);
   while (trace.Text().find("flooded") == std::string::npos) {
     std::this_thread::yield();
   }

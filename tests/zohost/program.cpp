@@ -72,8 +72,9 @@ Program::Program(const std::vector<std::string>& arguments, const ProgramOptions
   if (slave_ < 0) {
     close(childOut);
   }
-  readers_ = out_ >= 0 ? 2 : 1;
-  if (out_ >= 0) {
+  const bool reading = out_ >= 0 && !options.stalled;
+  readers_ = reading ? 2 : 1;
+  if (reading) {
     outReader_ = std::thread([this] { Collect(out_, stop_[0], outText_); });
   }
   errReader_ = std::thread([this] { Collect(err_, -1, errText_); });
@@ -173,6 +174,23 @@ int Program::Wait() {
 
 void Program::Signal(int signal) {
   kill(process_, signal);
+}
+
+bool Program::WaitUntilFull() {
+  // Its pages need not be full to the last byte, so that it is when nothing more comes.
+  const int capacity = fcntl(out_, F_GETPIPE_SZ);
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  int before = 0;
+  while (std::chrono::steady_clock::now() < deadline) {
+    int held = 0;
+    ioctl(out_, FIONREAD, &held);
+    if (held == before && held > capacity / 2) {
+      return true;
+    }
+    before = held;
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  return false;
 }
 
 bool Program::WaitForStop() {

@@ -19,8 +19,9 @@
 struct ProgramOptions {
   enum class Output { pipe, terminal, file };
   Output output = Output::pipe;
-  std::string file;  // for Output::file
-  int columns = 80;  // for Output::terminal
+  bool stalled = false;  // nobody reads the pipe
+  std::string file;      // for Output::file
+  int columns = 80;      // for Output::terminal
   int rows = 24;
   bool errorsOnTerminal = false;  // standard error goes to the terminal, too
   std::map<std::string, std::string> environment;
@@ -55,6 +56,8 @@ class Program {
   const termios& FirstTerminalSettings() const { return firstSettings_; }
   // Stops reading standard output: from now on the pipe fills up. CloseOut closes it.
   void StallOut();
+  // Waits until the program has filled the pipe that nobody reads.
+  bool WaitUntilFull();
   void CloseOut();
 
  private:

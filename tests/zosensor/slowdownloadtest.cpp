@@ -92,12 +92,12 @@ TEST_F(SlowDownload, IsServedBeyondTheIdleTimeWhileBytesMove) {
 
 TEST_F(SlowDownload, ThatStopsIsDroppedAfterTheIdleTime) {
   constexpr std::size_t size = 32000000;  // more than the systems at both ends take
-  options.limits.idleTime = 300ms;
+  options.limits.idleTime = 2s;
   StartWithLarge(size);
   Download client(port);
+  const ZoTest::Stopwatch watch;
   ASSERT_TRUE(client.Fetch(20000));
   const std::ptrdiff_t before = OpenDescriptors();
-  const ZoTest::Stopwatch watch;
   const ZoTest::Deadline deadline;
   while (OpenDescriptors() >= before && !deadline.Expired()) {
     std::this_thread::sleep_for(5ms);
