@@ -78,7 +78,7 @@ typedef void (*ioItemValueCallback)(const char* itemName, const ioDataValue* val
 
 /* [callback] The result of CallMethod, before it returns. callToken is CallMethod's first argument, untouched;
  * response is a JSON text {"id": …, "errcode": 0, "data": "…"} whose "data" is itself JSON text. errcode is always 0: a
- * failure shows in data alone. */
+ * failure shows in data alone; that of "RunSensor" and "StopSensor" only in the log. */
 typedef void (*ioMethodResultCallback)(const void* callToken, const char* response, void* context);
 
 /* [callback] One log line, ended by a newline: "[function](thread id)message\n". level: 2 info, 3 notice,
@@ -141,7 +141,8 @@ int CreateIoInstance(const char* address, unsigned short controlPort, const ioHa
  * Returns 0; 1 for a null handle. */
 int DestroyIoInstance(void* handle);
 
-/* [any] The description of the plug-in. Always the same address, valid while the library is loaded; never null. */
+/* [any] The description of the plug-in. Always the same address, valid while the library is loaded; never null. (A
+ * process without memory for the very first call of the library gets std::bad_alloc out of it.) */
 const ioInfo* GetIoInfo(void);
 
 /* [any] Reads one item from its sensor and delivers it through the item-value callback before returning.
@@ -162,15 +163,15 @@ int ReadItem(const char* itemName, void* handle);
 
 /* [any] Writes one item. value is only read during the call; its type must be 0 to 4. ignored: any number.
  * Blocks for the sensor's answer, at most about 3 s a request (two requests on the first use of a name).
- * Returns 0 when the write was sent, also when the sensor then refused it, gave no answer, or the value is none that
- * JSON can carry (NaN, infinities, text that is no UTF-8); 1 when it was refused here: another type, an item that the
- * sensor does not have (or has as null), no connection, or an answer without a status. A refusal of the sensor leaves no
+ * Returns 0 when the write was sent, also when the sensor then refused it, gave no answer or one without a status, or
+ * the value is none that JSON can carry (NaN, infinities, text that is no UTF-8); 1 when it was refused here: another
+ * type, an item that the sensor does not have (or has as null), or no connection. A refusal of the sensor leaves no
  * trace but the value: read it, a millisecond or more later, to see what became of the write. */
 int WriteItem(const char* itemName, const ioDataValue* value, int ignored, void* handle);
 
 /* [any] Subscribes items: their values then arrive through the item-value callback every intervalMs.
  * intervalMs  in milliseconds; the granularity is 100 ms, so everything up to 100 means every 100 ms.
- * count       of the names; with 0 or less nothing is done, and the result is 0.
+ * count       of the names; with 0 or less nothing is done, and the result is 0 (1 when the sensor is not connected).
  * itemNames   count names. At a null one the batch ends with 1: the names before it are subscribed, the results
  *             from there on are not written.
  * results     count words, written by the call: for each name a kind code (0 to 5; 2 for a new item), or 6 when
@@ -184,8 +185,8 @@ int SubscribeItems(long long intervalMs, int count, const char* const* itemNames
 
 /* [any] Ends subscriptions: each name leaves all intervals at once. With a null name anywhere nothing is done. Blocks
  * for the sensor's answers, up to two requests for a resource that nobody uses any more, at most about 3 s each.
- * Returns 0, also for items that were not subscribed; 1 for a null name, a sensor that is not connected, or a failure
- * that is logged. */
+ * Returns 0, also for items that were not subscribed (which counts nevertheless: the next subscription of that resource
+ * asks the sensor for nothing); 1 for a null name, a sensor that is not connected, or a want of memory. */
 int UnsubscribeItems(int count, const char* const* itemNames, void* handle);
 
 /* [any] Calls a method; its response arrives through the method-result callback before the call returns.
