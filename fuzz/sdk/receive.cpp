@@ -60,7 +60,7 @@ class Play {
   void Message(std::string_view text) {
     Incoming message = ReadIncoming(text, shapes);
     if (message.kind == Incoming::Kind::Malformed) {
-      state.MessageUnusable(text, now);
+      state.MessageUnusable(text, true, now);
       state.SessionLost("bad message", now);
       state.SessionOpened(now);
       return;

@@ -92,7 +92,7 @@ class Play final : public SessionEvents {
       message = ReadIncoming(text, shapes);
     }
     if (message.kind == Incoming::Kind::Malformed) {
-      state.MessageUnusable(text, now);
+      state.MessageUnusable(text, true, now);
       if (input.Has(StreamInput::Strict)) {
         closed = true;
         session->Close(Session::CloseCode_BadMessage, [this] { gone = true; });
@@ -129,7 +129,7 @@ class Play final : public SessionEvents {
     Require(!ended && !closed, "a session ends once");
     Require(!end.cause.empty(), "an end has a cause");
     ended = true;
-    state.MessageUnusable(end.partial, now);
+    state.MessageUnusable(end.partial, true, now);
     if (opened) {
       state.SessionLost(end.cause, now);
     }

@@ -243,7 +243,7 @@ TEST_F(OneSided, PeerThatAnswersPingsNoMoreIsLostThoughItSpeaks) {
   system.Connect();
   EXPECT_EQ(FailureOf(StartStream("/s")), "");
   ASSERT_TRUE(Eventually([&] { return sensor.PongCount() >= 1; }));
-  EXPECT_LT(SpeakOnly(std::chrono::seconds(20)), std::chrono::seconds(kSanitized ? 15 : 6));
+  EXPECT_LT(SpeakOnly(std::chrono::seconds(20)), std::chrono::seconds(kSanitized ? 15 : 8));
   EXPECT_EQ(sensor.ConnectionCount(), 2U);
   EXPECT_TRUE(sensor.WaitForRequest("startStream", "/s", 2)) << "restored";
 }

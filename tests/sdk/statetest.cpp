@@ -270,6 +270,37 @@ TEST(ReadBrake, WhatTwoAnswersInARowEndedSessionsIsAskedEverMoreRarely) {
   EXPECT_EQ(brake.Read("/poison", asked), ReadBrake::Ruling::Send);
 }
 
+TEST(ReadBrake, OfThoseThatEndSessionsOneInFiveSecondsIsAsked) {
+  ReadBrake brake;
+  for (const char* const uri : {"/a", "/b"}) {
+    brake.ReadEndedTheSession(uri, start);
+    brake.ReadEndedTheSession(uri, start);
+  }
+  EXPECT_EQ(brake.Read("/a", start + seconds(5)), ReadBrake::Ruling::Send);
+  EXPECT_EQ(brake.Read("/b", start + seconds(9)), ReadBrake::Ruling::Answer);
+  EXPECT_EQ(brake.Read("/b", start + seconds(10)), ReadBrake::Ruling::Send);
+  EXPECT_EQ(brake.Read("/a", start + seconds(10)), ReadBrake::Ruling::Answer);
+  EXPECT_EQ(brake.Read("/a", start + seconds(15)), ReadBrake::Ruling::Send)
+      << "a read that told nothing costs no long pause";
+}
+
+TEST(ReadBrake, WhatEndedTwoSessionsLongApartIsChance) {
+  ReadBrake brake;
+  brake.ReadEndedTheSession("/a", start);
+  brake.ReadEndedTheSession("/a", start + seconds(65));
+  EXPECT_FALSE(brake.EndsSessions("/a"));
+  brake.ReadEndedTheSession("/a", start + seconds(129));
+  EXPECT_TRUE(brake.EndsSessions("/a"));
+}
+
+TEST(ReadBrake, WhatEndedSessionsAndIsMuteNowIsProbed) {
+  ReadBrake brake;
+  brake.ReadEndedTheSession("/a", start);
+  brake.ReadEndedTheSession("/a", start);
+  brake.ReadUnanswered("/a", start);
+  EXPECT_EQ(brake.Read("/a", start + seconds(5)), ReadBrake::Ruling::AnswerAndProbe);
+}
+
 TEST(ReadBrake, UsableAnswerBetweenTwoThatEndSessionsMakesThemChance) {
   ReadBrake brake;
   brake.ReadEndedTheSession("/a", start);
@@ -455,6 +486,32 @@ TEST(Watchdog, AnswerAboutItselfMayWaitBehindAMessageThatGrows) {
   EXPECT_EQ(dog.Step(start + milliseconds(1900)), Watchdog::Verdict::Mute);
 }
 
+TEST(Watchdog, AnswerAboutItselfWaitsForHalfAMinuteAtMost) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  dog.RequestUnanswered();
+  dog.RequestUnanswered();
+  dog.HealthAsked(start);
+  for (int second = 0; second < 40; ++second) {
+    dog.MessageGrows(start + seconds(second));
+    dog.BytesArrived(start + seconds(second));
+  }
+  EXPECT_NE(dog.Step(start + milliseconds(30999)), Watchdog::Verdict::Mute);
+  EXPECT_EQ(dog.Step(start + seconds(31)), Watchdog::Verdict::Mute);
+}
+
+TEST(Watchdog, AnswerAboutItselfIsNotMissedWhileNobodyListens) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  dog.Paused(start);
+  dog.RequestUnanswered();
+  dog.RequestUnanswered();
+  dog.HealthAsked(start);
+  dog.Paused(start + seconds(60));
+  EXPECT_NE(dog.Step(start + milliseconds(60999)), Watchdog::Verdict::Mute);
+  EXPECT_EQ(dog.Step(start + seconds(61)), Watchdog::Verdict::Mute);
+}
+
 TEST(Backoff, FirstAtOnceThenDoublingToThreeSecondsWithJitter) {
   for (std::uint32_t seed = 1; seed < 50; ++seed) {
     Backoff backoff(seed);
@@ -519,6 +576,13 @@ TEST(Incoming, SuspectIsNamedAtEitherEndOfTheMessage) {
   EXPECT_EQ(last.id, std::nullopt);
   EXPECT_EQ(SuspectOf("{\"payload\":1,\"id\":17").id, 17U);
   EXPECT_EQ(SuspectOf(filler).uri, std::nullopt);
+}
+
+TEST(Incoming, SuspectPushIsNoAnswerWhateverItHolds) {
+  const Suspect push = SuspectOf(R"({"event":"stream","uri":"/s","payload":{"id":7,"d":[[[)");
+  EXPECT_EQ(push.id, std::nullopt);
+  EXPECT_EQ(push.uri, "/s");
+  EXPECT_EQ(SuspectOf(R"({"id":7,"uri":"/a","payload":{"event":[[[)").id, 7U);
 }
 
 TEST(Driver, FaultOfTheLoopLeavesItFitToBeDriven) {
@@ -682,7 +746,7 @@ TEST_F(State, ShortPatienceInAShortOutageLeavesOthersTheirTime) {
 // Or whoever reads it again and again, such as a search for missing items, would end each session.
 TEST_F(State, ReadWhoseAnswersEndedTwoSessionsIsAnsweredHereButForOneAfterAWhile) {
   const auto endSession = [this](int id) {
-    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"status\":1,\"payload\":[[[", now);
+    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"status\":1,\"payload\":[[[", true, now);
     state.SessionLost("bad message", now);
     state.SessionOpened(now);
   };
@@ -711,12 +775,41 @@ TEST_F(State, ReadOfAResourceThatHadContentFailsSoThatTheContentStays) {
   for (int id = 2; id <= 3; ++id) {
     Ask(ZoRequestMethod_Read, "/a");
     Sent();
-    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"status\":1,\"payload\":[[[", now);
+    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"status\":1,\"payload\":[[[", true, now);
     state.SessionLost("bad message", now);
     state.SessionOpened(now);
   }
   EXPECT_EQ(Outcome(Ask(ZoRequestMethod_Read, "/a")),
             "The sensor's answers about this resource end the session; it is asked ever more rarely.");
+}
+
+TEST_F(State, AnswerToAReadThatEndsSessionsSaysNothingOfItsStream) {
+  state.SessionOpened(now);
+  const Pending stream = Ask(ZoRequestMethod_StartStream, "/a");
+  Sent();
+  Receive("{\"id\":1,\"status\":1,\"payload\":5}");
+  for (int i = 0; i < 2; ++i) {
+    const Pending read = Ask(ZoRequestMethod_Read, "/a");
+    const std::vector<std::string> sent = Sent();
+    ASSERT_EQ(sent.size(), 1U);
+    const int id = ZoJson::ParseString(sent.back()).At("id").Get<int>();
+    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"payload\":[[[", true, now);
+    state.SessionLost("bad message", now);
+    state.SessionOpened(now);
+    ASSERT_EQ(Sent().size(), 1U) << "the stream is asked for again at once";
+  }
+}
+
+TEST_F(State, WantOfMemoryForAnAnswerIsNotTheResources) {
+  state.SessionOpened(now);
+  for (int id = 1; id <= 2; ++id) {
+    Ask(ZoRequestMethod_Read, "/a");
+    Sent();
+    state.MessageUnusable("{\"id\":" + std::to_string(id) + ",\"payload\":[[[", false, now);
+    state.SessionLost("bad message", now);
+    state.SessionOpened(now);
+  }
+  EXPECT_FALSE(state.Brake().EndsSessions("/a"));
 }
 
 TEST_F(State, LateAnswersOfAReadThatEndSessionsCountToo) {
@@ -726,8 +819,8 @@ TEST_F(State, LateAnswersOfAReadThatEndSessionsCountToo) {
   state.TimeOut(read, 3000000, now);
   for (int i = 0; i < 2; ++i) {
     EXPECT_FALSE(state.Brake().EndsSessions("/a"));
-    state.MessageUnusable("{\"id\":1,\"status\":1,\"uri\":\"/a\",\"payload\":[[[", now);
-    state.MessageUnusable("{\"id\":1,\"status\":1,\"uri\":\"/b\",\"payload\":[[[", now);
+    state.MessageUnusable("{\"id\":1,\"status\":1,\"uri\":\"/a\",\"payload\":[[[", true, now);
+    state.MessageUnusable("{\"id\":1,\"status\":1,\"uri\":\"/b\",\"payload\":[[[", true, now);
   }
   EXPECT_TRUE(state.Brake().EndsSessions("/a"));
   EXPECT_FALSE(state.Brake().EndsSessions("/b")) << "it was never asked about";
@@ -1475,11 +1568,11 @@ TEST_F(Unheard, SessionsThatEndBeforeItWasAskedForDoNotCount) {
 TEST_F(Unheard, StartWhoseAnswerEndedTheSessionIsNotAskedForAgain) {
   Ask(ZoRequestMethod_StartStream, "/s");
   Sent();
-  state.MessageUnusable("{\"id\":1,\"status\":1,\"payload\":[[[", start);
+  state.MessageUnusable("{\"id\":1,\"status\":1,\"payload\":[[[", true, start);
   EXPECT_THAT(Restores(), ElementsAre());
   Ask(ZoRequestMethod_Sub, "/n/*");
   Sent();
-  state.MessageUnusable("{\"event\":\"notification\",\"uri\":\"/n/1\",\"payload\":[[[", start);
+  state.MessageUnusable("{\"event\":\"notification\",\"uri\":\"/n/1\",\"payload\":[[[", true, start);
   EXPECT_THAT(Restores(), ElementsAre());
 }
 
@@ -1487,7 +1580,7 @@ TEST_F(Unheard, StartWhoseRestoreEndsTheSessionIsForgotten) {
   Ask(ZoRequestMethod_StartStream, "/s");
   Sent();
   EXPECT_THAT(Restores(), ElementsAre("startStream /s"));
-  state.MessageUnusable("{\"id\":" + std::to_string(lastId) + ",\"payload\":[[[", start);
+  state.MessageUnusable("{\"id\":" + std::to_string(lastId) + ",\"payload\":[[[", true, start);
   EXPECT_THAT(Restores(), ElementsAre());
 }
 

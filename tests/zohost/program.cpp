@@ -181,16 +181,17 @@ bool Program::WaitUntilFull() {
   const int capacity = fcntl(out_, F_GETPIPE_SZ);
   const auto deadline = std::chrono::steady_clock::now() + limit;
   int before = 0;
-  while (std::chrono::steady_clock::now() < deadline) {
+  for (int still = 0; still < 5;) {
     int held = 0;
     ioctl(out_, FIONREAD, &held);
-    if (held == before && held > capacity / 2) {
-      return true;
-    }
+    still = held == before && held > capacity / 2 ? still + 1 : 0;
     before = held;
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
   }
-  return false;
+  return true;
 }
 
 bool Program::WaitForStop() {

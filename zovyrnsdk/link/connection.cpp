@@ -357,7 +357,8 @@ bool Connection::OnMessage(std::string_view text, bool binary) {
     if (!outOfMemory || text.size() > smallMessage) {  // which is not to blame for a want of memory
       const Time now = Clock::now();
       Zo::MutexLock lock(mutex);
-      state.MessageUnusable(text, now);
+      const bool itself = !outOfMemory || text.size() > hugeMessage;
+      state.MessageUnusable(text, itself, now);
     }
     session->Close(tooLarge ? Session::CloseCode_TooLarge : Session::CloseCode_BadMessage, nullptr);
     Lost(tooLarge ? "the sensor sent a message that is too large"
@@ -419,7 +420,7 @@ void Connection::OnEnd(const SessionEnd& end) {
   if (!end.partial.empty()) {
     const Time now = Clock::now();
     Zo::MutexLock lock(mutex);
-    state.MessageUnusable(end.partial, now);
+    state.MessageUnusable(end.partial, true, now);
   }
   Lost(end.cause);
 }
@@ -514,8 +515,7 @@ void Connection::Step() {
       state.AnswersPings();
     }
     if (paused) {
-      state.BytesArrived(now);  // it is we who do not listen
-      state.PeerHears(now);
+      state.Paused(now);  // it is we who do not listen
     } else if (now > expected + lateAlarm) {
       state.Deaf(now - expected, now);  // likewise: nobody drove
     }

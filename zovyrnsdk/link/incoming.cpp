@@ -100,7 +100,9 @@ Incoming ReadIncoming(std::string_view text, ZoJsonShapes& shapes) {
 
 Suspect SuspectOf(std::string_view text) {
   Suspect suspect;
-  if (const auto id = AfterMember(text, "id")) {
+  const auto event = AfterMember(text, "event");
+  // What a push has behind its "event" is its content's.
+  if (const auto id = AfterMember(text, "id"); id && !(event && event->data() < id->data())) {
     std::uint64_t value = 0;
     if (std::from_chars(id->data(), id->data() + id->size(), value).ec == std::errc()) {
       suspect.id = value;

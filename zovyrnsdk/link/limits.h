@@ -15,6 +15,7 @@ inline constexpr std::chrono::milliseconds pingInterval{1000};     // between tw
 inline constexpr std::chrono::milliseconds silenceLimit{3000};     // without a byte: the peer is dead
 inline constexpr std::chrono::milliseconds hearingLimit{3000};     // for a pong, while other bytes come
 inline constexpr std::chrono::milliseconds healthLimit{1000};      // for an answer of /system
+inline constexpr std::chrono::milliseconds growLimit{30000};       // that it may wait behind large messages
 inline constexpr std::chrono::milliseconds requestPatience{3000};  // for requests that nobody waits for
 inline constexpr std::chrono::milliseconds refusedPause{3000};     // before a refused restore is tried again
 inline constexpr std::chrono::milliseconds blamedPause{60000};     // the same, for what ended sessions

@@ -246,7 +246,7 @@ void LinkState::EndWith(const Entry& entry, const std::string& reason) {
   }
 }
 
-void LinkState::MessageUnusable(std::string_view text, Time now) {
+void LinkState::MessageUnusable(std::string_view text, bool itself, Time now) {
   const Suspect suspect = SuspectOf(text);
   const Entry* const entry = suspect.id ? table.Find(*suspect.id) : nullptr;
   if (entry == nullptr && !suspect.uri) {
@@ -256,7 +256,11 @@ void LinkState::MessageUnusable(std::string_view text, Time now) {
   // An answer that nobody waits for any more was to a read as a rule: most requests are, and large answers come late.
   const bool late = entry == nullptr && suspect.id && *suspect.id <= table.LastId() && brake.Expects(uri);
   if (late || (entry != nullptr && entry->method == ZoRequestMethod_Read)) {
-    brake.ReadEndedTheSession(uri, now);
+    // Which says nothing of what is pushed.
+    if (itself) {
+      brake.ReadEndedTheSession(uri, now);
+    }
+    return;
   }
   Disown(uri);
   restorer.Blame(uri);
@@ -310,7 +314,9 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
   if (entry == nullptr) {
     // Late, or never asked for. A late one may be the very answer that the brake was set for.
     if (asked) {
-      brake.Spoken(UriOf(message.document));
+      const std::string uri = UriOf(message.document);
+      brake.Spoken(uri);
+      brake.ReadAnswered(uri);
     }
     return;
   }

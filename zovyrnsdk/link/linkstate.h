@@ -41,8 +41,9 @@ class LinkState {
   void SessionOpened(Time now);
   // reason is a clause for the sentence of those that were under way.
   void SessionLost(const std::string& reason, Time now);
-  // The session is about to end because of this message. What was asked for and brought it is not asked for again.
-  void MessageUnusable(std::string_view text, Time now);
+  // The session is about to end because of this message; itself: not because there was no memory just then. What was asked
+  // for and brought it is not asked for again, or only after a while.
+  void MessageUnusable(std::string_view text, bool itself, Time now);
   // The system was disconnected: everything ends.
   void Close() noexcept;
 
@@ -51,6 +52,7 @@ class LinkState {
   void BytesArrived(Time now) { watchdog.BytesArrived(now); }
   void PeerHears(Time when) { watchdog.PeerHears(when); }
   void MessageGrows(Time now) { watchdog.MessageGrows(now); }
+  void Paused(Time now) { watchdog.Paused(now); }
   void AnswersPings() { watchdog.AnswersPings(); }
   void Deaf(Duration time, Time now) { watchdog.Deaf(time, now); }
 

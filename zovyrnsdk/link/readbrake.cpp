@@ -25,11 +25,13 @@ Duration PauseAfter(unsigned sessions) {
 ReadBrake::Ruling ReadBrake::Read(const std::string& uri, Time now) {
   if (EndsSessions(uri)) {
     Ending& each = ending.at(uri);
-    if (now < each.due) {
+    // One at a time: behind the answer of one that ends the session those of others would be lost.
+    if (now < each.due || now < nextSuspect) {
       return Ruling::Answer;
     }
-    each.due = now + PauseAfter(each.sessions);
-    return Ruling::Send;
+    nextSuspect = now + probeInterval;
+    each.due = now + probeInterval;
+    return braked.contains(uri) ? Ruling::AnswerAndProbe : Ruling::Send;
   }
   if (braked.empty()) {
     return Ruling::Send;
@@ -53,7 +55,7 @@ void ReadBrake::ReadUnanswered(const std::string& uri, Time now) {
 
 void ReadBrake::ReadEndedTheSession(const std::string& uri, Time now) {
   Ending& each = ending[uri];
-  ++each.sessions;
+  each.sessions = now < each.due + blamedPause ? each.sessions + 1 : 1;
   each.due = now + PauseAfter(each.sessions);
 }
 

@@ -5,7 +5,7 @@
 // once by the link, while a probe goes out every 5 s, until anything about the URI arrives. URIs that have
 // answered before are never braked. A URI two of whose answers in a row ended their session is braked as well,
 // answered before or not, but for one read after 5 s and then ever more rarely, down to once a minute, until one is
-// answered with something usable. A plain state machine: the caller brings the time. Guarded by its owner. Memory:
+// answered with something usable; of all such URIs one in 5 s. A plain state machine: the caller brings the time. Guarded by its owner. Memory:
 // one entry for each URI that this side asked about, and hashes of a bounded number of URIs that the sensor pushed.
 #pragma once
 
@@ -60,6 +60,7 @@ class ReadBrake {
   std::unordered_set<std::size_t> heard;           // hashes of URIs whose content came
   std::unordered_map<std::string, Time> braked;    // to the time of the last probe
   std::unordered_map<std::string, Ending> ending;  // the session, by their last answer
+  Time nextSuspect{};
 };
 
 }  // namespace ZoSdk

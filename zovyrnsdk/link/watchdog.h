@@ -3,8 +3,8 @@
 // Three signs: no byte for 3 s although it was pinged every second; bytes, but no pong within 3 s from a peer that has
 // answered pings before, so that it does not hear us any more; and requests that end without an answer while the peer
 // still answers pings. After two of those in a row the sensor is asked about "/system", and is lost when that is not
-// answered within a second, or a second after the last piece of a long message before it. A plain state machine: the
-// caller brings the time. Guarded by its owner.
+// answered within a second, or a second after the last piece of a long message before it, but for half a minute at
+// most. A plain state machine: the caller brings the time. Guarded by its owner.
 #pragma once
 
 #include <algorithm>
@@ -38,7 +38,16 @@ class Watchdog {
   // It is in the middle of a message, so the answer about itself has to wait behind that.
   void MessageGrows(Time now) {
     if (healthDue != never) {
-      healthDue = std::max(healthDue, now + healthLimit);
+      healthDue = std::max(healthDue, std::min(now, healthAsked + growLimit) + healthLimit);
+    }
+  }
+
+  // Nobody listens, on purpose.
+  void Paused(Time now) {
+    BytesArrived(now);
+    PeerHears(now);
+    if (healthDue != never) {
+      HealthAsked(now);
     }
   }
 
@@ -75,6 +84,7 @@ class Watchdog {
   // That question is out. Until then it waits behind what is sent before it, for which the sensor cannot be blamed.
   void HealthAsked(Time now) {
     if (asking) {
+      healthAsked = now;
       healthDue = now + healthLimit;
     }
   }
@@ -111,6 +121,7 @@ class Watchdog {
   Time unheardSince = never;  // the first ping without a pong
   bool answersPings = false;
   bool asking = false;  // about itself
+  Time healthAsked{};
   Time healthDue = never;
   unsigned unanswered = 0;
 };
