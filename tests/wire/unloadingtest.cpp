@@ -55,6 +55,7 @@ class LinkThread : public Unloading {};
 
 TEST_F(LinkThread, LeavesTheProcessesSignalsToTheHost) {
   Emulator sensor(streaming);
+  sensor.Content("/fast");  // its thread has begun: until then signals are kept from it
   const std::vector<std::string> before = ThreadsThatTake(SIGINT);
   EXPECT_FALSE(before.empty());
   Stream(sensor.Port());
