@@ -5,12 +5,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/qapi/failingnew.h"
+#include "tests/support/memorynow.h"
 #include "tests/vyrnclient/eventually.h"
 
 namespace ZoTest {
@@ -171,6 +175,51 @@ TEST_F(CacheManager, ValueWithoutAnOrderIsAlwaysStoredAndLeavesTheOrderAsItIs) {
   EXPECT_EQ(cache.AddInOrderAt("/k", Number(4), 7, start + 2), Added::Stored);
 }
 
+TEST_F(CacheManager, AddStoresWhateverOrderTheValueBeforeHas) {
+  const long long before = ZoIO::CacheManager::TimeInMills() - 1000;
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(1), 7, before), Added::Stored);
+  cache.Add("/k", Number(2));
+  EXPECT_EQ(cache.Get("/k", 0), Number(2));
+}
+
+TEST_F(CacheManager, VersionOfASlotRisesFrom1WithEachValueThatIsStored) {
+  EXPECT_EQ(cache.Find("/k"), nullptr);
+  for (int i = 1; i <= 3; ++i) {
+    EXPECT_EQ(cache.AddInOrderAt("/k", Number(i), 7, start + i), Added::Stored);
+    const ZoIO::CacheManager::Slot* const slot = cache.Find("/k");
+    ASSERT_NE(slot, nullptr);
+    EXPECT_EQ(ZoIO::CacheManager::Version(*slot), static_cast<std::uint64_t>(i));
+  }
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(4), 6, start + 4), Added::Outdated);
+  EXPECT_EQ(cache.AddInOrderAt("/k", Number(4), 7, start + 3), Added::MillisecondTaken);
+  EXPECT_EQ(ZoIO::CacheManager::Version(*cache.Find("/k")), 3u);
+}
+
+TEST_F(CacheManager, SlotThatNobodyHasLookedAtYetHasTheShapeOfNoDocument) {
+  cache.AddAt("/k", Number(1), start);
+  const ZoIO::CacheManager::Slot* const slot = cache.Find("/k");
+  ASSERT_NE(slot, nullptr);
+  EXPECT_EQ(slot->look.shape, 0u);
+  EXPECT_EQ(slot->look.since, 0u);
+}
+
+TEST_F(CacheManager, ValueOfASlotComesWithItsVersionUnlessItMayGiveWayWithoutANewOne) {
+  std::uint64_t version = 77;
+  long long at = 0;
+  cache.AddAt("/k", Number(1), start);
+  const ZoIO::CacheManager::Slot* const slot = cache.Find("/k");
+  ASSERT_NE(slot, nullptr);
+  const long long before = ZoIO::CacheManager::TimeInMills();
+  EXPECT_EQ(cache.Get(*slot, 0, version, at), Number(1));
+  EXPECT_EQ(version, 1u);
+  EXPECT_GE(at, before);
+  EXPECT_LE(at, ZoIO::CacheManager::TimeInMills());
+  // Both lie ahead of the clock: the first counts until its time has passed.
+  cache.AddAt("/k", Number(2), start + 1);
+  EXPECT_EQ(cache.Get(*slot, 0, version, at), Number(1));
+  EXPECT_EQ(version, 0u);
+}
+
 TEST_F(CacheManager, OldValuesAreDroppedBeforeTheirTimeWhenTheyHoldTooMuchMemory) {
   constexpr std::size_t mebibyte = std::size_t{1} << 20;
   for (int i = 0; i < 64; ++i) {
@@ -222,6 +271,55 @@ TEST_F(CacheManager, TrimmingDropsWhatIsStrictlyOlderThanTheMaximumAge) {
   cache.TrimAt(start + maxAge + 1);
   EXPECT_EQ(cache.SizeAt("/k"), 2u);
   EXPECT_EQ(GetAt("/k", 100'000, start + maxAge + 1), 2);
+}
+
+TEST_F(CacheManager, KeyThatKeepsTwoValuesIsTrimmedAgain) {
+  cache.AddAt("/k", Number(1), start);
+  cache.AddAt("/k", Number(2), start + 1);
+  cache.TrimAt(start + maxAge);
+  EXPECT_EQ(cache.SizeAt("/k"), 2u);
+  cache.TrimAt(start + maxAge + 1);
+  EXPECT_EQ(cache.SizeAt("/k"), 1u);
+}
+
+// What there is to trim is noted behind the value, which then is there all the same.
+TEST_F(CacheManager, KeyThatCouldNotBeNotedForTrimmingIsNotedWithItsNextValue) {
+  bool failed = true;
+  for (int nth = 1; failed; ++nth) {
+    ASSERT_LT(nth, 100);
+    ZoIO::CacheManager other(maxAge);  // which has no memory for its notes yet
+    other.AddAt("/k", Number(1), start);
+    const ZoJson value = Number(2);
+    {
+      const FailingNew failing(nth);
+      try {
+        other.AddAt("/k", value, start + 1);
+      } catch (const std::bad_alloc&) {
+      }
+      failed = failing.HasFailed();
+    }
+    other.AddAt("/k", Number(3), start + 2);
+    other.TrimAt(start + 100'000);
+    EXPECT_EQ(other.SizeAt("/k"), 1u) << nth;
+  }
+}
+
+// Each key is noted once for trimming, and no longer than it has something to trim: the notes would grow for ever.
+TEST_F(CacheManager, ValuesThatComeAndGoTakeNoMemoryButTheirOwn) {
+  const ZoJson value = Number(1);
+  cache.AddAt("/k", value, start);
+  cache.AddAt("/k", value, start + 1);
+  for (int i = 2; i < 20; ++i) {
+    {
+      const FailingNew failing(2);  // the first allocation is the value's
+      EXPECT_NO_THROW(cache.AddAt("/k", value, start + i));
+      EXPECT_FALSE(failing.HasFailed()) << i;
+    }
+    if (i % 2 == 1) {
+      cache.TrimAt(start + i + maxAge);
+      EXPECT_EQ(cache.SizeAt("/k"), 1u);
+    }
+  }
 }
 
 TEST_F(CacheManager, TrimmingKeepsTheNewestOfEachKeyHoweverOld) {
@@ -400,6 +498,59 @@ TEST_F(CacheManager, ForgetsAllValuesOfAKeyAndKeepsTheKey) {
   cache.AddInOrderAt("/a", Number(9), 20, start + 6);
   cache.TrimAt(start + 100'000);
   EXPECT_EQ(cache.Get("/a", 0), Number(9));
+}
+
+// Documents that are huge, though they lie in small pieces, which the allocator would keep for later.
+class CacheMemory : public CacheManager {
+ protected:
+  void SetUp() override {
+    if (kSanitized) {
+      GTEST_SKIP() << "Sanitizers keep freed memory.";
+    }
+  }
+
+  // Sixteen documents of a mebibyte each, under keys of their own, and none of them the newest value.
+  void Fill(ZoIO::CacheManager& other) {
+    for (int i = 0; i < 16; ++i) {
+      const std::string key = "/k" + std::to_string(i);
+      EXPECT_EQ(other.AddInOrderAt(key, MakeDocument(), 0, start, mebibyte), Added::Stored);
+      EXPECT_EQ(other.AddInOrderAt(key, Number(i), 0, start + 1), Added::Stored);
+    }
+  }
+
+  static void ExpectGivenBackSince(std::size_t before) { EXPECT_LT(MemoryNow() + 8 * mebibyte, before); }
+
+ private:
+  static constexpr std::size_t mebibyte = std::size_t{1} << 20;
+
+  ZoJson MakeDocument() {
+    constexpr std::size_t piece = 1000;
+    ZoJson document = ZoJson::EmptyArray();
+    for (std::size_t i = 0; i <= mebibyte / piece; ++i) {
+      document.Set("/-", std::string(piece, 'x'));
+    }
+    // Two of its pieces stay in use: the allocator would give back the end of its memory by itself.
+    used.push_back(document.At("/0"));
+    used.push_back(document.At("/" + std::to_string(mebibyte / piece)));
+    return document;
+  }
+
+  std::vector<ZoJson> used;
+};
+
+TEST_F(CacheMemory, OfHugeValuesIsGivenBackOnceTheyAreTrimmed) {
+  Fill(cache);
+  const std::size_t before = MemoryNow();
+  cache.TrimAt(start + maxAge + 1);
+  ExpectGivenBackSince(before);
+}
+
+TEST_F(CacheMemory, OfHugeValuesIsGivenBackWhenTheCacheGoes) {
+  auto other = std::make_unique<ZoIO::CacheManager>(maxAge);
+  Fill(*other);
+  const std::size_t before = MemoryNow();
+  other.reset();
+  ExpectGivenBackSince(before);
 }
 
 }  // namespace

@@ -48,6 +48,14 @@ TEST_F(CacheFaults, JoinThatFailsIsDroppedAndTheWorkerEndsByItself) {
   EXPECT_TRUE(DebugLines().empty());
 }
 
+TEST_F(CacheFaults, JoinThatFailsIsNotTriedAgain) {
+  CacheManager cache(5000);
+  qTest_FailOperation(qOperation::ThreadJoin, 1, qStatus_TimeOut);
+  cache.Shutdown();
+  cache.Shutdown();
+  EXPECT_EQ(qTest_CallCount(), 1u);
+}
+
 TEST_F(CacheFaults, WorkerGoesOnAfterASleepThatFailed) {
   CacheManager cache(5000);
   qTest_FailOperationIn(cacheThread, qOperation::ThreadSleep, 1, qStatus_System, 3);

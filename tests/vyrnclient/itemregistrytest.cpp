@@ -49,6 +49,30 @@ TEST_F(ItemRegistry, ValidationLeavesTheStoringToTheSensorManager) {
   EXPECT_THAT(sensor->Kept(), ElementsAre(R"(/r {"a":5})"));
 }
 
+TEST_F(ItemRegistry, ReadValueIsStoredBeforeTheLineThatSaysSo) {
+  sensor->SetResource("/r", R"({"a":5})");
+  std::vector<std::string> kept;
+  recorder.OnLog([&](const Entry& entry) {
+    if (entry.message == "/r#/a value updated.") {
+      kept = sensor->Kept();
+    }
+  });
+  Item("/r#/a");
+  recorder.OnLog({});
+  EXPECT_THAT(kept, ElementsAre(R"(/r {"a":5})"));
+}
+
+// Again and again, since the clock may go on just then.
+TEST_F(ItemRegistry, NewestValueDecidesHoweverYoungTheOneBeforeIs) {
+  for (int i = 0; i < 100; ++i) {
+    const std::string uri = "/r" + std::to_string(i);
+    const long long now = ZoIO::CacheManager::TimeInMills();
+    Cache().AddAt(uri, ZoJson::ParseString(R"({"b":5})"), now - 1);
+    Cache().AddAt(uri, ZoJson::ParseString(R"({"a":5})"), now);
+    EXPECT_TRUE(Item(uri + "#/a").valid) << i;
+  }
+}
+
 TEST_F(ItemRegistry, NewItemOfACachedResourceIsValidatedWithoutARead) {
   Cached("/r", R"({"a":5})");
   EXPECT_TRUE(Item("/r#/a").valid);

@@ -217,6 +217,32 @@ TEST_F(ItemRetry, WithoutASourceOfItsOwnARegistryReadsAndStoresThroughItsSensorM
   EXPECT_EQ(Cache().Get("/r", 0), ZoJson(R"({"a":5})"));
 }
 
+TEST_F(ItemRetry, WithoutASourceOfItsOwnARegistryLetsNoRefusalOfItsPassesBeLogged) {
+  ZoIO::ItemManager registry(*sensor, false);
+  EXPECT_FALSE(registry.Item("/r#/a").valid);
+  sensor->ClearCalls();
+  registry.RetryInvalidItems();
+  const std::vector<FakeSensorManager::Request> calls = sensor->Calls();
+  ASSERT_FALSE(calls.empty());
+  for (const FakeSensorManager::Request& call : calls) {
+    EXPECT_EQ(call.Text(), "Read /r");
+    EXPECT_FALSE(call.logFailure);
+  }
+}
+
+// Again and again, since the clock may go on just then.
+TEST_F(ItemRetry, NewestValueDecidesHoweverYoungTheOneBeforeIs) {
+  for (int i = 0; i < 100; ++i) {
+    const std::string uri = "/r" + std::to_string(i);
+    MakeInvalid({uri + "#/a"});
+    const long long now = ZoIO::CacheManager::TimeInMills();
+    Cache().AddAt(uri, ZoJson::ParseString(R"({"b":5})"), now - 1);
+    Cache().AddAt(uri, ZoJson::ParseString(R"({"a":5})"), now);
+    Registry().RetryInvalidItems();
+    ASSERT_TRUE(Item(uri + "#/a").valid) << i;
+  }
+}
+
 TEST_F(ItemRetry, GivenUpRegistryDoesNotReadAnyMore) {
   MakeInvalid({"/r#/a"});
   sensor->SetScript("Read", [](const auto&) { return ZoJson(); });

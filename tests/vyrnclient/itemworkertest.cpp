@@ -130,6 +130,25 @@ TEST_F(ItemWorker, TightLoopEndsWhenTheRegistryIsGivenUp) {
                                                "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed."));
 }
 
+TEST_F(ItemWorker, WorksUntilTheLineOfItsEndIsWritten) {
+  sensor->SetScript("Read", [](const auto&) {
+    std::this_thread::yield();
+    return ZoJson();
+  });
+  sensor->PLC()->Item("/r#/a");
+  // More reads than passes: the worker is in its tight loop.
+  ASSERT_TRUE(sensor->WaitForCalls("Read", 1000));
+  bool worked = false;
+  recorder.OnLog([&](const Entry& entry) {
+    if (entry.message == "Destroying item manager.") {
+      worked = sensor->WaitForCalls("Read", sensor->CallCount("Read") + 1000);
+    }
+  });
+  sensor->PLC()->Shutdown();
+  recorder.OnLog({});
+  EXPECT_TRUE(worked);
+}
+
 TEST_F(ItemWorker, EndsWhileItSleeps) {
   const Stopwatch watch;
   for (int i = 0; i < 20; ++i) {

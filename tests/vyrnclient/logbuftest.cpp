@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 
+#include "tests/qapi/failingnew.h"
 #include "tests/support/recorder.h"
 #include "zoiohandler/vyrnclient/logstream.h"
 
@@ -141,6 +142,21 @@ TEST_F(LogStream, TextsStandInTheOrderInWhichTheyCameHoweverTheyCame) {
     EXPECT_EQ(recorder.All().back().text,
               "one 2 three four five and a text that is longer than what a string holds without memory\n");
   }
+}
+
+TEST_F(LogStream, TextForWhichThereIsNoMemoryMakesItBadAndDeliversNothing) {
+  {
+    ZoIO::LogStream<char> stream(&recorder, &Recorder::HandleLog, 5, nullptr);
+    stream << "one";
+    {
+      const FailingNew failing(1);
+      stream.Append({" and a text that is longer than what a string holds without memory"});
+      EXPECT_TRUE(failing.HasFailed());
+    }
+    EXPECT_TRUE(stream.bad());
+    stream << "rest" << std::endl;
+  }
+  EXPECT_EQ(recorder.Size(), 0u);
 }
 
 TEST_F(LogStream, DestructionDeliversWhatIsLeft) {

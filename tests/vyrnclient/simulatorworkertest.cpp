@@ -175,6 +175,52 @@ TEST_F(SimulatorWorker, BlockedPassDelaysItsEndByAboutASecondOnly) {
   EXPECT_TRUE(Eventually([&] { return qTest_LiveObjects() < objects; }));
 }
 
+// Its last pass comes after all that waited for it. A busy machine makes an end late, but not all of them.
+TEST_F(SimulatorWorker, BlockedLastPassDelaysItsEndByASecond) {
+  Clock::duration shortest = Clock::duration::max();
+  const Deadline deadline;
+  while (shortest >= std::chrono::milliseconds(1500) && !deadline.Expired()) {
+    Gate gate;
+    simulator = std::make_shared<SensorManagerSimulator>(logger);
+    recorder.Clear();
+    BreakPasses();
+    ASSERT_TRUE(WaitForLine(workerName));
+    // From here on the worker waits, unless the machine is slow.
+    recorder.OnLog([&](const Entry& entry) {
+      if (entry.function == workerName) {
+        gate.Wait(kLimit);
+      }
+    });
+    const std::weak_ptr<ZoIO::CacheManager> cache = simulator->Cache();
+    const Stopwatch watch;
+    simulator.reset();
+    shortest = std::min(shortest, watch.Elapsed());
+    EXPECT_TRUE(gate.WaitForArrivals());
+    gate.Open();
+    EXPECT_TRUE(Eventually([&] { return cache.expired(); }));
+    recorder.OnLog({});
+  }
+  EXPECT_GE(shortest, std::chrono::milliseconds(990));
+  EXPECT_LT(shortest, std::chrono::milliseconds(1500));
+}
+
+TEST_F(SimulatorWorker, ShutdownEndsTheCacheThenTheRegistryWhoeverHoldsThem) {
+  const auto cache = simulator->Cache();
+  const auto registry = simulator->PLC();
+  const std::uint64_t before = qTest_LiveObjects();
+  std::uint64_t between = 0;
+  recorder.OnLog([&](const Entry& entry) {
+    if (entry.message == "Destroying item manager.") {
+      between = qTest_LiveObjects();
+    }
+  });
+  simulator->Shutdown();
+  recorder.OnLog({});
+  // Of each go its thread and the thread's handle.
+  EXPECT_EQ(between, before - 2);
+  EXPECT_EQ(qTest_LiveObjects(), before - 4);
+}
+
 #ifdef NDEBUG  // elsewhere the ranks of the locks abort: what a callback must not do is found early
 TEST_F(SimulatorWorker, EndInItsOwnLogCallbackIsADeadlockThatIsToldAndSurvived) {
   std::atomic<bool> ended = false;

@@ -121,4 +121,22 @@ TEST(Exception, BackTraceNamesThePlace) {
   EXPECT_EQ(log.Entries()[0].text, "  at Some::Function (some/source:12)");
 }
 
+TEST(Exception, BackTraceIsALineOfTheExceptionsSourceAndFunctionWithoutFlags) {
+  const ZoTest::DebugLogRecorder log;
+  Exception::LogBackTrace(Exception(12, "some/source", qStatus_Failure, "Some::Function"));
+  ASSERT_EQ(log.Entries().size(), 1u);
+  EXPECT_EQ(log.Entries()[0].source, "some/source");
+  EXPECT_EQ(log.Entries()[0].flags, 0u);
+  EXPECT_EQ(log.Entries()[0].function, "Some::Function");
+}
+
+TEST(Exception, BackTraceOfALongNameIsCut) {
+  const ZoTest::DebugLogRecorder log;
+  const std::string name(1000, 'f');
+  Exception::LogBackTrace(Exception(12, "some/source", qStatus_Failure, name.c_str()));
+  ASSERT_EQ(log.Entries().size(), 1u);
+  EXPECT_EQ(log.Entries()[0].text, ("  at " + name).substr(0, 511));
+  EXPECT_EQ(log.Entries()[0].function, name);
+}
+
 }  // namespace

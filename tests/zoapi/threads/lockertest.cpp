@@ -82,6 +82,15 @@ TEST_F(LockerTest, WaitsWithoutLimitByDefaultAndForMinusOne) {
   EXPECT_EQ(qTest_CallCount(), 0u);
 }
 
+TEST_F(LockerTest, WaitsWithoutLimitForABareHandleToo) {
+  qTest_FailOperation(qOperation::LockEnterEx, 0, injected);
+  { const Locker locker(lock.Get()); }
+  EXPECT_EQ(qTest_CallCount(), 0u);
+  qTest_FailOperation(qOperation::LockEnter, 0, injected);
+  { const Locker locker(lock.Get()); }
+  EXPECT_EQ(qTest_CallCount(), 1u);
+}
+
 TEST_F(LockerTest, AnyOtherTimeOutIsGivenToEnterEx) {
   qTest_FailOperation(qOperation::LockEnterEx, 0, injected);
   for (const long long timeout : {0LL, 1LL, 1'000'000LL, -2LL}) {
