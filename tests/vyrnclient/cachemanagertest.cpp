@@ -509,18 +509,26 @@ class CacheMemory : public CacheManager {
     }
   }
 
-  // Sixteen documents of a mebibyte each, under keys of their own, and none of them the newest value.
-  void Fill(ZoIO::CacheManager& other) {
+  // Sixteen documents of a mebibyte each, under keys of their own.
+  void FillWithNewest(ZoIO::CacheManager& other) {
     for (int i = 0; i < 16; ++i) {
-      const std::string key = "/k" + std::to_string(i);
-      EXPECT_EQ(other.AddInOrderAt(key, MakeDocument(), 0, start, mebibyte), Added::Stored);
-      EXPECT_EQ(other.AddInOrderAt(key, Number(i), 0, start + 1), Added::Stored);
+      EXPECT_EQ(other.AddInOrderAt(Key(i), MakeDocument(), 0, start, mebibyte), Added::Stored);
+    }
+  }
+
+  // Likewise, and none of them the newest value.
+  void Fill(ZoIO::CacheManager& other) {
+    FillWithNewest(other);
+    for (int i = 0; i < 16; ++i) {
+      EXPECT_EQ(other.AddInOrderAt(Key(i), Number(i), 0, start + 1), Added::Stored);
     }
   }
 
   static void ExpectGivenBackSince(std::size_t before) { EXPECT_LT(MemoryNow() + 8 * mebibyte, before); }
 
  private:
+  static std::string Key(int i) { return "/k" + std::to_string(i); }
+
   static constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
   ZoJson MakeDocument() {
@@ -542,6 +550,15 @@ TEST_F(CacheMemory, OfHugeValuesIsGivenBackOnceTheyAreTrimmed) {
   Fill(cache);
   const std::size_t before = MemoryNow();
   cache.TrimAt(start + maxAge + 1);
+  ExpectGivenBackSince(before);
+}
+
+TEST_F(CacheMemory, OfHugeValuesThatWereTheNewestIsGivenBackWhenTheCacheGoes) {
+  auto other = std::make_unique<ZoIO::CacheManager>(maxAge);
+  FillWithNewest(*other);
+  other->TrimAt(start + maxAge + 1);  // which finds nothing old
+  const std::size_t before = MemoryNow();
+  other.reset();
   ExpectGivenBackSince(before);
 }
 

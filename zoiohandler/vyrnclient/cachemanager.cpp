@@ -37,7 +37,8 @@ struct CacheManager::State {
   State(const State&) = delete;
   State& operator=(const State&) = delete;
   ~State() {
-    if (hugeBytes >= giveBackFrom) {
+    // What was there when memory was given back last may be there still.
+    if (hugeBytes >= giveBackFrom || hasGivenBack) {
       cache.clear();
       qMemory_GiveBack();
     }
@@ -55,6 +56,7 @@ struct CacheManager::State {
       TrimAll(threshold, old);
       giveBack = hugeBytes >= giveBackFrom && oldBytes < huge;
       hugeBytes = giveBack ? 0 : hugeBytes;
+      hasGivenBack = hasGivenBack || giveBack;
     }
     if (giveBack) {
       old.clear();
@@ -152,6 +154,7 @@ struct CacheManager::State {
       Q_GUARDED_BY(lock);  // the slots that hold two values or more: trimming looks at no others
   std::size_t oldBytes Q_GUARDED_BY(lock) = 0;   // of all that are not the newest of their slot
   std::size_t hugeBytes Q_GUARDED_BY(lock) = 0;  // that came since memory was given back
+  bool hasGivenBack Q_GUARDED_BY(lock) = false;
   std::atomic<bool> running = false;
 };
 
