@@ -73,8 +73,14 @@ void StoppedTime::SleepMonitor() {
   asleep = false;
 }
 
-void StoppedTime::WakeMonitor() {
+std::vector<std::uint64_t> StoppedTime::Joins() {
   const std::lock_guard lock(mutex);
+  return joins;
+}
+
+void StoppedTime::BeginJoin(std::uint64_t timeout) {
+  const std::lock_guard lock(mutex);
+  joins.push_back(timeout);
   joined = true;
   changed.notify_all();
 }
@@ -101,7 +107,7 @@ qStatus WrappedSleep(std::uint64_t duration) {
 
 qStatus WrappedJoin(qThread thread, std::uint64_t timeout, int* exitCode) {
   if (ZoModel::StoppedTime* time = ZoModel::StoppedTime::Current(); time != nullptr) {
-    time->WakeMonitor();
+    time->BeginJoin(timeout);
   }
   return RealJoin(thread, timeout, exitCode);
 }

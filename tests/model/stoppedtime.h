@@ -10,8 +10,10 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace ZoModel {
 
@@ -30,22 +32,25 @@ class StoppedTime {
   bool WaitForMonitor();
   // Lets the monitor thread work once, and waits for it.
   bool MonitorPass();
+  // How long each join since the start was to wait at most, in µs, in their order.
+  std::vector<std::uint64_t> Joins();
 
   // From the wrapped functions.
   static StoppedTime* Current();
   // Whether this thread made it.
   bool IsOwner() const { return std::this_thread::get_id() == owner; }
   void SleepMonitor();
-  void WakeMonitor();
+  void BeginJoin(std::uint64_t timeout);
 
  private:
   const std::thread::id owner = std::this_thread::get_id();
   std::atomic<long long> now;
   std::mutex mutex;
   std::condition_variable changed;
-  bool asleep = false;  // guarded by mutex, like the two below
+  bool asleep = false;  // guarded by mutex, like the three below
   bool turn = false;    // to work once
   bool joined = false;
+  std::vector<std::uint64_t> joins;
 };
 
 }  // namespace ZoModel

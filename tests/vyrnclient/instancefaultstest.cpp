@@ -111,6 +111,22 @@ TEST_F(InstanceFaults, JoinThatFailsIsLoggedAtCriticalAndDestructionGoesOn) {
                           "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed."));
 }
 
+TEST_F(InstanceFaults, SensorIsGivenUpAlthoughTheJoinFails) {
+  const auto sensor = FakeSensor();
+  auto client = std::make_unique<ZoVyrnClient>(sensor, sensor, recorder.Param());
+  qTest_FailOperation(qOperation::ThreadJoin, 1, qStatus_Deadlock);
+  client.reset();
+  EXPECT_EQ(sensor->GiveUps(), 1);
+  EXPECT_EQ(sensor->Shutdowns(), 1);
+}
+
+TEST_F(InstanceFaults, SensorOfAnInstanceThatCannotBeMadeIsShutDown) {
+  const auto sensor = FakeSensor();
+  qTest_FailOperation(qOperation::ThreadStart, 1, qStatus_System);
+  EXPECT_TRUE(Raised([&] { ZoVyrnClient client(sensor, sensor, recorder.Param()); }));
+  EXPECT_EQ(sensor->Shutdowns(), 1);
+}
+
 TEST_F(InstanceFaults, SleepThatFailsIsLoggedAtErrorAndTheLoopGoesOn) {
   ZoVyrnClient client("simulator", 0, recorder.Param());
   Subscribe(client, {"/int#/a"}, nullptr, 0ms);

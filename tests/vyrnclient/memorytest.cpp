@@ -88,6 +88,25 @@ TEST_F(Memory, ConstructionWithALongAddressRaisesOrSucceeds) {
   EXPECT_GT(allocations, 20);
 }
 
+// Its last lines need memory when its monitor is there already, and a destructor that would end that one never runs.
+TEST_F(Memory, ConstructionThatRaisesHasEndedItsThreads) {
+  int raised = 0;
+  FailEach([&] {
+    CountingHost host;
+    qTest_FailOperationIn("ZoVyrnClient::Monitor::Thread", qOperation::ThreadSleep, 0, qStatus_Success);
+    try {
+      ZoVyrnClient client("simulator", 0, host.Param());
+      return;
+    } catch (const std::exception&) {
+      ++raised;
+    }
+    EXPECT_LE(qTest_CallCount(), 1u) << "it goes on while it is waited for";
+    EXPECT_EQ(qTest_LiveObjects(), objects);
+  });
+  qTest_Reset();
+  EXPECT_GT(raised, 20);
+}
+
 TEST_F(Memory, OperationsReturnOrRaiseAndLeaveAWorkingInstance) {
   CountingHost host;
   ZoVyrnClient client("simulator", 0, host.Param());

@@ -55,6 +55,19 @@ TEST_F(SubscriptionGroup, StatusOfPushedValuesIs0) {
   EXPECT_EQ(recorder.Values("/r#/a")[0].value.status, 0);
 }
 
+TEST_F(SubscriptionGroup, StatusIs0WhetherThereIsAValueOrNot) {
+  Cached("/r", R"({"a":1})");
+  Item("/empty#/a").valid = true;
+  for (const char* name : {"/empty#/a", "/r#/a", "/r#/missing"}) {
+    group.AddItem(name);
+  }
+  group.Tick();
+  for (const char* name : {"/empty#/a", "/r#/a", "/r#/missing"}) {
+    ASSERT_EQ(recorder.Values(name).size(), 1u) << name;
+    EXPECT_EQ(recorder.Values(name)[0].value.status, 0) << name;
+  }
+}
+
 TEST_F(SubscriptionGroup, ValuesComeFromTheCacheNotFromTheSensor) {
   Cached("/r", R"({"a":1})");
   group.AddItem("/r#/a");
@@ -264,6 +277,14 @@ TEST_F(SubscriptionGroup, NegativeIntervalStaysDue) {
       EXPECT_LT(eager.NextTick(), first);
     }
   }
+}
+
+TEST_F(SubscriptionGroup, LeastIntervalThatTheClockHoldsIsKeptToTheTick) {
+  constexpr auto least = std::chrono::duration_cast<milliseconds>(system_clock::duration::min());
+  ZoIO::SubscriptionGroup eager(feed, least);
+  const auto first = eager.NextTick();
+  eager.Tick();
+  EXPECT_EQ(eager.NextTick(), first + least);
 }
 
 TEST_F(SubscriptionGroup, IntervalOf0KeepsTheDueTime) {

@@ -136,6 +136,30 @@ TEST_F(RetryPass, EndsWhereTheLinkIsDownAndGoesOnOnceItIsBack) {
   EXPECT_EQ(Reads("/behind"), reads) << "it was cached when its turn came";
 }
 
+TEST_F(RetryPass, LooksForNothingOnceTheManagerWasGivenUp) {
+  const ZoIO::ItemInfo& late = Item("/late#/v");
+  ASSERT_TRUE(WaitForReads("/late", 3));
+  manager->GiveUp();
+  ASSERT_TRUE(WaitForPass());  // what was under way has reached the sensor
+  Flush();
+  const std::size_t reads = Reads("/late");
+  Give("/late", found);
+  ASSERT_TRUE(WaitForPass());
+  Flush();
+  EXPECT_EQ(Reads("/late"), reads);
+  EXPECT_FALSE(late.valid);
+}
+
+// The pass of such a manager asks again and again about what nothing is known of, with the registry's lock held.
+TEST_F(RetryPass, OfAManagerThatWasNeverConnectedEndsOnceThatWasGivenUp) {
+  manager.reset();
+  sensor.StopListening();
+  manager = std::make_unique<ZoIO::SensorManager>(client, "127.0.0.1", sensor.Port(), logger);
+  EXPECT_FALSE(Item("/r#/v").valid);
+  manager->GiveUp();
+  EXPECT_TRUE(WaitForPass());
+}
+
 TEST_F(RetryPass, CachedResourceIsNotReadForAnItemThatItLacks) {
   Give("/cached", found);
   EXPECT_TRUE(Item("/cached#/v").valid);

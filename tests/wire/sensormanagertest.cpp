@@ -1,9 +1,12 @@
-// The sensor manager over the SDK by itself: what it says when it cannot act, letter by letter.
+// The sensor manager over the SDK by itself: what it says when it cannot act, letter by letter, and how it ends.
 #include "tests/wire/sensormanagertest.h"
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 
 #include "qapi/testing.h"
+#include "tests/plugin/processstate.h"
 #include "tests/qapi/failingnew.h"
 #include "tests/sdk/fakesensor.h"
 #include "tests/support/recorder.h"
@@ -15,6 +18,7 @@ namespace {
 
 using testing::StartsWith;
 using ZoIO::ISensorManager;
+using ZoIO::SensorManager;
 
 TEST_F(SensorManagerTest, EachVerbIsRefusedWithOneWarningWhileTheSensorIsOffline) {
   sensor.StopListening();
@@ -124,6 +128,109 @@ TEST_F(SensorManagerTest, APushIsStoredWhicheverAllocationFails) {
   EXPECT_GT(nth, 2);
   EXPECT_FALSE(failed);
   EXPECT_THAT(Lines(), testing::IsEmpty());
+}
+
+// An answer that comes while an older push is being handed on may meet that one's millisecond, and there may never be a
+// newer one.
+TEST_F(SensorManagerTest, AnswerThatComesWhileAnOlderPushIsHandedOnIsKept) {
+  Gate gate;
+  const auto manager = Make(sensor.Port());
+  EXPECT_FALSE(manager->Subscribe("/r", true).Empty());
+  // A push that cannot be stored is held up where that is told.
+  recorder.OnLog([&gate](const Entry&) { gate.Wait(); });
+  qTest_FailOperationIn("ZoLink::Thread", qOperation::LockEnter, 1, qStatus_System);
+  EXPECT_TRUE(sensor.Push(R"({"event":"notification","uri":"/r","payload":{"value":0}})"));
+  EXPECT_TRUE(gate.WaitForArrivals());
+  EXPECT_FALSE(manager->Read("/r", true).Empty());
+  manager->Keep("/r", ZoJson(R"({"value":1})"));
+  gate.Open();
+  ASSERT_TRUE(manager->Cache()->Exists("/r"));
+  EXPECT_EQ(manager->Cache()->Get("/r", 0), ZoJson(R"({"value":1})"));
+}
+
+TEST_F(SensorManagerTest, PushThatComesOnceItWasGivenUpOrShutDownIsNotStored) {
+  for (const auto& end : {std::function([](SensorManager& manager) { manager.GiveUp(); }),
+                          std::function([](SensorManager& manager) { manager.Shutdown(); })}) {
+    const auto manager = Make(sensor.Port());
+    end(*manager);
+    ZoIO::SensorManagerAccess::Stream(
+        *manager, std::make_shared<ZoStreamResponse>(ZoJson(R"({"event":"stream","uri":"/s","payload":1})")));
+    EXPECT_EQ(manager->Cache()->Size(), 0u);
+  }
+}
+
+// Its threads, as the system names them. The instance of the fixture has a cache and a registry, too, but no link.
+constexpr const char* linkThread = "ZoLink::Thread";
+constexpr const char* cacheThread = "CacheManager::M";
+constexpr const char* registryThread = "ItemManager::Ma";
+
+std::size_t CountThreads(const std::string& name) {
+  const std::vector<std::string> names = ThreadNames();
+  return static_cast<std::size_t>(std::count(names.begin(), names.end(), name));
+}
+
+// A thread takes its name when it begins to run, and stays in the system's list for a moment when it has ended.
+bool WaitForThreads(const std::string& name, std::size_t count) {
+  return Eventually([&] { return CountThreads(name) == count; });
+}
+
+const std::vector<std::string> linesOfTheRegistrysEnd = {
+    "3 ZoIO::ItemManager::~ItemManager: Destroying item manager.",
+    "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed."};
+const std::vector<std::string> linesOfTheEnd = {
+    "2 ZoIO::SensorManager::~SensorManager: Disconnecting system...",
+    "2 ZoIO::SensorManager::~SensorManager: System disconnected.", linesOfTheRegistrysEnd[0],
+    linesOfTheRegistrysEnd[1]};
+
+// Somebody may hold the manager for longer.
+TEST_F(SensorManagerTest, ShutdownEndsTheLinkThenTheCacheThenTheRegistryAndTellsEachWhenItIsSo) {
+  const auto manager = Make(sensor.Port());
+  ASSERT_TRUE(WaitForThreads(linkThread, 1));
+  ASSERT_TRUE(WaitForThreads(cacheThread, 2));
+  ASSERT_TRUE(WaitForThreads(registryThread, 2));
+  recorder.OnLog([](const Entry& entry) {
+    if (entry.message == "Disconnecting system...") {
+      EXPECT_EQ(CountThreads(linkThread), 1u);
+    } else if (entry.message == "System disconnected.") {
+      EXPECT_TRUE(WaitForThreads(linkThread, 0));
+      EXPECT_EQ(CountThreads(cacheThread), 2u);
+    } else if (entry.message == "Destroying item manager.") {
+      EXPECT_TRUE(WaitForThreads(cacheThread, 1));
+      EXPECT_EQ(CountThreads(registryThread), 2u);
+    }
+  });
+  recorder.Clear();
+  manager->Shutdown();
+  EXPECT_EQ(Lines(), linesOfTheEnd);
+  EXPECT_TRUE(WaitForThreads(registryThread, 1));
+}
+
+TEST_F(SensorManagerTest, ShutdownWhileTheLinkIsDownEndsItsRestoringBeforeTheRegistry) {
+  const auto manager = Make(sensor.Port());
+  ASSERT_TRUE(WaitForThreads(linkThread, 1));
+  sensor.StopListening();
+  sensor.DropAll();
+  ASSERT_TRUE(Eventually([&] { return !manager->IsConnected(); }));
+  recorder.OnLog([](const Entry& entry) {
+    if (entry.message == "Destroying item manager.") {
+      EXPECT_TRUE(WaitForThreads(linkThread, 0));
+    }
+  });
+  recorder.Clear();
+  manager->Shutdown();
+  EXPECT_EQ(Lines(), linesOfTheRegistrysEnd);
+}
+
+TEST_F(SensorManagerTest, DestructionTellsWhatAShutdownTellsAndNothingAfterOne) {
+  for (const bool isShutDown : {false, true}) {
+    auto manager = Make(sensor.Port());
+    recorder.Clear();
+    if (isShutDown) {
+      manager->Shutdown();
+    }
+    manager.reset();
+    EXPECT_EQ(Lines(), linesOfTheEnd);
+  }
 }
 
 // Hosts of the interface call by place. A pointer to a virtual member holds its place in the table, in bytes and one
