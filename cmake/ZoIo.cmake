@@ -71,10 +71,10 @@ function(zoio_library name)
   target_link_libraries(${name} PUBLIC zoio_options)
 endfunction()
 
-# zoio_test(NAME LIBS lib... SOURCES src... [TIMEOUT seconds] [LABELS label...] [SERIAL]):
-# one GoogleTest program; each of its tests is a CTest test of its own.
+# zoio_test(NAME LIBS lib... SOURCES src... [TIMEOUT seconds] [LABELS label...] [LOCK name] [SERIAL]):
+# one GoogleTest program; each of its tests is a CTest test of its own. Of those with the same LOCK one runs at a time.
 function(zoio_test name)
-  cmake_parse_arguments(arg "SERIAL" "TIMEOUT" "LIBS;SOURCES;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "SERIAL" "TIMEOUT;LOCK" "LIBS;SOURCES;LABELS" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
@@ -86,6 +86,9 @@ function(zoio_test name)
   set(properties TIMEOUT ${arg_TIMEOUT})
   if(arg_LABELS)
     list(APPEND properties LABELS "${arg_LABELS}")
+  endif()
+  if(arg_LOCK)
+    list(APPEND properties RESOURCE_LOCK ${arg_LOCK})
   endif()
   if(arg_SERIAL)
     list(APPEND properties RUN_SERIAL TRUE)

@@ -65,7 +65,7 @@ class EveryByte : public testing::TestWithParam<Everywhere> {
   static bool IsSilent() { return GetParam().manner != Manner::Cut; }
 
   // A silence takes 3 s, and hardly any of the processor's time.
-  static std::size_t AtOnce() { return kSanitized ? 24 : IsSilent() ? 400 : 100; }
+  static std::size_t AtOnce() { return kSanitized ? 24 : IsSilent() ? 200 : 100; }
 
   // Under the sanitizers one byte of so many, another one in each kind of life: what they look for shows at neighbouring
   // bytes of a message alike, and their time is dear.
