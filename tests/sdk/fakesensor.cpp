@@ -1,5 +1,6 @@
 #include "tests/sdk/fakesensor.h"
 #include "tests/support/acceptkey.h"
+#include "tests/support/boundsocket.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -19,21 +20,7 @@ namespace ZoTest {
 namespace {
 
 int MakeListener(std::uint16_t port) {
-  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int on = 1;
-  ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  // A dropped connection of the same port may linger for a moment.
-  const Deadline deadline;
-  while (::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    if (deadline.Expired()) {
-      throw std::system_error(errno, std::generic_category(), "bind");
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  const int listener = BoundSocket(port);
   if (::listen(listener, 64) != 0) {
     throw std::system_error(errno, std::generic_category(), "listen");
   }
