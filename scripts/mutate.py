@@ -33,6 +33,9 @@ def choose(mutants, options):
         chosen = chosen[options.shard[0] - 1::options.shard[1]]
     if options.sample and options.sample < len(chosen):
         chosen = [chosen[index * len(chosen) // options.sample] for index in range(options.sample)]
+    if options.skip_listed:
+        survivors = read_survivors()
+        chosen = [m for m in chosen if not listed(m.content, survivors)]
     return chosen
 
 
@@ -161,6 +164,8 @@ def parse(arguments):
     parser.add_argument("--only", metavar="PATTERN", help="those whose name or content has this regular expression")
     parser.add_argument("--shard", metavar="I/N", type=shard, help="the I-th of N parts, for N machines")
     parser.add_argument("--sample", metavar="N", type=positive, help="N of them, always the same")
+    parser.add_argument("--skip-listed", action="store_true",
+                        help="leave out what scripts/survivors.txt lists, which takes longest to try")
     parser.add_argument("--resume", action="store_true", help="go on with a run that was interrupted")
     parser.add_argument("--jobs", metavar="N", type=positive, default=len(os.sched_getaffinity(0)),
                         help="so many mutants at once (default: the cores)")

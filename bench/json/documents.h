@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <string>
 
+#include "bench/json/payload.h"
+
 // Ends the case with an error when what is to be timed does not do what it should.
 inline bool Checked(benchmark::State& state, bool right) {
   if (!right) {
@@ -13,9 +15,6 @@ inline bool Checked(benchmark::State& state, bool right) {
   }
   return right;
 }
-
-// A payload as sensors send them: about 2 KB and 60 leaves in six groups, numbers for the most part.
-std::string PayloadText();
 
 // Thirty-two channels in four groups, each with a value and a unit.
 std::string NestedText();

@@ -55,9 +55,20 @@ TEST(Scripts, SoakWithoutASensibleDurationIsNotUnderstood) {
   }
 }
 
+TEST(Scripts, FuzzWithoutASensibleDurationIsNotUnderstood) {
+  for (const std::string arguments : {"--fuzz", "--fuzz ''", "--fuzz 10", "--fuzz 0s", "--fuzz 1.5h",
+                                      "--fuzz 12345678s", "--fuzz 1m --only", "--fuzz 1m --seed 1"}) {
+    const ChildResult refused = RunInShell("./check " + arguments);
+    EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
+  }
+  EXPECT_TRUE(Contains(RunInShell("./check --fuzz 10").output, "\"10\" is no duration"));
+  EXPECT_TRUE(Contains(RunInShell("./check --only x").output, "--only belongs to --fuzz"));
+}
+
 TEST(Scripts, WaysOfCheckingExcludeEachOther) {
-  for (const std::string two : {"--lint --full", "--lint --soak 1m", "--full --soak 1m", "--coverage --full",
-                                "--lint --coverage", "--lint --mutate"}) {
+  for (const std::string two :
+       {"--lint --full", "--lint --soak 1m", "--full --soak 1m", "--coverage --full", "--lint --coverage",
+        "--lint --mutate", "--fuzz 1m --full", "--fuzz 1m --soak 1m"}) {
     const ChildResult refused = RunInShell("./check " + two);
     EXPECT_EQ(refused.exitCode, 2) << refused.Describe();
     EXPECT_TRUE(Contains(refused.output, "exclude each other")) << refused.Describe();
