@@ -185,8 +185,9 @@ int SubscribeItems(long long intervalMs, int count, const char* const* itemNames
 
 /* [any] Ends subscriptions: each name leaves all intervals at once. With a null name anywhere nothing is done. Blocks
  * for the sensor's answers, up to two requests for a resource that nobody uses any more, at most about 3 s each.
- * Returns 0, also for items that were not subscribed (which counts nevertheless: the next subscription of that resource
- * asks the sensor for nothing); 1 for a null name, a sensor that is not connected, or a want of memory. */
+ * Returns 0, also for items that were not subscribed (which counts nevertheless: should the sensor refuse to stream the
+ * resource when it is subscribed next, then it is not asked to notify of it); 1 for a null name, a sensor that is not
+ * connected, or a want of memory. */
 int UnsubscribeItems(int count, const char* const* itemNames, void* handle);
 
 /* [any] Calls a method; its response arrives through the method-result callback before the call returns.

@@ -1,4 +1,5 @@
 // Subscribing and unsubscribing: which resources the sensor streams, and which groups the items belong to.
+#include <exception>
 #include <string>
 
 #include "zoiohandler/vyrnclient/serving.h"
@@ -20,7 +21,7 @@ bool HasPayload(const ZoJson& response) {
 bool IsGranted(const ZoJson& response) {
   try {
     return response.At("/status").Get<int>() == 1;
-  } catch (const ZoJsonError&) {
+  } catch (const std::exception&) {
     return false;  // no readable status is no success
   }
 }
