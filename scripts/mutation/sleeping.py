@@ -154,11 +154,11 @@ class Builder:
                 path = os.path.join(folder, name)
                 if os.path.relpath(path, TREE) not in wanted:
                     os.remove(path)
-        for path in wanted:
-            os.chmod(os.path.join(TREE, path), os.stat(os.path.join(ROOT, path)).st_mode & 0o777)
         write_if_changed(os.path.join(WORK, "switches.h"), SWITCHES.encode())
         for path in self.sources:
             self.rewrite(path)
+        for path in wanted:
+            os.chmod(os.path.join(TREE, path), os.stat(os.path.join(ROOT, path)).st_mode & 0o777)
 
     def rewrite(self, path):
         self.write_source(path, sleeping_source(self.sources[path], self.asleep[path]))
