@@ -48,7 +48,11 @@ std::vector<double> MeasureOnce(const Plugin& plugin, std::uint16_t port, int it
         "the first values");
   const std::size_t allocated = AllocatedBytes();
   const std::size_t resident = ResidentBytes();
-  instance.Subscribe(measured, Never);
+  const std::uint64_t delivered = instance.Count().values;
+  instance.Subscribe(measured, 100);
+  // What a pass keeps of each item counts, too.
+  Await([&] { return instance.Count().values >= delivered + static_cast<std::uint64_t>(measured.Count()); },
+        "the items' first values");
   const auto grown = [items](std::size_t before, std::size_t now) {
     return (static_cast<double>(now) - static_cast<double>(before)) / items;
   };
