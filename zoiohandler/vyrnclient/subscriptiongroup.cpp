@@ -140,13 +140,13 @@ void SubscriptionGroup::TickItem(Row& row, const ZoJson* element) {
     return;
   }
   Entry& entry = row.entry->second;
-  if (!entry.forceUpdate && item.value == entry.lastValue) {
+  const bool changed = entry.lastValue == nullptr || item.value != *entry.lastValue;
+  if (!entry.forceUpdate && !changed) {
     return;
   }
   client.UpdateItem(name, item.value, item.type, 0);
-  if (item.value != entry.lastValue) {
-    xhmi::variant_value sent = item.value;  // may raise, and then the entry stays as it was
-    entry.lastValue = std::move(sent);
+  if (changed) {
+    entry.lastValue = std::make_unique<xhmi::variant_value>(item.value);  // may raise, and nothing changes
   }
   entry.forceUpdate = false;
 }

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,7 @@ class SubscriptionGroup {
 
  private:
   struct Entry {
-    xhmi::variant_value lastValue;
+    std::unique_ptr<xhmi::variant_value> lastValue;  // of an item that is not valid; null until it was pushed
     bool forceUpdate = true;
     ItemManager::ItemInfo* item = nullptr;  // looked up on the first tick; the registry keeps it
   };
