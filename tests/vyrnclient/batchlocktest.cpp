@@ -1,6 +1,14 @@
-// Subscribing and unsubscribing hold the instance lock to the end, so no group ticks meanwhile.
+// Subscribing and unsubscribing hold the instance lock to the end, so no group ticks meanwhile; and so do the other
+// operations.
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qapi/thread.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/faulttest.h"
 #include "tests/vyrnclient/instancetest.h"
@@ -12,6 +20,21 @@ using namespace std::chrono_literals;
 
 constexpr const char* monitorThread = "ZoVyrnClient::Monitor::Thread";
 constexpr const char* ticking = "/ticking#/a";
+
+// Tells when it is asked whether it is connected, which is what operations ask first.
+class AskedSensor : public FakeSensorManager {
+ public:
+  using FakeSensorManager::FakeSensorManager;
+  bool IsConnected() override {
+    if (asked) {
+      std::exchange(asked, {})();
+    }
+    return FakeSensorManager::IsConnected();
+  }
+
+  std::function<void()>
+      asked;  // for the next time; on the test's thread, as the monitor asks for no new item
+};
 
 class BatchLock : public FaultTest {
  protected:
@@ -66,6 +89,15 @@ class BatchLock : public FaultTest {
     });
   }
 
+  // An operation of one item, with a look when it asks whether the sensor is there.
+  void ExpectThatItIsHeldWhenTheSensorIsAskedFor(const std::function<int()>& operation) {
+    CountPasses();
+    sensor->asked = [this] { ExpectThatTheMonitorWaits(); };
+    EXPECT_EQ(operation(), 0);
+    EXPECT_EQ(looks, 1);
+    ExpectTicks();
+  }
+
   // The monitor was there all the time, and goes on.
   void ExpectTicks() {
     const std::size_t before = Pushes();
@@ -75,8 +107,8 @@ class BatchLock : public FaultTest {
   Recorder recorder;
   Gate gate;
   int looks = 0;
-  const std::shared_ptr<FakeSensorManager> sensor =
-      std::make_shared<FakeSensorManager>(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
+  const std::shared_ptr<AskedSensor> sensor =
+      std::make_shared<AskedSensor>(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
   std::unique_ptr<ZoIO::ZoVyrnClient> client =
       std::make_unique<ZoIO::ZoVyrnClient>(sensor, sensor, recorder.Param());
 };
@@ -126,6 +158,43 @@ TEST_F(BatchLock, IsHeldFromTheFirstLineOfAnUnsubscribe) {
   EXPECT_EQ(Unsubscribe(*client, {"/r/x#/a", "/s/y#/a"}), 0);
   EXPECT_EQ(looks, 1);
   ExpectTicks();
+}
+
+TEST_F(BatchLock, IsHeldWhenAReadAsksWhetherTheSensorIsThere) {
+  ExpectThatItIsHeldWhenTheSensorIsAskedFor([this] { return client->Read("/r/x#/a"); });
+}
+
+TEST_F(BatchLock, IsHeldWhenAWriteAsksWhetherTheSensorIsThere) {
+  ExpectThatItIsHeldWhenTheSensorIsAskedFor([this] { return client->Write("/r/x#/a", 0, IntegerValue(5)); });
+}
+
+TEST_F(BatchLock, IsHeldWhenABatchAsksWhetherTheSensorIsThere) {
+  ExpectThatItIsHeldWhenTheSensorIsAskedFor([this] { return Subscribe(*client, {"/r/x#/a"}); });
+}
+
+TEST_F(BatchLock, IsHeldWhenACallAsksWhetherTheSensorIsThere) {
+  ExpectThatItIsHeldWhenTheSensorIsAskedFor([this] { return client->Call(nullptr, "RunSensor", "{}"); });
+}
+
+// A lock that cannot be left is left all the same and says so, on the spot.
+TEST_F(BatchLock, IsHeldUntilARefusedWriteHasGoneBackToTheValueBefore) {
+  constexpr const char* hostThread = "BatchLock::Host";
+  qThread_NameCurrent(hostThread);
+  const ZoIO::ItemInfo& item = sensor->PLC()->Item("/r/x#/a");
+  ASSERT_EQ(client->Write("/r/x#/a", 0, IntegerValue(7)), 0);
+  sensor->SetScript("Update", [&](const auto&) {
+    EXPECT_EQ(item.value, xhmi::variant_value(8LL));
+    // The next lock that this thread leaves is the instance's.
+    qTest_FailOperationIn(hostThread, qOperation::LockExit, 1, qStatus_System);
+    return ZoJson(R"({"status":-1})");
+  });
+  std::vector<xhmi::variant_value> values;
+  auto sink = Zo::Logging::SetDebugLogSink([&](const auto&) { values.push_back(item.value); });
+  EXPECT_EQ(client->Write("/r/x#/a", 0, IntegerValue(8)), 0);
+  Zo::Logging::SetDebugLogSink(std::move(sink));
+  EXPECT_EQ(qTest_FailureCount(), 1u);
+  ASSERT_FALSE(values.empty());
+  EXPECT_EQ(values.front(), xhmi::variant_value(7LL));
 }
 
 }  // namespace

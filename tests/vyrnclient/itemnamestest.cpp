@@ -126,6 +126,17 @@ TEST(ItemName, NoOtherEscapeIsDecoded) {
   EXPECT_EQ(info.endpoint.Flatten().ToString(), R"({"/a%2Fb/%23/%2520/%2/%":0})");
 }
 
+TEST(ItemName, NoEscapeIsDecodedInTheUris) {
+  for (const std::string escape : {"%2F", "%2f", "%23", "%41", "%2520", "%2", "%"}) {
+    const std::string resource = "/a" + escape + "b/c" + escape + "d";
+    const ItemInfo info = ItemManager::CreateItem(resource + "#/e");
+    EXPECT_EQ(info.uri, resource);
+    EXPECT_EQ(info.subscriptionUri, "/a" + escape + "b/*");
+    EXPECT_EQ(ItemManager::CreateItem(resource).uri, resource);
+    EXPECT_EQ(ItemManager::CreateItem(resource).subscriptionUri, resource + "/*");
+  }
+}
+
 TEST(ItemName, WhatADecodedBlankLeavesIsNotDecodedAgain) {
   EXPECT_EQ(Pointer("/r#/%%2020"), ZoJsonPointer("/% 20"));
   EXPECT_EQ(Endpoint("/r#/%%2020"), R"({"/% 20":0})");
@@ -178,6 +189,13 @@ TEST(ItemName, NumericSegmentsMakeObjectsInTheTemplate) {
 TEST(ItemName, EscapedSlashIsPartOfAMemberName) {
   EXPECT_EQ(ItemManager::CreateItem("/r#/a~1b").endpoint.ToString(), R"({"a/b":0})");
   EXPECT_EQ(Endpoint("/r#/a~1b"), R"({"/a~1b":0})");
+}
+
+TEST(ItemName, TildeThatEscapesNothingStandsForItself) {
+  EXPECT_EQ(ItemManager::CreateItem("/r#/a~b").endpoint.ToString(), R"({"a~b":0})");
+  EXPECT_EQ(Pointer("/r#/a~b"), ZoJsonPointer::Member("a~b"));
+  EXPECT_EQ(ItemManager::CreateItem("/r#/~~01").endpoint.ToString(), R"({"~~1":0})");
+  EXPECT_EQ(Pointer("/r#/~~01"), ZoJsonPointer::Member("~~1"));
 }
 
 TEST(ItemName, EveryByteIsTaken) {

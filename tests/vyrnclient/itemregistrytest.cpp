@@ -229,15 +229,18 @@ TEST_F(ItemRegistry, ThreadsThatAskForOneNameGetOneRecord) {
 }
 
 TEST_F(SimulatedRegistry, AcceptsEveryNameWithTwoLinesAndAsksNobody) {
+  ZoIO::ItemManager& registry = Registry();
+  sensor->ClearCalls();
   for (const char* name : {"/r#/a", "", "#", "no such thing"}) {
     recorder.Clear();
-    EXPECT_TRUE(Item(name).valid);
+    EXPECT_TRUE(registry.Item(name).valid);
     EXPECT_EQ(recorder.LogLines(),
               (std::vector<std::string>{
                   "2 ZoIO::ItemManager::Item: " + std::string(name) + " does not exist. Creating.",
                   "2 ZoIO::ItemManager::Item: " + std::string(name) + " created."}));
   }
   EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+  EXPECT_THAT(sensor->Questions(), IsEmpty());
   EXPECT_EQ(Cache().Size(), 0u);
   EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
 }

@@ -2,6 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
 #include "tests/vyrnclient/feedtest.h"
 
 namespace ZoTest {
@@ -174,6 +179,57 @@ TEST_F(ItemRetry, ExceptionEndsThePassAndLeavesTheListWhole) {
   EXPECT_TRUE(Item("/a#/x").valid);
   EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/b#/x", "/c#/x"));
   EXPECT_EQ(recorder.Size(), 0u);
+}
+
+// A registry whose passes store what they found as a test wants it.
+class ItemRetryStoring : public ItemRetry {
+ protected:
+  std::function<void(const std::string& uri, const ZoJson& payload)> keep;
+  ZoIO::ItemManager registry{*sensor,
+                             false,
+                             {[] {},
+                              [this, test = std::this_thread::get_id()](const std::string& uri) {
+                                if (std::this_thread::get_id() != test) {
+                                  throw std::runtime_error("The worker does not read in this test.");
+                                }
+                                return sensor->Read(uri, false);
+                              },
+                              [this](const std::string& uri, const ZoJson& payload) { keep(uri, payload); }}};
+};
+
+TEST_F(ItemRetryStoring, ThatRaisesLeavesTheItemWaitingForALaterPass) {
+  EXPECT_FALSE(registry.Item("/a#/x").valid);
+  EXPECT_FALSE(registry.Item("/b#/x").valid);
+  sensor->SetResource("/a", R"({"x":1})");
+  sensor->SetResource("/b", R"({"x":1})");
+  keep = [](const auto&, const auto&) { throw std::runtime_error("no room"); };
+  EXPECT_THROW(registry.RetryInvalidItems(), std::runtime_error);
+  EXPECT_FALSE(registry.Item("/a#/x").valid);
+  EXPECT_FALSE(registry.Item("/b#/x").valid);
+  EXPECT_THAT(registry.InvalidItems(), ElementsAre("/a#/x", "/b#/x"));
+  EXPECT_EQ(Cache().Size(), 0u);
+  keep = [this](const std::string& uri, const ZoJson& payload) { sensor->Keep(uri, payload); };
+  registry.RetryInvalidItems();
+  EXPECT_TRUE(registry.Item("/a#/x").valid);
+  EXPECT_TRUE(registry.Item("/b#/x").valid);
+  EXPECT_THAT(registry.InvalidItems(), IsEmpty());
+  EXPECT_EQ(Cache().Get("/a", 0), ZoJson(R"({"x":1})"));
+}
+
+TEST_F(ItemRetryStoring, IsDoneBeforeTheItemBecomesValid) {
+  const ZoIO::ItemInfo& item = registry.Item("/r#/a");
+  ASSERT_FALSE(item.valid);
+  sensor->SetResource("/r", R"({"a":5})");
+  bool stored = false;
+  keep = [&](const std::string& uri, const ZoJson& payload) {
+    EXPECT_FALSE(item.valid);
+    sensor->Keep(uri, payload);
+    EXPECT_FALSE(item.valid);
+    stored = true;
+  };
+  registry.RetryInvalidItems();
+  EXPECT_TRUE(stored);
+  EXPECT_TRUE(item.valid);
 }
 
 TEST_F(ItemRetry, AfterAFailedPassTheNextOneReachesTheOthers) {

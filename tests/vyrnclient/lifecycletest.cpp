@@ -2,6 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
 #include "qapi/testing.h"
 #include "tests/vyrnclient/eventually.h"
 #include "tests/vyrnclient/instancetest.h"
@@ -67,14 +74,45 @@ TEST(InstanceLifecycle, RunsUntilItsDestructionBegins) {
   auto client = std::make_unique<ZoVyrnClient>("simulator", 0, recorder.Param());
   EXPECT_TRUE(client->IsRunning());
   const ZoVyrnClient* const seen = client.get();
+  bool atFirstLine = false;
+  bool beforeJoin = false;
   bool afterJoin = true;
   recorder.OnLog([&](const Entry& entry) {
-    if (entry.message == "ZoVyrnClient::Monitor thread joined.") {
+    if (entry.message == "Destroying ZoIoHandler instance.") {
+      atFirstLine = seen->IsRunning();
+    } else if (entry.message == "Joining ZoVyrnClient::Monitor thread.") {
+      beforeJoin = seen->IsRunning();
+    } else if (entry.message == "ZoVyrnClient::Monitor thread joined.") {
       afterJoin = seen->IsRunning();
     }
   });
   client.reset();
+  EXPECT_TRUE(atFirstLine);
+  EXPECT_TRUE(beforeJoin) << "what the line says is yet to come";
   EXPECT_FALSE(afterJoin);
+}
+
+// A sensor manager asks while the instance that makes it is being made.
+TEST(InstanceLifecycle, RunsFromBeforeItsSensorIsMade) {
+  for (const char* address : {"simulator", ""}) {
+    SCOPED_TRACE(address);
+    Recorder recorder;
+    alignas(ZoVyrnClient) std::array<std::byte, sizeof(ZoVyrnClient)> place{};
+    ZoVyrnClient* const making = reinterpret_cast<ZoVyrnClient*>(place.data());
+    std::vector<std::string> running;
+    recorder.OnLog([&](const Entry& entry) {
+      if (entry.index > 0 && making->IsRunning()) {
+        running.push_back(entry.message);
+      }
+    });
+    ZoVyrnClient* const client = new (place.data()) ZoVyrnClient(address, 1, recorder.Param());
+    recorder.OnLog({});
+    const Recorder::Entries lines = recorder.Logs();
+    std::destroy_at(client);
+    ASSERT_GT(lines.size(), 5u);
+    ASSERT_EQ(running.size(), lines.size() - 1);
+    EXPECT_THAT(running.front(), StartsWith("Creating s"));
+  }
 }
 
 TEST(InstanceLifecycle, HasItsOwnCopyOfTheRecord) {

@@ -102,15 +102,31 @@ TEST_F(Read, ResourceThatIsNotCachedArrivesAsInvalid) {
   EXPECT_EQ(LinesOf(recorder, "UpdateResource").size(), 1u);
 }
 
-TEST_F(Read, FailingUpdateDeliversWhatTheCacheHolds) {
+TEST_F(Read, WhatTheHostsCallbackRaisesIsLoggedWithItsTextAndReturns1) {
+  sensor->SetResource("/r", R"({"a":5})");
+  ASSERT_EQ(client->Read("/r#/a"), 0);
+  recorder.Clear();
+  recorder.OnValue([](const Entry&) { throw std::runtime_error("a host's fault"); });
+  EXPECT_EQ(client->Read("/r#/a"), 1);
+  recorder.OnValue({});
+  EXPECT_THAT(DescribeValues(recorder, "/r#/a"), ElementsAre("2:5"));
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Read: Reading item /r#/a",
+                                               "5 ZoIO::ZoVyrnClient::Read: a host's fault"));
+}
+
+TEST_F(Read, FailingUpdateIsLoggedAndThenDeliversWhatTheCacheHolds) {
   sensor->SetResource("/r", R"({"a":5})");
   ASSERT_EQ(client->Read("/r#/a"), 0);
   recorder.Clear();
   sensor->SetScript("Read", [](const auto&) -> ZoJson { throw std::runtime_error("broken"); });
   EXPECT_EQ(client->Read("/r#/a"), 0);
-  EXPECT_THAT(DescribeValues(recorder, "/r#/a"), ElementsAre("2:5"));
-  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ZoVyrnClient::Read: Reading item /r#/a",
-                                               "5 ZoIO::ZoVyrnClient::UpdateResource: broken"));
+  std::vector<std::string> steps;
+  for (const Entry& entry : recorder.All()) {
+    steps.push_back(entry.kind == Entry::Kind::Value ? entry.item + " " + Describe(entry)
+                                                     : LogLine(entry.level, entry.function, entry.message));
+  }
+  EXPECT_THAT(steps, ElementsAre("2 ZoIO::ZoVyrnClient::Read: Reading item /r#/a",
+                                 "5 ZoIO::ZoVyrnClient::UpdateResource: broken", "/r#/a 2:5"));
 }
 
 TEST_F(Read, ObjectOrArrayDeliversThePreviousValueWithStatus0) {

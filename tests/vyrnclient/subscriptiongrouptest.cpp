@@ -149,6 +149,16 @@ TEST_F(SubscriptionGroup, AddingAnItemAgainKeepsItsState) {
   EXPECT_THAT(Tick(), IsEmpty());
 }
 
+TEST_F(SubscriptionGroup, AddingAForcedItemAgainKeepsItForced) {
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
+  EXPECT_THAT(Tick(), IsEmpty());
+  group.ForceUpdate("/r#/a");
+  group.AddItem("/r#/a");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 5:INVALID"));
+  EXPECT_THAT(Tick(), IsEmpty());
+}
+
 TEST_F(SubscriptionGroup, RemovedItemIsNotPushedAndStartsAnew) {
   group.AddItem("/r#/a");
   Tick();

@@ -66,6 +66,19 @@ TEST_F(ValueToHost, RecordCarriesNameStatusAndZeroes) {
   }
 }
 
+TEST_F(ValueToHost, RecordOfAnInvalidValueCarriesTheSame) {
+  for (const int type : {5, 6, 100, -1}) {
+    for (const int status : {0, 3, -9}) {
+      SCOPED_TRACE(type);
+      const Entry entry = Sent(variant_value(1LL), type, status);
+      EXPECT_EQ(Describe(entry), "5:INVALID");
+      EXPECT_EQ(entry.item, "/r#/a");
+      EXPECT_EQ(entry.value.status, status);
+      EXPECT_EQ(entry.value.reserved, 0u);
+    }
+  }
+}
+
 TEST_F(ValueToHost, ReadyRecordGoesThroughUnchanged) {
   ioDataValue value{};
   value.type = 99;

@@ -291,6 +291,20 @@ TEST_F(Write, PathIsSentAsNestedObjects) {
   EXPECT_THAT(Sent(), ElementsAre(R"({"x y":{"z":{"a/b":5}}})"));
 }
 
+TEST_F(Write, OfANameWithATildeThatEscapesNothingGoesWhereItIsRead) {
+  sensor->SetResource("/t", R"({"a~b":1,"ab":2,"~~1":3,"~/":4,"~1":5})");
+  EXPECT_EQ(client->Read("/t#/a~b"), 0);
+  EXPECT_EQ(client->Read("/t#/~~01"), 0);
+  EXPECT_THAT(DescribeValues(recorder, "/t#/a~b"), ElementsAre("2:1"));
+  EXPECT_THAT(DescribeValues(recorder, "/t#/~~01"), ElementsAre("2:3"));
+  // A second time, since the first one leaves a body that was put together anew.
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(WriteItem(IntegerValue(i), "/t#/a~b"), 0);
+    EXPECT_EQ(WriteItem(IntegerValue(i), "/t#/~~01"), 0);
+  }
+  EXPECT_THAT(Sent(), ElementsAre(R"({"a~b":0})", R"({"~~1":0})", R"({"a~b":1})", R"({"~~1":1})"));
+}
+
 TEST_F(Write, OtherArgumentIsIgnored) {
   for (const int ignored : {-1, 0, 1, std::numeric_limits<int>::max()}) {
     EXPECT_EQ(client->Write("/r#/a", ignored, IntegerValue(1)), 0);

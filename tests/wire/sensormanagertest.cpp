@@ -29,8 +29,32 @@ TEST_F(SensorManagerTest, EachVerbIsRefusedWithOneWarningWhileTheSensorIsOffline
     EXPECT_TRUE(verb.call(*manager, "/res", true).Empty()) << verb.name;
     EXPECT_THAT(Lines(), testing::ElementsAre(std::string("4 ZoIO::SensorManager::") + verb.name + ": `" +
                                               verb.name + "` failed.Sensor is offline."));
-    recorder.Clear();
+  }
+}
+
+TEST_F(SensorManagerTest, EachVerbThatLogsNoFailureGivesAnEmptyDocumentAndNoLineWhileTheSensorIsOffline) {
+  sensor.StopListening();
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  for (const Verb& verb : verbs) {
     EXPECT_TRUE(verb.call(*manager, "/res", false).Empty()) << verb.name;
+    EXPECT_THAT(Lines(), testing::IsEmpty()) << verb.name;
+  }
+}
+
+// What it says, and not what an answer that never came gives.
+TEST_F(SensorManagerTest, EachVerbThatTheSensorRefusesGivesItsErrorDocumentWithoutALine) {
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+    peer.Send(FakeSensor::Answer(request, R"("status":-403,"payload":null,"error":"not for you")"));
+  });
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  for (const Verb& verb : verbs) {
+    const ZoJson answer = verb.call(*manager, "/res", true);
+    ASSERT_FALSE(answer.Empty()) << verb.name;
+    EXPECT_EQ(answer.At("status").Get<int>(), -403) << verb.name;
+    EXPECT_EQ(answer.At("error").Get<std::string>(), "not for you") << verb.name;
+    EXPECT_TRUE(answer.At("payload").IsNull()) << verb.name;
     EXPECT_THAT(Lines(), testing::IsEmpty()) << verb.name;
   }
 }

@@ -69,6 +69,11 @@ TEST_F(SensorStatus, IsUnknownBeforeTheFirstConnectionAndOnlineAfterIt) {
   EXPECT_EQ(StatesOf(*manager), States(State::Online, State::Unknown));
 }
 
+TEST_F(SensorStatus, IsOnlineRightBehindAConstructionThatConnected) {
+  const auto manager = Make(sensor.Port());
+  EXPECT_EQ(StatesOf(*manager), States(State::Online, State::Unknown));
+}
+
 TEST_F(SensorStatus, EachChangeKeepsTheOneBefore) {
   const auto manager = MakeTooEarly();
   State::Status before = State::Unknown;
