@@ -76,6 +76,23 @@ void AddRow(Bench& bench, Row row, const Series& series) {
   bench.report.Add(std::move(row));
 }
 
+// Windows of a plant whose values are at rest: the passes go on, and there is nothing to be taken in.
+Series MeasureRest(Bench& bench, int resources) {
+  constexpr double hardlyEver = 0.001;  // Hz
+  Emulator sensor(MovingResources(resources, Items / resources, hardlyEver));
+  Place(Widest(), {sensor.Pid()});
+  Instance instance(bench.First(), sensor.Port());
+  instance.Subscribe(AllItems(resources), 100);
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  Series series;
+  for (int i = 0; i < 5; ++i) {
+    const std::uint64_t values = instance.Count().values;
+    series.Add(Watch(bench.options.quick ? 1 : 4));
+    Check(instance.Count().values > values, "no values came");
+  }
+  return series;
+}
+
 // Windows of the working plant, then windows without its sensor.
 void Measure(Bench& bench, int resources) {
   Row working{"idle", fmt::format("1000 items, 100 ms, {} resources at 10 Hz", resources),
@@ -84,9 +101,11 @@ void Measure(Bench& bench, int resources) {
               {},     0.4,
               false,  false,
               {}};
-  Row outage = working;
-  outage.variant = fmt::format("the same in an outage, {} resources", resources);
-  outage.budget = 0.1;
+  Row rest = working;
+  rest.variant = fmt::format("1000 items at rest, {} resources", resources);
+  rest.budget.reset();
+  Row outage = rest;
+  outage.variant = fmt::format("1000 items in an outage, {} resources", resources);
   Guard(bench, working, [&] {
     Emulator sensor(MovingResources(resources, Items / resources, 10));
     Place(Widest(), {sensor.Pid()});
@@ -111,6 +130,13 @@ void Measure(Bench& bench, int resources) {
       without.Add(Watch(seconds));
     }
     AddRow(bench, outage, without);
+    const Series resting = MeasureRest(bench, resources);
+    AddRow(bench, rest, resting);
+    Row added = outage;
+    added.variant = fmt::format("what that outage adds to rest, {} resources", resources);
+    added.budget = 0.1;
+    added.value = Summarize({Summarize(without.totals).median - Summarize(resting.totals).median});
+    bench.report.Add(std::move(added));
     Row memory = outage;
     memory.variant = fmt::format("memory grown in that outage, {} resources", resources);
     memory.unit = "bytes";
