@@ -107,6 +107,8 @@ void Measure(Bench& bench, int resources) {
   Row outage = rest;
   outage.variant = fmt::format("1000 items in an outage, {} resources", resources);
   Guard(bench, working, [&] {
+    const Series resting = MeasureRest(bench, resources);
+    AddRow(bench, rest, resting);
     Emulator sensor(MovingResources(resources, Items / resources, 10));
     Place(Widest(), {sensor.Pid()});
     Instance instance(bench.First(), sensor.Port());
@@ -130,8 +132,6 @@ void Measure(Bench& bench, int resources) {
       without.Add(Watch(seconds));
     }
     AddRow(bench, outage, without);
-    const Series resting = MeasureRest(bench, resources);
-    AddRow(bench, rest, resting);
     Row added = outage;
     added.variant = fmt::format("what that outage adds to rest, {} resources", resources);
     added.budget = 0.1;
