@@ -17,16 +17,18 @@ qStatus qLockObject::Enter(std::uint64_t timeout) {
     return qStatus_Deadlock;
   }
   qLockRank_Entering(name, rank);
-  if (!IsFree()) {
-    ++waiters;
-    const bool entered = qApi::WaitFor(left, guard, timeout, [this] { return IsFree(); });
-    --waiters;
-    if (!entered) {
-      qLockRank_Left(name, rank);
-      return qStatus_TimeOut;
-    }
+  if (owner == std::thread::id()) {
+    owner = self;
+    return qStatus_Success;
   }
-  owner = self;
+  Waiter waiter;
+  (last == nullptr ? first : last->next) = &waiter;
+  last = &waiter;
+  if (!qApi::WaitFor(waiter.handed, guard, timeout, [&] { return owner == self; })) {
+    Remove(waiter);
+    qLockRank_Left(name, rank);
+    return qStatus_TimeOut;
+  }
   return qStatus_Success;
 }
 
@@ -38,14 +40,28 @@ qStatus qLockObject::Exit() {
     if (owner != std::this_thread::get_id()) {
       return qStatus_WrongState;
     }
-    owner = std::thread::id();
-    if (waiters > 0) {
-      left.notify_one();
+    if (Waiter* const next = first; next != nullptr) {
+      Remove(*next);
+      owner = next->thread;
+      next->handed.notify_one();
+    } else {
+      owner = std::thread::id();
     }
   }
   // From here on another thread may have entered, left and destroyed the lock.
   qLockRank_Left(itsName, itsRank);
   return qStatus_Success;
+}
+
+void qLockObject::Remove(const Waiter& waiter) {
+  Waiter* before = nullptr;
+  for (Waiter* each = first; each != &waiter; each = each->next) {
+    before = each;
+  }
+  (before == nullptr ? first : before->next) = waiter.next;
+  if (last == &waiter) {
+    last = before;
+  }
 }
 
 qStatus qLock_Construct(qLock* out, const char* name, int rank) {

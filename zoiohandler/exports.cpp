@@ -23,6 +23,21 @@ constexpr int refused = 1;
 // Held by every export for the whole of its call, over all instances.
 constinit Zo::Mutex entryLock("ZoIoHandler exports", Zo::LockRank_Entry);
 
+// A mutex goes to whoever is awake, which is a thread that calls without a pause, and never one that waits for it to
+// return. So only one thread at a time waits for the lock itself, and the others here, that thread among them.
+constinit Zo::Mutex entryQueue("ZoIoHandler exports, queue", Zo::LockRank_EntryQueue);
+
+class Q_SCOPED_CAPABILITY Entry {
+ public:
+  Entry() Q_ACQUIRE(entryLock) {
+    Zo::MutexLock next(entryQueue);
+    entryLock.lock();
+  }
+  Entry(const Entry&) = delete;
+  Entry& operator=(const Entry&) = delete;
+  ~Entry() Q_RELEASE() { entryLock.unlock(); }
+};
+
 template <typename... Pointers>
 bool AnyNull(const Pointers*... pointers) {
   return ((pointers == nullptr) || ...);
@@ -31,7 +46,7 @@ bool AnyNull(const Pointers*... pointers) {
 // Runs an operation on the instance behind a handle; a std::exception counts as a refusal.
 template <typename Operation>
 int Forward(void* handle, const Operation& operation) {
-  Zo::MutexLock held(entryLock);
+  const Entry held;
   ZoVyrnClient* client = nullptr;
   try {
     client = IoHandler::Instance().Find(handle);
@@ -62,7 +77,7 @@ ZOIO_EXPORT int CreateIoInstance(const char* address, unsigned short controlPort
   if (AnyNull(address, param, handleOut)) {
     return refused;
   }
-  Zo::MutexLock held(entryLock);
+  const Entry held;
   try {
     IoHandler& handler = IoHandler::Instance();
     auto client = std::make_unique<ZoVyrnClient>(std::string(address), controlPort, *param);
@@ -91,7 +106,7 @@ ZOIO_EXPORT int DestroyIoInstance(void* handle) {
 }
 
 ZOIO_EXPORT const ioInfo* GetIoInfo(void) {
-  Zo::MutexLock held(entryLock);
+  const Entry held;
   return &IoHandler::Instance().Info();
 }
 

@@ -117,5 +117,63 @@ TEST_F(EntryLock, KeepsTwoInstancesFromReadingAtTheSameTime) {
   ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Read(handle, "res#"), 0); });
 }
 
+// Reads without a pause, on a thread of its own; each read stands in its log callback for a while.
+class Polling {
+ public:
+  Polling(Recorder& host, const std::function<void()>& read)
+      : thread([this, &host, read] {
+          host.OnLog([](const Entry& entry) {
+            if (entry.IsLog("Reading item res#")) {
+              std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            }
+          });
+          while (!ends) {
+            read();
+            ++reads;
+          }
+          host.OnLog({});
+        }) {}
+  Polling(const Polling&) = delete;
+  Polling& operator=(const Polling&) = delete;
+  ~Polling() {
+    ends = true;
+    thread.join();
+  }
+
+  int Reads() const { return reads; }
+  void AwaitReads(int more) const {
+    for (const int wanted = reads + more; reads < wanted;) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
+ private:
+  std::atomic<bool> ends = false;
+  std::atomic<int> reads = 0;
+  std::thread thread;
+};
+
+TEST_F(EntryLock, CallIsNotPassedByAThreadThatCallsWithoutAPause) {
+  void* const handle = Create();
+  const Polling polling(recorder, [this, handle] { EXPECT_EQ(Read(handle, "res#"), 0); });
+  polling.AwaitReads(1);
+  for (int call = 0; call < 20; ++call) {
+    const int before = polling.Reads();
+    EXPECT_NE(plugin.getIoInfo(), nullptr);
+    // The read that was under way, and one that was waiting already; with one more, should the count come late.
+    EXPECT_LE(polling.Reads() - before, 3);
+  }
+}
+
+TEST_F(EntryLock, SubscriptionsGoOnWhileAThreadCallsWithoutAPause) {
+  void* const handle = Create();
+  EXPECT_EQ(Subscribe(handle, {"sub#/int"}), 0);
+  const Polling polling(recorder, [this, handle] { EXPECT_EQ(Read(handle, "res#"), 0); });
+  const auto passes = [this] { return recorder.CountValues("sub#/int"); };
+  const std::size_t before = passes();
+  polling.AwaitReads(200);  // a second at least, which is ten passes
+  EXPECT_GE(passes() - before, 8U);
+}
+
 }  // namespace
 }  // namespace ZoTest

@@ -1,18 +1,23 @@
 #include "qapi/lock.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <deque>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "qapi/testing.h"
 #include "qapi/thread.h"
+#include "tests/support/asleep.h"
 #include "tests/support/deadline.h"
 #include "tests/support/recorder.h"
 
 namespace {
 
+using ZoTest::FallsAsleep;
 using ZoTest::Gate;
 using ZoTest::Stopwatch;
 
@@ -219,6 +224,86 @@ TEST(Lock, DestroyedLockIsNoLongerAlive) {
   EXPECT_EQ(qTest_LiveObjects(), before + 1);
   qObject_Destroy(lock);
   EXPECT_EQ(qTest_LiveObjects(), before);
+}
+
+// Enters a lock on a thread of its own, notes its letter when it is in, and leaves.
+class Waiting {
+ public:
+  Waiting(qLock lock, char letter, std::string& order, std::uint64_t timeout = generous)
+      : thread([=, this, &order] {
+          id = ::gettid();
+          status = qLock_EnterEx(lock, timeout);
+          if (status == qStatus_Success) {
+            order += letter;
+            EXPECT_EQ(qLock_Exit(lock), qStatus_Success);
+          }
+        }) {}
+  Waiting(const Waiting&) = delete;
+  Waiting& operator=(const Waiting&) = delete;
+  ~Waiting() { End(); }
+
+  bool Waits() const { return FallsAsleep(id); }
+  qStatus End() {
+    if (thread.joinable()) {
+      thread.join();
+    }
+    return status;
+  }
+
+ private:
+  std::atomic<pid_t> id = 0;
+  qStatus status = qStatus_Failure;
+  std::thread thread;
+};
+
+TEST_F(LockTest, GoesToWhoWaitsBeforeWhoeverLeftEntersAgain) {
+  std::string order;
+  ASSERT_EQ(qLock_Enter(TheLock()), qStatus_Success);
+  Waiting waiting(TheLock(), 'w', order);
+  ASSERT_TRUE(waiting.Waits());
+  EXPECT_EQ(qLock_Exit(TheLock()), qStatus_Success);
+  ASSERT_EQ(qLock_Enter(TheLock()), qStatus_Success);
+  order += 'a';
+  EXPECT_EQ(qLock_Exit(TheLock()), qStatus_Success);
+  EXPECT_EQ(waiting.End(), qStatus_Success);
+  EXPECT_EQ(order, "wa");
+}
+
+TEST_F(LockTest, GoesToThoseWhoWaitInTheirOrder) {
+  std::string order;
+  ASSERT_EQ(qLock_Enter(TheLock()), qStatus_Success);
+  Waiting first(TheLock(), '1', order);
+  ASSERT_TRUE(first.Waits());
+  Waiting second(TheLock(), '2', order);
+  ASSERT_TRUE(second.Waits());
+  Waiting third(TheLock(), '3', order);
+  ASSERT_TRUE(third.Waits());
+  EXPECT_EQ(qLock_Exit(TheLock()), qStatus_Success);
+  for (Waiting* const each : {&first, &second, &third}) {
+    EXPECT_EQ(each->End(), qStatus_Success);
+  }
+  EXPECT_EQ(order, "123");
+}
+
+// From the front, the middle and the end of those who wait.
+TEST_F(LockTest, WhoeverGivesUpIsPassedOver) {
+  for (const int impatient : {0, 1, 2}) {
+    std::string order;
+    ASSERT_EQ(qLock_Enter(TheLock()), qStatus_Success);
+    std::deque<Waiting> all;
+    for (int each = 0; each < 3; ++each) {
+      constexpr std::uint64_t second = 1'000'000;
+      all.emplace_back(TheLock(), static_cast<char>('0' + each), order,
+                       each == impatient ? second : generous);
+      ASSERT_TRUE(all.back().Waits());
+    }
+    EXPECT_EQ(all[static_cast<std::size_t>(impatient)].End(), qStatus_TimeOut);
+    EXPECT_EQ(qLock_Exit(TheLock()), qStatus_Success);
+    for (Waiting& each : all) {
+      each.End();
+    }
+    EXPECT_EQ(order, impatient == 0 ? "12" : impatient == 1 ? "02" : "01");
+  }
 }
 
 }  // namespace

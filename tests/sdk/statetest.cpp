@@ -1636,6 +1636,15 @@ TEST_F(Unheard, StopOfAGrantedStreamSucceedsThoughItsAnswerIsLate) {
   EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
 }
 
+// With its resource, say.
+TEST_F(Unheard, StopOfAGrantedStreamThatHadEndedByItselfSucceeds) {
+  GrantOther();
+  const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");
+  Sent();
+  Receive("{\"id\":2}");
+  EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
+}
+
 TEST_F(Unheard, StopThatCannotBeSentInTimeIsSentLater) {
   GrantOther();
   const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");

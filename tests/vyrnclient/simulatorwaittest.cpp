@@ -4,11 +4,10 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 #include <functional>
-#include <string>
 #include <thread>
 
+#include "tests/support/asleep.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/eventually.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
@@ -17,15 +16,6 @@
 
 namespace ZoTest {
 namespace {
-
-// Whether the system lets a thread of this process sleep.
-bool IsAsleep(pid_t thread) {
-  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-  std::string line;
-  std::getline(file, line);
-  const std::size_t name = line.rfind(')');
-  return name != std::string::npos && line.compare(name, 3, ") S") == 0;
-}
 
 class SimulatorWait : public ::testing::Test {
  protected:

@@ -106,6 +106,16 @@ TEST_F(Subscribed, AMemberThatAppearsLaterBecomesValid) {
   EXPECT_TRUE(recorder.WaitForEntry(IsInteger(late, 5)));
 }
 
+TEST_F(Subscribed, UnsubscribingWhatHasVanishedLeavesANeighboursSubscription) {
+  EXPECT_EQ(Subscribe(handle, {"/plant/drive#/n", "/plant/door#/open"}), 0);
+  EXPECT_EQ(Call(handle, "Delete", R"({"uri":"/plant/drive"})"), 0);
+  recorder.Clear();
+  EXPECT_EQ(Unsubscribe(handle, {"/plant/drive#/n"}), 0);
+  EXPECT_THAT(MessagesOf(unsubscribeName), ElementsAre("Unsubscribing items.", "Stopping stream /plant/drive"));
+  sensor.Patch("/plant/door", R"({"open":7})");
+  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/plant/door#/open", 7)));
+}
+
 // What reaches the sensor, which here grants everything with {"value": 1}.
 class SubscriptionRequests : public WireTest {
  protected:

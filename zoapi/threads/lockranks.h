@@ -12,6 +12,7 @@ namespace Zo {
 
 enum LockRank : int {
   LockRank_None = 0,
+  LockRank_EntryQueue = 9,      // those who wait for the next
   LockRank_Entry = 10,          // the process-wide lock of the exports
   LockRank_Instance = 20,       // one instance
   LockRank_Simulator = 30,      // the simulator's mutex

@@ -375,7 +375,10 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   if (!pending) {
     return;
   }
-  if (status == 0 && !bare) {
+  if (entry.ends && bare) {
+    // What was granted ended by itself, with its resource. The stop is as good as any, and not one of what was never there.
+    pending->Answer(ZoRequestResponse(LocalAnswer(1, entry.uri, std::string()), arrival));
+  } else if (status == 0 && !bare) {
     pending->Fail("The sensor's answer carries no status.");
   } else {
     pending->Answer(ZoRequestResponse(std::move(message.document), arrival));
