@@ -111,7 +111,8 @@ TEST_F(Subscribed, UnsubscribingWhatHasVanishedLeavesANeighboursSubscription) {
   EXPECT_EQ(Call(handle, "Delete", R"({"uri":"/plant/drive"})"), 0);
   recorder.Clear();
   EXPECT_EQ(Unsubscribe(handle, {"/plant/drive#/n"}), 0);
-  EXPECT_THAT(MessagesOf(unsubscribeName), ElementsAre("Unsubscribing items.", "Stopping stream /plant/drive"));
+  EXPECT_THAT(MessagesOf(unsubscribeName),
+              ElementsAre("Unsubscribing items.", "Stopping stream /plant/drive"));
   sensor.Patch("/plant/door", R"({"open":7})");
   EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/plant/door#/open", 7)));
 }
