@@ -34,7 +34,8 @@ constexpr const char* infoEnd = R"help(Examples:
 
 constexpr const char* readEnd =
     R"help(Prints one line "ITEM = VALUE (kind)" for each item, and goes on after one that is refused.
-INVALID means that the sensor answered, but its resource holds no such item (any more).
+INVALID means that the sensor answered, but refused, or its resource holds no such item (any
+more), or no single value there.
 The simulator answers a read with the name of the resource, so most of its items read as
 INVALID; watch shows their values.
 

@@ -58,7 +58,7 @@ Status RunRead(Session& session, Console& console, const std::vector<std::string
           fmt::format("{} = {} ({})", Printable(item), value->ForPeople(), KindName(value->Kind())));
     } else {
       console.Refuse(fmt::format("{} could not be read.", Printable(item)),
-                     "The sensor does not know it, or is not connected.");
+                     "The sensor does not know it or is not connected, or the log tells why.");
       status = Status::refused;
     }
   }
@@ -70,7 +70,7 @@ Status RunWrite(Session& session, Console& console, const std::string& item, con
   console.Absorb(session.Take());
   if (!sent) {
     console.Refuse(fmt::format("{} could not be written.", Printable(item)),
-                   "The sensor does not know it, or is not connected.");
+                   "The sensor does not know it or is not connected, or the log tells why.");
     return Status::refused;
   }
   console.Print(fmt::format("sent {} = {} ({})", Printable(item), value.ForPeople(), KindName(value.Kind())));
