@@ -157,10 +157,12 @@ TEST(Scripts, MutationWithoutSensibleOptionsIsNotUnderstood) {
 TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {
   const ChildResult shown = RunInShell("./run --from '" ZOIO_PROGRAMS "'");
   EXPECT_TRUE(shown.Succeeded()) << shown.Describe();
-  for (const char* part :
-       {"Name         ZoIoHandler", "/demo#/int = 1 (int)", "(double)", "(bool)", "(string)"}) {
+  for (const char* part : {"Name         ZoIoHandler", "(double)", "(bool)", "(string)"}) {
     EXPECT_TRUE(Contains(shown.output, part));
   }
+  // One value may go by between two of a busy machine's updates, which are as far apart as the simulator's.
+  static const std::regex number(R"(/demo#/int = [1-9]\d* \(int\))");
+  EXPECT_TRUE(std::regex_search(shown.output, number)) << shown.output;
 }
 
 // The emulated sensor counts from the same number each time it starts, so a total that falls and then rises
