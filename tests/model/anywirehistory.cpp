@@ -72,6 +72,8 @@ WireStep AnyBreak(Dice& dice) {
   return dice.Weighted<WireStep>({{2, Cut{}},
                                   {1, Restart{}},
                                   {3, LoseAnswer{}},
+                                  {3, LoseStart{true}},
+                                  {2, LoseStart{false}},
                                   {5, LeaveUnanswered{false}},
                                   {2, LeaveUnanswered{true}},
                                   {2, Connection{false}},

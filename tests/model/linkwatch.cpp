@@ -171,8 +171,11 @@ ZoSdk::ReadBrake::Ruling WrappedRead(ZoSdk::ReadBrake* brake, const std::string&
 
 ZoRequestResponse WrappedGetResponse(ZoTransaction* transaction, std::uint64_t timeout) {
   LinkWatch* const watch = LinkWatch::Current();
+  const ZoRequest& request = transaction->GetRequest();
+  if (watch != nullptr && request.Method() == ZoRequestMethod_Sub) {
+    watch->NoteSubscription();
+  }
   if (watch != nullptr && watch->ExpectsSilence()) {
-    const ZoRequest& request = transaction->GetRequest();
     const std::string text = std::to_string(request.Method()) + " " + request.Uri();
     const ZoTest::Deadline deadline;
     while (!RealWait(transaction, ZoModel::glimpse) && !deadline.Expired()) {

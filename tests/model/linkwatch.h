@@ -13,9 +13,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/deadline.h"
@@ -42,12 +44,17 @@ class LinkWatch {
   void NoteUnanswered(std::string request);
   bool TakeUnanswered(const std::string& request);
 
+  // Is told when a caller has asked for a subscription and is about to wait for the answer. Set before any does.
+  void OnSubscription(std::function<void()> listener) { onSubscription = std::move(listener); }
+
   // From the wrapped operations.
   static LinkWatch* Current();
   void NoteOffered();
   void NoteHandedOn(std::string push);
+  void NoteSubscription() const { onSubscription(); }
 
  private:
+  std::function<void()> onSubscription = [] {};
   std::mutex mutex;
   std::condition_variable changed;
   std::size_t offered = 0;  // guarded by mutex, like all below

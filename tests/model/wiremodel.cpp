@@ -67,6 +67,7 @@ Outcome WireModel::Begin() {
 Outcome WireModel::Perform(const WireStep& step) {
   events.clear();
   handedOn.clear();
+  mayEnd = MayEnd::AtNothing;
   const std::string result = std::visit([this](const auto& kind) { return Do(kind); }, step);
   if (std::exchange(lost, false)) {
     Restore();
@@ -83,9 +84,10 @@ Outcome WireModel::Perform(const WireStep& step) {
   return outcome;
 }
 
-std::size_t WireModel::RequestCount() const {
-  return static_cast<std::size_t>(std::count_if(
-      events.begin(), events.end(), [](const auto& event) { return event.starts_with("request "); }));
+Expected WireModel::Expects() const {
+  const auto requests = std::count_if(events.begin(), events.end(),
+                                      [](const auto& event) { return event.starts_with("request "); });
+  return {static_cast<std::size_t>(requests), mayEnd};
 }
 
 void WireModel::EndSensor() {
@@ -105,12 +107,11 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   bool ends = false;
   if (method == "stopStream" || method == "unsub") {
     interest.erase(wish);
-    const auto known =
-        std::find_if(wishes.begin(), wishes.end(), [&](const auto& each) { return each.first == wish; });
-    const bool waits = known != wishes.end() && !known->second;
-    ends = known != wishes.end() && known->second;
-    if (known != wishes.end()) {
-      wishes.erase(known);
+    const auto known = Find(wish);
+    const bool waits = known != wanted.end() && !known->active;
+    ends = known != wanted.end() && known->active;
+    if (known != wanted.end()) {
+      wanted.erase(known);
     }
     if (waits) {
       // The sensor does not have it, and is not bothered.
@@ -119,8 +120,13 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   }
   const bool withoutArguments = method == "call" && body == "null";
   const Exchange exchange = Send(method, uri, withoutArguments ? "" : body);
-  if (method == "startStream" || method == "sub") {
-    exchange.unanswered ? void(interest.insert(wish)) : NoteStart(wish, exchange.answer);
+  if (IsStart(method) && (exchange.unanswered || exchange.broken)) {
+    interest.insert(wish);
+  } else if (IsStart(method)) {
+    NoteStart(wish, exchange.answer);
+  }
+  if (IsStart(method) && exchange.broken) {
+    NoteLostStart(wish);
   }
   if (ends && (exchange.unanswered || exchange.broken)) {
     // It has ended here, and there with the session if not before.
@@ -143,9 +149,10 @@ WireModel::Exchange WireModel::Send(const std::string& method, const std::string
     return {BrakedAnswer(uri), ""};
   }
   events.push_back("request " + method + " " + uri + " " + body);
-  if (std::exchange(losing, false)) {
-    toLose = false;
+  if (sensor.Loses(ending, method)) {
+    ending = MayEnd::AtNothing;
     lost = true;
+    apart = mayEnd == MayEnd::AtStarts;
     LoseSession();
     return {{},
             "The link to the sensor broke before the answer came: the sensor ended the connection.",
@@ -166,8 +173,7 @@ WireModel::Exchange WireModel::Send(const std::string& method, const std::string
 
 WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std::string& uri,
                                            const Answer& answer) {
-  const bool start = method == "startStream" || method == "sub";
-  if (start || silence->late) {
+  if (IsStart(method) || silence->late) {
     late.push_back({method, uri, answer});
   }
   silence.reset();
@@ -196,7 +202,7 @@ void WireModel::Receive(const std::string& method, const std::string& uri, const
 // A start that is granted late counts. Of other answers nobody wants to know any more.
 void WireModel::ReceiveLate() {
   for (const Late& each : std::exchange(late, {})) {
-    if (each.method == "startStream" || each.method == "sub") {
+    if (IsStart(each.method)) {
       NoteStart(Wish(each.method == "startStream", each.uri), each.answer);
       Receive(each.method, each.uri, each.answer);
     } else {
@@ -209,24 +215,34 @@ void WireModel::ReceiveLate() {
 }
 
 void WireModel::NoteStart(const Wish& wish, const Answer& answer) {
-  const auto known =
-      std::find_if(wishes.begin(), wishes.end(), [&](const auto& each) { return each.first == wish; });
+  const auto known = Find(wish);
   const std::optional<long long> status = StatusOf(answer);
   const Document* payload = answer.Part("payload");
   const bool granted = status && (*status == 1 || (wish.first && payload != nullptr && !payload->IsEmpty()));
   if (granted) {
     interest.insert(wish);
-    if (known == wishes.end()) {
-      wishes.emplace_back(wish, true);
+    if (known == wanted.end()) {
+      wanted.push_back({wish, true, true});
     } else {
-      known->second = true;
+      known->active = true;
     }
   } else {
     interest.erase(wish);
-    if (known != wishes.end()) {
-      wishes.erase(known);
+    if (known != wanted.end()) {
+      wanted.erase(known);
     }
   }
+}
+
+// Its caller was told of a failure and may not ask again.
+void WireModel::NoteLostStart(const Wish& wish) {
+  if (Find(wish) == wanted.end()) {
+    wanted.push_back({wish, false, false});
+  }
+}
+
+std::vector<WireModel::Wanted>::iterator WireModel::Find(const Wish& wish) {
+  return std::find_if(wanted.begin(), wanted.end(), [&](const Wanted& each) { return each.wish == wish; });
 }
 
 void WireModel::LogFailure(const std::string& method, const std::string& uri, const std::string& failure) {
@@ -301,43 +317,60 @@ void WireModel::Retry() {
 // What the host does.
 
 template <typename HostStep>
-std::string WireModel::Losing(const HostStep& step) {
-  losing = toLose && sensor.MayBreak();
-  std::string result = losing ? ReferenceModel::Do(step) : Silencing(step);
-  losing = false;
-  return result;
-}
-
-template <typename HostStep>
-std::string WireModel::Silencing(const HostStep& step) {
-  silencing = silence.has_value();
+std::string WireModel::Hosted(const HostStep& step, MayEnd at) {
+  mayEnd = at;
+  ending = at;
+  silencing = mayEnd == MayEnd::AtNothing && silence.has_value();
   std::string result = ReferenceModel::Do(step);
+  ending = MayEnd::AtNothing;
   silencing = false;
   return result;
 }
 
+MayEnd WireModel::MayEndAtAnything() const {
+  return sensor.IsToLose(Loss::Any) ? MayEnd::AtAnything : MayEnd::AtNothing;
+}
+
+// Of several names the later ones would be asked for while others come back, in an order of luck. And so would be the
+// pattern that takes a lost stream's place, were it one of those.
+MayEnd WireModel::MayEndAt(const Subscribe& step) {
+  if (step.names.size() != 1 || !step.names.front()) {
+    return MayEnd::AtNothing;
+  }
+  const Item item(*step.names.front());
+  const bool asksTwice = subscriptions[item.pattern] == 0 && Find(Wish(false, item.pattern)) != wanted.end();
+  const bool mayLose =
+      sensor.IsToLose(Loss::StreamStart) ? !asksTwice : sensor.IsToLose(Loss::SubscriptionStart);
+  return mayLose ? MayEnd::AtStarts : MayEnd::AtNothing;
+}
+
 std::string WireModel::Do(const Subscribe& step) {
-  return Silencing(step);
+  return Hosted(step, MayEndAt(step));
 }
 
 std::string WireModel::Do(const Unsubscribe& step) {
-  return Silencing(step);
+  return Hosted(step);
 }
 
 std::string WireModel::Do(const Read& step) {
-  return Losing(step);
+  return Hosted(step, MayEndAtAnything());
 }
 
 std::string WireModel::Do(const Write& step) {
-  return Losing(step);
+  return Hosted(step, MayEndAtAnything());
 }
 
 std::string WireModel::Do(const Call& step) {
-  return IsOneRequest(step) ? Losing(step) : Silencing(step);
+  return Hosted(step, IsOneRequest(step) ? MayEndAtAnything() : MayEnd::AtNothing);
 }
 
 std::string WireModel::Do(const LoseAnswer& /*step*/) {
-  toLose = true;
+  sensor.Lose(Loss::Any);
+  return "";
+}
+
+std::string WireModel::Do(const LoseStart& step) {
+  sensor.Lose(step.stream ? Loss::StreamStart : Loss::SubscriptionStart);
   return "";
 }
 
@@ -395,23 +428,33 @@ std::string WireModel::Do(const Connection& step) {
 void WireModel::LoseSession() {
   unanswered = 0;
   sensor.EndSession();
-  for (auto& [wish, active] : wishes) {
-    active = false;
+  for (Wanted& each : wanted) {
+    each.active = false;
   }
 }
 
-// All that was granted is asked for again, in the order in which it was; what is refused waits for the next session.
+// All that was granted is asked for again, in the order in which it was; what is refused waits for the next session. What
+// was asked for without an answer comes behind, and is forgotten when it is refused.
 void WireModel::Restore() {
-  for (auto& [wish, active] : wishes) {
-    const auto& [stream, uri] = wish;
+  std::vector<Wanted> behind;
+  for (Wanted& each : wanted) {
+    if (each.active) {
+      continue;
+    }
+    const auto& [stream, uri] = each.wish;
     const Answer answer = Send(stream ? "startStream" : "sub", uri, "").answer;
     const std::optional<long long> status = StatusOf(answer);
-    active = status && *status == 1;
+    each.active = status && *status == 1;
     const Document* payload = answer.Part("payload");
-    if (stream && active && payload != nullptr) {
+    if (stream && each.active && payload != nullptr) {
       HandOn({true, uri, *payload});
     }
+    if (!each.granted) {
+      each.active ? behind.push_back({each.wish, true, true}) : void(interest.erase(each.wish));
+    }
   }
+  std::erase_if(wanted, [](const Wanted& each) { return !each.granted; });
+  wanted.insert(wanted.end(), behind.begin(), behind.end());
 }
 
 bool WireModel::IsAskedFor(const std::string& uri) const {

@@ -27,8 +27,8 @@ class WireModel : public ReferenceModel {
   Outcome Begin();
   Outcome Perform(const WireStep& step);
 
-  // How many requests the last step must bring to the sensor.
-  std::size_t RequestCount() const;
+  // Of the last step.
+  Expected Expects() const;
 
  protected:
   bool IsConnected() const override { return connected; }
@@ -42,6 +42,12 @@ class WireModel : public ReferenceModel {
  private:
   // A stream, or a subscription of a pattern.
   using Wish = std::pair<bool, std::string>;
+  // To come back with the next session.
+  struct Wanted {
+    Wish wish;
+    bool active = false;   // the session has it
+    bool granted = false;  // some session had it
+  };
   struct Exchange {
     Answer answer;
     std::string failure;      // instead of an answer
@@ -68,12 +74,14 @@ class WireModel : public ReferenceModel {
   std::string Do(const Cut& step);
   std::string Do(const Restart& step);
   std::string Do(const LoseAnswer& step);
+  std::string Do(const LoseStart& step);
   std::string Do(const LeaveUnanswered& step);
 
+  // A call of the host.
   template <typename HostStep>
-  std::string Losing(const HostStep& step);
-  template <typename HostStep>
-  std::string Silencing(const HostStep& step);
+  std::string Hosted(const HostStep& step, MayEnd at = MayEnd::AtNothing);
+  MayEnd MayEndAt(const Subscribe& step);
+  MayEnd MayEndAtAnything() const;
 
   static Answer Done(const std::string& uri);
   Exchange Send(const std::string& method, const std::string& uri, const std::string& body);
@@ -81,6 +89,8 @@ class WireModel : public ReferenceModel {
   void Receive(const std::string& method, const std::string& uri, const Answer& answer);
   void ReceiveLate();
   void NoteStart(const Wish& wish, const Answer& answer);
+  void NoteLostStart(const Wish& wish);
+  std::vector<Wanted>::iterator Find(const Wish& wish);
   void LogFailure(const std::string& method, const std::string& uri, const std::string& failure);
   void Command(const std::string& uri, const std::string& function);
   static std::string FailureOf(const Exchange& exchange);
@@ -95,9 +105,9 @@ class WireModel : public ReferenceModel {
   const unsigned port;
   WireSensor sensor;
   bool connected = true;
-  bool toLose = false;                     // an answer, when one can be lost
-  bool losing = false;                     // the next answer
-  bool lost = false;                       // one of this step
+  MayEnd mayEnd = MayEnd::AtNothing;       // of the session, in the last step
+  MayEnd ending = MayEnd::AtNothing;       // likewise, as long as it has not ended
+  bool lost = false;                       // the session, in this step
   std::optional<LeaveUnanswered> silence;  // when there is a request
   bool silencing = false;                  // the next request
   std::vector<Late> late;                  // answers, in this step
@@ -106,8 +116,7 @@ class WireModel : public ReferenceModel {
   std::set<std::string> heard;             // resources whose content has come
   std::set<std::string> braked;            // resources that are not read
   std::set<Wish> interest;
-  // Granted once and to come back, in this order; and whether the session has it.
-  std::vector<std::pair<Wish, bool>> wishes;
+  std::vector<Wanted> wanted;       // in the order in which it comes back
   std::vector<std::string> sought;  // resources, by the last pass of the registry's worker
   std::vector<std::string> handedOn;
 };

@@ -53,7 +53,7 @@ std::string Play(const WireHistory& history) {
   for (std::size_t i = 0; i < history.size() && difference.empty(); ++i) {
     const Outcome expected = model.Perform(history[i]);
     difference = Difference("step " + std::to_string(i + 1) + ": " + Describe(history[i]),
-                            plugin.Perform(history[i], model.RequestCount()), expected);
+                            plugin.Perform(history[i], model.Expects()), expected);
   }
   if (difference.empty()) {
     difference = Difference("destruction", plugin.End(), model.End());
@@ -142,6 +142,26 @@ TEST(NamedWireHistory, WriteWhoseAnswerIsLostIsNotSentAgain) {
             "");
 }
 
+TEST(NamedWireHistory, StreamWhoseStartWasLostIsAskedForInTheNextSession) {
+  EXPECT_EQ(
+      Play({Hold{"/r/x", Member("a", "before")}, LoseStart{true}, Subscribe{100, {"/r/x#/a"}, true},
+            Clock{100'000}, Hold{"/r/x", Member("a", "after")}, MonitorPass{}, Unsubscribe{{"/r/x#/a"}}}),
+      "");
+}
+
+TEST(NamedWireHistory, SubscriptionWhoseStartWasLostComesBehindWhatWasGranted) {
+  EXPECT_EQ(Play({Subscribe{100, {"/list#/1"}, true}, LoseStart{false}, Subscribe{100, {"/r/x#/a"}, true},
+                  Subscribe{100, {"/r/y#/a"}, true}, Subscribe{100, {"r#/a"}, true}, Cut{},
+                  Hold{"/r/x", Member("a", "x")}}),
+            "");
+}
+
+TEST(NamedWireHistory, LostStartThatTheNextSessionRefusesIsForgotten) {
+  EXPECT_EQ(Play({Answers{"Subscribe", Mood::Refuses}, LoseStart{false}, Subscribe{100, {"/r/x#/a"}, true},
+                  Answers{"Subscribe", Mood::Obeys}, StrayPush{false, "/r/x", Member("a", "stray")}, Cut{}}),
+            "");
+}
+
 TEST(NamedWireHistory, SensorThatStaysAwayIsHeldByItsLastValues) {
   EXPECT_EQ(Play({Hold{"/r/x", Member("a", "value")}, Subscribe{100, {"/r/x#/a"}, true}, MonitorPass{},
                   Connection{false}, Clock{100'000}, MonitorPass{}, Read{"/r/x#/a"}, RetryPass{},
@@ -201,6 +221,22 @@ Sights LongSights() {
                    "log 5 ZoIO::SensorManager::ResponseToZoJson: /r/x[8]: The sensor did not answer") > 0 &&
            std::count(outcome.state.begin(), outcome.state.end(), "sensor streams /r/x") > 0;
   };
+  sights["a stream whose start was lost comes back beside the subscription that took its place"] =
+      [](const WireStep& step, const Outcome& outcome) {
+        return std::holds_alternative<Subscribe>(step) &&
+               CountOf(outcome, "request startStream /r/x ") == 2 &&
+               std::count(outcome.state.begin(), outcome.state.end(), "sensor streams /r/x") > 0 &&
+               std::count(outcome.state.begin(), outcome.state.end(), "sensor notifies of /r/*") > 0;
+      };
+  sights["a subscription whose start was lost comes back"] = [](const WireStep& step,
+                                                                const Outcome& outcome) {
+    return std::holds_alternative<Subscribe>(step) && CountOf(outcome, "request sub /r/* ") == 2 &&
+           std::count(outcome.state.begin(), outcome.state.end(), "sensor notifies of /r/*") > 0;
+  };
+  sights["a lost start is refused"] = [](const WireStep& step, const Outcome& outcome) {
+    return std::holds_alternative<Subscribe>(step) && CountOf(outcome, "request startStream /r/x ") == 2 &&
+           std::count(outcome.state.begin(), outcome.state.end(), "sensor streams /r/x") == 0;
+  };
   sights["a braked read"] = [](const WireStep& step, const Outcome& outcome) {
     return std::holds_alternative<Read>(step) &&
            CountOf(outcome, "log 2 ZoIO::ItemManager::Item: Retrieving") > 0 &&
@@ -235,6 +271,8 @@ TEST(AnyWireHistory, ComesByEverythingThatTheModelTells) {
                            "[1]: The link to the sensor broke before the answer came",
                            "[3]: The link to the sensor broke before",
                            "[5]: The link to the sensor broke before",
+                           "[6]: The link to the sensor broke before",
+                           "[8]: The link to the sensor broke before",
                            "[1]: The sensor did not answer within 3 s.",
                            "[3]: The sensor did not answer within 3 s.",
                            "[5]: The sensor did not answer within 3 s.",

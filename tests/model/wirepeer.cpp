@@ -39,9 +39,9 @@ void WirePeer::Cut() {
   }
 }
 
-void WirePeer::SetLosing(bool next) {
+void WirePeer::SetMayEnd(MayEnd next) {
   const std::lock_guard lock(mutex);
-  losing = next;
+  mayEnd = next;
   lost = false;
 }
 
@@ -156,7 +156,8 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
   const std::lock_guard lock(mutex);
   note("request " + method + " " + uri + " " +
        (request.HasKey("payload") ? request.At("payload").ToString() : ""));
-  if (std::exchange(losing, false)) {
+  if (sensor.Loses(mayEnd, method)) {
+    mayEnd = MayEnd::AtNothing;
     lost = true;
     gone = peer.number;
     // Before the link can know, and so come back; and back it comes once the caller has told all, for the order's sake.
@@ -168,8 +169,7 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
     const std::string members = answer == "{}" ? "}" : "," + answer.substr(1);
     const std::string message = "{\"id\":" + request.At("id").ToString() + members;
     if (silence && uri != "/system") {
-      const bool start = method == "startStream" || method == "sub";
-      late = start || silence->late ? message : "";
+      late = IsStart(method) || silence->late ? message : "";
       silence.reset();
       unanswered = true;
       noteUnanswered(std::to_string(NumberOf(method)) + " " + uri);

@@ -44,8 +44,9 @@ class WirePeer {
   void SetOpen(bool open);
   // Ends the session.
   void Cut();
-  // The next request is answered by ending the session and closing the door. Tells whether that has come about.
-  void SetLosing(bool losing);
+  // One of the next requests may be answered by ending the session and closing the door. Tells whether that has come
+  // about.
+  void SetMayEnd(MayEnd mayEnd);
   bool HasLost() const;
   // The next request (but one about the sensor itself) is not answered yet. Tells whether that has come about.
   void SetSilent(std::optional<LeaveUnanswered> silence);
@@ -77,7 +78,7 @@ class WirePeer {
   WireSensor sensor;  // guarded by mutex, like all below but the door
   bool open = true;
   bool ended = false;
-  bool losing = false;
+  MayEnd mayEnd = MayEnd::AtNothing;
   bool lost = false;  // an answer
   std::optional<LeaveUnanswered> silence;
   bool unanswered = false;  // a request, since the last SetSilent

@@ -53,6 +53,10 @@ int NumberOf(const std::string& method) {
   return static_cast<int>(std::find(methods.begin(), methods.end(), method) - methods.begin()) + 1;
 }
 
+bool IsStart(const std::string& method) {
+  return method == "startStream" || method == "sub";
+}
+
 std::vector<std::string> RequestsLast(std::vector<std::string> events) {
   std::stable_partition(events.begin(), events.end(),
                         [](const auto& event) { return !event.starts_with("request "); });
@@ -171,6 +175,19 @@ void WireSensor::EndSession() {
   streams.clear();
   patterns.clear();
   pushes.clear();
+}
+
+bool WireSensor::Loses(MayEnd mayEnd, const std::string& method) {
+  switch (mayEnd) {
+    case MayEnd::AtNothing:
+      return false;
+    case MayEnd::AtAnything:
+      return losses.erase(Loss::Any) != 0;
+    case MayEnd::AtStarts:
+      break;
+  }
+  return IsStart(method) &&
+         losses.erase(method == "startStream" ? Loss::StreamStart : Loss::SubscriptionStart) != 0;
 }
 
 std::vector<WirePush> WireSensor::TakePushes() {

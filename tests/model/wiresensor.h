@@ -34,6 +34,15 @@ std::vector<std::string> RequestsLast(std::vector<std::string> events);
 // Whether a resource belongs to a pattern: "/r/*" to "/r" and all below it, "*" and "/*" to all.
 bool IsBelow(const std::string& pattern, const std::string& uri);
 
+// An answer that can be lost.
+enum class Loss { Any, StreamStart, SubscriptionStart };
+
+// In place of which answers of a step the session may end, once.
+enum class MayEnd { AtNothing, AtAnything, AtStarts };
+
+// Whether the method starts a stream or a subscription.
+bool IsStart(const std::string& method);
+
 class WireSensor {
  public:
   // method: as the wire spells it. The answer without its id; no members for a bare acknowledgement.
@@ -48,6 +57,12 @@ class WireSensor {
   bool MayBreak() const { return breaks < mostBreaks; }
   void EndSession();
   void Forget() { resources.clear(); }
+
+  // The next answer of this kind is lost, where one may be: the session ends instead.
+  void Lose(Loss loss) { losses.insert(loss); }
+  bool IsToLose(Loss loss) const { return MayBreak() && losses.contains(loss); }
+  // Whether this is the one.
+  bool Loses(MayEnd mayEnd, const std::string& method);
 
   // The pushes that wait to be sent, in their order.
   std::vector<WirePush> TakePushes();
@@ -68,6 +83,7 @@ class WireSensor {
   std::set<std::string> streams;
   std::set<std::string> patterns;
   std::vector<WirePush> pushes;
+  std::set<Loss> losses;
   bool running = false;
   int breaks = 0;
 };

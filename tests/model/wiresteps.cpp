@@ -18,6 +18,10 @@ struct Teller {
   std::string operator()(const LeaveUnanswered& step) const {
     return std::string("request to be answered ") + (step.late ? "too late" : "never");
   }
+  std::string operator()(const LoseStart& step) const {
+    return std::string("session to be cut instead of the grant of a ") +
+           (step.stream ? "stream" : "subscription");
+  }
   std::string operator()(const LoseAnswer&) const { return "session to be cut instead of an answer"; }
 };
 
