@@ -68,7 +68,21 @@ WireStep AnySensorStep(Dice& dice) {
   }
 }
 
+WireStep AnyUnusable(Dice& dice) {
+  const Unusable how = dice.Of({Unusable::Broken, Unusable::Deep, Unusable::List});
+  if (dice.OnceIn(3)) {
+    const bool stream = dice.OnceIn(2);
+    return UnusablePush{stream, AnyUri(dice), how};
+  }
+  // Mostly of one resource, since it takes several answers about it.
+  const std::string uri = dice.OnceIn(3) ? AnyUri(dice) : "/r/x";
+  return Spoil{uri, dice.OnceIn(6) ? std::nullopt : std::optional<Unusable>(how)};
+}
+
 WireStep AnyBreak(Dice& dice) {
+  if (dice.OnceIn(3)) {
+    return AnyUnusable(dice);
+  }
   return dice.Weighted<WireStep>({{2, Cut{}},
                                   {1, Restart{}},
                                   {3, LoseAnswer{}},
@@ -81,7 +95,7 @@ WireStep AnyBreak(Dice& dice) {
 }
 
 WireStep AnyWireStep(Dice& dice) {
-  switch (dice.Weighted<int>({{26, 0}, {18, 1}, {20, 2}, {7, 3}, {14, 4}})) {
+  switch (dice.Weighted<int>({{26, 0}, {18, 1}, {20, 2}, {9, 3}, {14, 4}})) {
     case 0:
       return AnyHostStep(dice);
     case 1:

@@ -5,7 +5,8 @@
 // - a stream or subscription that was refused to come back is asked for in the next session only, not every 3 s;
 // - the registry's worker waits for answers until they are there;
 // - a call of the host ends unanswered as soon as the sensor has left its request so;
-// - a resource whose reads are braked is not asked about every 5 s: other news of it lift the brake.
+// - a resource whose reads are braked is not asked about every 5 s: other news of it lift the brake;
+// - a resource whose answers end sessions is read ever more rarely by the clock of the system, which stands.
 // While there is no LinkWatch they do what they always do.
 //
 // Threads: a test's one, which makes and destroys it; the link's. One at a time, made before the instance and destroyed

@@ -8,11 +8,11 @@
 
 namespace ZoModel {
 
-WireInstance::WireInstance(long long now, ZoTest::Clock::duration patience)
+WireInstance::WireInstance(long long now, ZoTest::Clock::duration patience, int mostBreaks)
     : patience(patience),
       time(now),
       peer([this](const std::string& request) { Note(request); },
-           [this](const std::string& request) { watch.NoteUnanswered(request); }) {
+           [this](const std::string& request) { watch.NoteUnanswered(request); }, mostBreaks) {
   // What a host still asks for when its session has ended in place of an answer goes out first in the next one.
   watch.OnSubscription([this] {
     if (peer.HasLost()) {
@@ -208,6 +208,20 @@ std::string WireInstance::Do(const StrayPush& step) {
 void WireInstance::LoseSession() {
   peer.With([](WireSensor& sensor) { sensor.EndSession(); });
   peer.Cut();
+}
+
+std::string WireInstance::Do(const Spoil& step) {
+  peer.With([&](WireSensor& sensor) { sensor.Spoil(step.uri, step.how); });
+  return "";
+}
+
+std::string WireInstance::Do(const UnusablePush& step) {
+  if (connected && peer.With([](const WireSensor& sensor) { return sensor.MayBreak(); })) {
+    peer.With([](WireSensor& sensor) { sensor.EndSession(); });
+    peer.EndBy(WirePush::UnusableText(step.stream, step.uri, step.how));
+    lost = true;
+  }
+  return "";
 }
 
 std::string WireInstance::Do(const Cut& /*step*/) {

@@ -29,8 +29,8 @@ namespace ZoModel {
 
 class WireInstance {
  public:
-  // patience: for what must come.
-  WireInstance(long long now, ZoTest::Clock::duration patience);
+  // patience: for what must come. mostBreaks: as for the sensor.
+  WireInstance(long long now, ZoTest::Clock::duration patience, int mostBreaks);
 
   std::uint16_t Port() const { return peer.Port(); }
 
@@ -60,6 +60,8 @@ class WireInstance {
   std::string Do(const Restart& step);
   std::string Do(const LoseAnswer& step);
   std::string Do(const LoseStart& step);
+  std::string Do(const Spoil& step);
+  std::string Do(const UnusablePush& step);
   std::string Do(const LeaveUnanswered& step);
 
   std::string Hosted(const std::function<std::string()>& call);

@@ -26,14 +26,20 @@ std::optional<long long> StatusOf(const Answer& answer) {
   return number == nullptr ? std::nullopt : std::optional<long long>(*number);
 }
 
-// What the link itself says of a resource that has never answered.
-Answer BrakedAnswer(const std::string& uri) {
-  return {Document(Document::Members{
-      {"status", Document(-599LL)},
-      {"uri", Document(uri)},
-      {"payload", Document()},
-      {"error",
-       Document(std::string("The sensor has not answered about this resource; it is being asked."))}})};
+constexpr long long probeInterval = 5'000'000;  // µs
+constexpr long long blamedPause = 60'000'000;   // µs
+constexpr int sessionsEnough = 2;
+
+// What the link itself says of a resource that has never answered, and of one whose answers end their sessions.
+const std::string isMute = "The sensor has not answered about this resource; it is being asked.";
+const std::string endsSessions =
+    "The sensor's answers about this resource end the session; it is asked ever more rarely.";
+
+Answer BrakedAnswer(const std::string& uri, const std::string& why) {
+  return {Document(Document::Members{{"status", Document(-599LL)},
+                                     {"uri", Document(uri)},
+                                     {"payload", Document()},
+                                     {"error", Document(why)}})};
 }
 
 std::string WithoutSlash(const std::string& uri) {
@@ -42,8 +48,8 @@ std::string WithoutSlash(const std::string& uri) {
 
 }  // namespace
 
-WireModel::WireModel(long long now, const std::string& address, unsigned port)
-    : ReferenceModel(now), address(address), port(port) {}
+WireModel::WireModel(long long now, const std::string& address, unsigned port, int mostBreaks)
+    : ReferenceModel(now), address(address), port(port), sensor(mostBreaks) {}
 
 Outcome WireModel::Begin() {
   const std::string constructor = "ZoIO::ZoVyrnClient::ZoVyrnClient";
@@ -125,7 +131,7 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   } else if (IsStart(method)) {
     NoteStart(wish, exchange.answer);
   }
-  if (IsStart(method) && exchange.broken) {
+  if (IsStart(method) && exchange.broken && !exchange.unusable) {
     NoteLostStart(wish);
   }
   if (ends && (exchange.unanswered || exchange.broken)) {
@@ -145,20 +151,12 @@ Answer WireModel::Done(const std::string& uri) {
 
 WireModel::Exchange WireModel::Send(const std::string& method, const std::string& uri,
                                     const std::string& body) {
-  if (method == "read" && braked.contains(uri)) {
-    return {BrakedAnswer(uri), ""};
+  if (const std::optional<Exchange> local = method == "read" ? Brake(uri) : std::nullopt) {
+    return *local;
   }
   events.push_back("request " + method + " " + uri + " " + body);
-  if (sensor.Loses(ending, method)) {
-    ending = MayEnd::AtNothing;
-    lost = true;
-    apart = mayEnd == MayEnd::AtStarts;
-    LoseSession();
-    return {{},
-            "The link to the sensor broke before the answer came: the sensor ended the connection.",
-            false,
-            false,
-            true};
+  if (const std::optional<Ending> by = sensor.Ends(ending, method, uri)) {
+    return EndSession(*by, method, uri);
   }
   Exchange exchange{sensor.Ask(method, uri), ""};
   if (silencing && uri != "/system") {
@@ -171,9 +169,44 @@ WireModel::Exchange WireModel::Send(const std::string& method, const std::string
   return exchange;
 }
 
+// A resource that has never answered is not asked; one whose answers have ended two sessions in a row, ever more rarely,
+// and of all those one at a time.
+std::optional<WireModel::Exchange> WireModel::Brake(const std::string& uri) {
+  const auto suspect = suspects.find(uri);
+  if (suspect != suspects.end() && suspect->second.sessions >= sessionsEnough) {
+    const bool isDue = now >= suspect->second.due && now >= nextSuspect;
+    if (isDue) {
+      suspect->second.due = nextSuspect = now + probeInterval;
+    }
+    if (isDue && !braked.contains(uri)) {
+      return std::nullopt;
+    }
+    // What has been heard of it stays its last value.
+    return heard.contains(uri) ? Exchange{{}, endsSessions} : Exchange{BrakedAnswer(uri, endsSessions), ""};
+  }
+  return braked.contains(uri) ? std::optional(Exchange{BrakedAnswer(uri, isMute), ""}) : std::nullopt;
+}
+
+WireModel::Exchange WireModel::EndSession(const Ending& by, const std::string& method,
+                                          const std::string& uri) {
+  Exchange exchange;
+  exchange.failure = "The link to the sensor broke before the answer came: " +
+                     (by.message ? FaultOf(*by.message) : "the sensor ended the connection") + ".";
+  exchange.broken = true;
+  exchange.unusable = by.message.has_value();
+  if (exchange.unusable) {
+    method == "read" ? NoteUnusableRead(uri) : Blame(uri);
+  }
+  ending = MayEnd::AtNothing;
+  lost = true;
+  apart = mayEnd == MayEnd::AtStarts;
+  LoseSession();
+  return exchange;
+}
+
 WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std::string& uri,
                                            const Answer& answer) {
-  if (IsStart(method) || silence->late) {
+  if (ComesLate(method, answer, *silence)) {
     late.push_back({method, uri, answer});
   }
   silence.reset();
@@ -193,6 +226,9 @@ WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std:
 void WireModel::Receive(const std::string& method, const std::string& uri, const Answer& answer) {
   const Document* payload = answer.Part("payload");
   unanswered = 0;
+  if (method == "read") {
+    suspects.erase(uri);
+  }
   if ((method == "read" || method == "startStream") && payload != nullptr && !payload->IsNull()) {
     heard.insert(uri);
   }
@@ -207,9 +243,8 @@ void WireModel::ReceiveLate() {
       Receive(each.method, each.uri, each.answer);
     } else {
       unanswered = 0;
-      if (each.answer.Part("uri") != nullptr) {
-        braked.erase(each.uri);
-      }
+      braked.erase(each.uri);
+      suspects.erase(each.uri);
     }
   }
 }
@@ -222,7 +257,7 @@ void WireModel::NoteStart(const Wish& wish, const Answer& answer) {
   if (granted) {
     interest.insert(wish);
     if (known == wanted.end()) {
-      wanted.push_back({wish, true, true});
+      wanted.push_back({wish, true, true, 0});
     } else {
       known->active = true;
     }
@@ -237,7 +272,7 @@ void WireModel::NoteStart(const Wish& wish, const Answer& answer) {
 // Its caller was told of a failure and may not ask again.
 void WireModel::NoteLostStart(const Wish& wish) {
   if (Find(wish) == wanted.end()) {
-    wanted.push_back({wish, false, false});
+    wanted.push_back({wish, false, false, 0});
   }
 }
 
@@ -327,8 +362,8 @@ std::string WireModel::Hosted(const HostStep& step, MayEnd at) {
   return result;
 }
 
-MayEnd WireModel::MayEndAtAnything() const {
-  return sensor.IsToLose(Loss::Any) ? MayEnd::AtAnything : MayEnd::AtNothing;
+MayEnd WireModel::MayEndAt(const std::string& uri) const {
+  return sensor.IsToLose(Loss::Any) || sensor.IsSpoilt(uri) ? MayEnd::AtAnything : MayEnd::AtNothing;
 }
 
 // Of several names the later ones would be asked for while others come back, in an order of luck. And so would be the
@@ -339,8 +374,9 @@ MayEnd WireModel::MayEndAt(const Subscribe& step) {
   }
   const Item item(*step.names.front());
   const bool asksTwice = subscriptions[item.pattern] == 0 && Find(Wish(false, item.pattern)) != wanted.end();
-  const bool mayLose =
-      sensor.IsToLose(Loss::StreamStart) ? !asksTwice : sensor.IsToLose(Loss::SubscriptionStart);
+  const bool mayLose = sensor.IsToLose(Loss::StreamStart) || sensor.IsSpoilt(item.uri)
+                           ? !asksTwice
+                           : sensor.IsToLose(Loss::SubscriptionStart);
   return mayLose ? MayEnd::AtStarts : MayEnd::AtNothing;
 }
 
@@ -353,15 +389,15 @@ std::string WireModel::Do(const Unsubscribe& step) {
 }
 
 std::string WireModel::Do(const Read& step) {
-  return Hosted(step, MayEndAtAnything());
+  return Hosted(step, MayEndAt(Item(step.name).uri));
 }
 
 std::string WireModel::Do(const Write& step) {
-  return Hosted(step, MayEndAtAnything());
+  return Hosted(step, MayEndAt(Item(step.name).uri));
 }
 
 std::string WireModel::Do(const Call& step) {
-  return Hosted(step, IsOneRequest(step) ? MayEndAtAnything() : MayEnd::AtNothing);
+  return Hosted(step, IsOneRequest(step) ? MayEndAt(step.uri.value_or("")) : MayEnd::AtNothing);
 }
 
 std::string WireModel::Do(const LoseAnswer& /*step*/) {
@@ -396,6 +432,20 @@ std::string WireModel::Do(const StrayPush& step) {
   return "";
 }
 
+std::string WireModel::Do(const Spoil& step) {
+  sensor.Spoil(step.uri, step.how);
+  return "";
+}
+
+std::string WireModel::Do(const UnusablePush& step) {
+  if (connected && sensor.MayBreak()) {
+    Blame(step.uri);
+    LoseSession();
+    lost = true;
+  }
+  return "";
+}
+
 std::string WireModel::Do(const Cut& /*step*/) {
   if (connected && sensor.MayBreak()) {
     LoseSession();
@@ -425,6 +475,25 @@ std::string WireModel::Do(const Connection& step) {
 
 // What the link does.
 
+void WireModel::NoteUnusableRead(const std::string& uri) {
+  Suspect& suspect = suspects[uri];
+  suspect.sessions = now < suspect.due + blamedPause ? suspect.sessions + 1 : 1;
+  long long pause = probeInterval;
+  for (int i = sessionsEnough; i < suspect.sessions; ++i) {
+    pause = std::min(2 * pause, blamedPause);
+  }
+  suspect.due = now + pause;
+}
+
+// Whatever the session had that this resource may have come of.
+void WireModel::Blame(const std::string& uri) {
+  for (Wanted& each : wanted) {
+    const auto& [stream, asked] = each.wish;
+    const bool concerns = stream ? asked == uri : asked == "//*" || IsBelow(asked, uri);
+    each.sessionsEnded += each.active && concerns ? 1 : 0;
+  }
+}
+
 void WireModel::LoseSession() {
   unanswered = 0;
   sensor.EndSession();
@@ -434,11 +503,12 @@ void WireModel::LoseSession() {
 }
 
 // All that was granted is asked for again, in the order in which it was; what is refused waits for the next session. What
-// was asked for without an answer comes behind, and is forgotten when it is refused.
+// was asked for without an answer comes behind, and is forgotten when it is refused. What ended two sessions would come back
+// after a minute, which no history lasts.
 void WireModel::Restore() {
   std::vector<Wanted> behind;
   for (Wanted& each : wanted) {
-    if (each.active) {
+    if (each.active || each.sessionsEnded >= sessionsEnough) {
       continue;
     }
     const auto& [stream, uri] = each.wish;
@@ -450,7 +520,7 @@ void WireModel::Restore() {
       HandOn({true, uri, *payload});
     }
     if (!each.granted) {
-      each.active ? behind.push_back({each.wish, true, true}) : void(interest.erase(each.wish));
+      each.active ? behind.push_back({each.wish, true, true, 0}) : void(interest.erase(each.wish));
     }
   }
   std::erase_if(wanted, [](const Wanted& each) { return !each.granted; });

@@ -20,8 +20,8 @@ namespace ZoModel {
 
 class WireModel : public ReferenceModel {
  public:
-  // now: µs since the epoch. address and port: of the sensor.
-  WireModel(long long now, const std::string& address, unsigned port);
+  // now: µs since the epoch. address and port: of the sensor. mostBreaks: as for the sensor.
+  WireModel(long long now, const std::string& address, unsigned port, int mostBreaks);
 
   // The instance is created.
   Outcome Begin();
@@ -45,8 +45,9 @@ class WireModel : public ReferenceModel {
   // To come back with the next session.
   struct Wanted {
     Wish wish;
-    bool active = false;   // the session has it
-    bool granted = false;  // some session had it
+    bool active = false;    // the session has it
+    bool granted = false;   // some session had it
+    int sessionsEnded = 0;  // by what came of it
   };
   struct Exchange {
     Answer answer;
@@ -54,6 +55,12 @@ class WireModel : public ReferenceModel {
     bool unanswered = false;  // though it may come late
     bool known = false;       // to somebody in this pass
     bool broken = false;      // the session ended before the answer came
+    bool unusable = false;    // by it
+  };
+  // A resource of which answers to reads have ended their sessions.
+  struct Suspect {
+    int sessions = 0;   // in a row
+    long long due = 0;  // the next read, µs
   };
   struct Late {
     std::string method;
@@ -75,15 +82,18 @@ class WireModel : public ReferenceModel {
   std::string Do(const Restart& step);
   std::string Do(const LoseAnswer& step);
   std::string Do(const LoseStart& step);
+  std::string Do(const Spoil& step);
+  std::string Do(const UnusablePush& step);
   std::string Do(const LeaveUnanswered& step);
 
   // A call of the host.
   template <typename HostStep>
   std::string Hosted(const HostStep& step, MayEnd at = MayEnd::AtNothing);
   MayEnd MayEndAt(const Subscribe& step);
-  MayEnd MayEndAtAnything() const;
+  MayEnd MayEndAt(const std::string& uri) const;
 
   static Answer Done(const std::string& uri);
+  std::optional<Exchange> Brake(const std::string& uri);
   Exchange Send(const std::string& method, const std::string& uri, const std::string& body);
   Exchange LeaveSilent(const std::string& method, const std::string& uri, const Answer& answer);
   void Receive(const std::string& method, const std::string& uri, const Answer& answer);
@@ -95,6 +105,9 @@ class WireModel : public ReferenceModel {
   void Command(const std::string& uri, const std::string& function);
   static std::string FailureOf(const Exchange& exchange);
 
+  Exchange EndSession(const Ending& by, const std::string& method, const std::string& uri);
+  void NoteUnusableRead(const std::string& uri);
+  void Blame(const std::string& uri);
   void LoseSession();
   void Restore();
   bool IsAskedFor(const std::string& uri) const;
@@ -115,6 +128,8 @@ class WireModel : public ReferenceModel {
   int unanswered = 0;                      // requests in a row
   std::set<std::string> heard;             // resources whose content has come
   std::set<std::string> braked;            // resources that are not read
+  std::map<std::string, Suspect> suspects;
+  long long nextSuspect = 0;  // when one of them may be read, µs
   std::set<Wish> interest;
   std::vector<Wanted> wanted;       // in the order in which it comes back
   std::vector<std::string> sought;  // resources, by the last pass of the registry's worker

@@ -24,7 +24,8 @@ class WirePeer {
   using Listener = std::function<void(const std::string&)>;
 
   // note: is told each request before it is answered: "request sub /r/* "; noteUnanswered: each that is not: "6 /r/*".
-  WirePeer(Listener note, Listener noteUnanswered);
+  // mostBreaks: as for the sensor.
+  WirePeer(Listener note, Listener noteUnanswered, int mostBreaks);
   WirePeer(const WirePeer&) = delete;
   WirePeer& operator=(const WirePeer&) = delete;
   ~WirePeer();
@@ -42,8 +43,9 @@ class WirePeer {
 
   // While it is closed, whoever comes is kept waiting.
   void SetOpen(bool open);
-  // Ends the session.
+  // Ends the session, or has it ended by what is sent.
   void Cut();
+  void EndBy(const std::string& message);
   // One of the next requests may be answered by ending the session and closing the door. Tells whether that has come
   // about.
   void SetMayEnd(MayEnd mayEnd);

@@ -43,6 +43,11 @@ std::string WirePush::Text() const {
          R"(,"payload":)" + payload.Text() + "}";
 }
 
+std::string WirePush::UnusableText(bool stream, const std::string& uri, Unusable how) {
+  return UnusableMessage(
+      how, std::string(R"("event":")") + (stream ? "stream" : "notification") + R"(","uri":)" + Quote(uri));
+}
+
 std::string WirePush::Summary() const {
   return std::string(stream ? "stream " : "notification ") + uri + " " + payload.Text();
 }
@@ -177,17 +182,25 @@ void WireSensor::EndSession() {
   pushes.clear();
 }
 
-bool WireSensor::Loses(MayEnd mayEnd, const std::string& method) {
-  switch (mayEnd) {
-    case MayEnd::AtNothing:
-      return false;
-    case MayEnd::AtAnything:
-      return losses.erase(Loss::Any) != 0;
-    case MayEnd::AtStarts:
-      break;
+void WireSensor::Spoil(const std::string& uri, std::optional<Unusable> how) {
+  spoilt.erase(uri);
+  if (how) {
+    spoilt.emplace(uri, *how);
   }
-  return IsStart(method) &&
-         losses.erase(method == "startStream" ? Loss::StreamStart : Loss::SubscriptionStart) != 0;
+}
+
+std::optional<Ending> WireSensor::Ends(MayEnd mayEnd, const std::string& method, const std::string& uri) {
+  if (mayEnd == MayEnd::AtNothing || (mayEnd == MayEnd::AtStarts && !IsStart(method))) {
+    return std::nullopt;
+  }
+  const Loss loss = mayEnd == MayEnd::AtAnything ? Loss::Any
+                    : method == "startStream"    ? Loss::StreamStart
+                                                 : Loss::SubscriptionStart;
+  if (losses.erase(loss) != 0) {
+    return Ending{};
+  }
+  const auto found = spoilt.find(uri);
+  return found == spoilt.end() || method == "sub" ? std::nullopt : std::optional(Ending{found->second});
 }
 
 std::vector<WirePush> WireSensor::TakePushes() {

@@ -4,12 +4,14 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "tests/model/steps.h"
+#include "tests/model/unusable.h"
 #include "tests/model/wiresensor.h"
 
 namespace ZoModel {
@@ -33,16 +35,31 @@ struct LoseAnswer {};
 struct LoseStart {
   bool stream;
 };
+// What the sensor says of a resource ends the session, or does so no more: an answer to a read, write, or call of a method
+// of one request; that to a stream's start which a batch of one name brings.
+struct Spoil {
+  std::string uri;
+  std::optional<Unusable> how;
+};
+// The sensor pushes what ends the session.
+struct UnusablePush {
+  bool stream;  // else a notification
+  std::string uri;
+  Unusable how;
+};
 // The first request of the next call of the host stays unanswered for longer than the call waits. (Questions about the
 // sensor itself are answered always.)
 struct LeaveUnanswered {
   bool late;  // comes after all; that to a start always does, as what becomes of it is the link's matter
 };
+// Whether this answer does. Not one to another request that does not say of what it is: the link takes it for one about
+// the resource "".
+bool ComesLate(const std::string& method, const Answer& answer, const LeaveUnanswered& step);
 
 // A Connection that is down: the sensor takes no new session until it is up again.
-using WireStep =
-    std::variant<Subscribe, Unsubscribe, Read, Write, Call, MonitorPass, RetryPass, Trim, LookUp, Hold,
-                 Answers, Connection, Clock, StrayPush, Cut, Restart, LoseAnswer, LoseStart, LeaveUnanswered>;
+using WireStep = std::variant<Subscribe, Unsubscribe, Read, Write, Call, MonitorPass, RetryPass, Trim, LookUp,
+                              Hold, Answers, Connection, Clock, StrayPush, Cut, Restart, LoseAnswer,
+                              LoseStart, Spoil, UnusablePush, LeaveUnanswered>;
 using WireHistory = std::vector<WireStep>;
 
 // Whether a call brings the sensor one request at most.
