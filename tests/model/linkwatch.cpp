@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <utility>
 
-#include "tests/model/stoppedtime.h"
 #include "zovyrnsdk/link/handlergate.h"
 #include "zovyrnsdk/link/pushqueue.h"
 #include "zovyrnsdk/link/readbrake.h"
@@ -77,8 +76,8 @@ std::atomic<LinkWatch*> current = nullptr;
 
 // What the link takes its own time to be where the model tells what is due.
 ZoSdk::Time TimeFor(ZoSdk::Time now) {
-  const StoppedTime* const time = StoppedTime::Current();
-  return time == nullptr ? now : ZoSdk::Time(std::chrono::microseconds(time->Now()));
+  const LinkWatch* const watch = LinkWatch::Current();
+  return watch == nullptr ? now : ZoSdk::Time(watch->Time());
 }
 
 }  // namespace

@@ -196,6 +196,7 @@ std::string WireInstance::Do(const Answers& step) {
 
 std::string WireInstance::Do(const Clock& step) {
   time.Advance(step.by);
+  watch.Advance(step.by);
   return "";
 }
 

@@ -2,7 +2,8 @@
 // and what the link must remember between them.
 //
 // Adds to the model of an instance: the answers' way through the link and the sensor manager, what was asked for and so
-// comes back with the next session, which pushes get through, and how the registry's worker asks.
+// comes back with the next session, what ended sessions and so does not or is read more rarely, which pushes get through,
+// and how the registry's worker asks.
 #pragma once
 
 #include <map>
