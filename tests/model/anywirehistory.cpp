@@ -1,10 +1,17 @@
 #include "tests/model/anywirehistory.h"
 
+#include <algorithm>
+#include <cstddef>
+
 #include "tests/model/anyparts.h"
 
 namespace ZoModel {
 
 namespace {
+
+// Of what there is more in a history. A session may break only so often in one, and some things take several breaks in
+// the right places.
+enum class Emphasis { None, LostStarts, UnusableMessages };
 
 // Mostly those whose streams and subscriptions meet.
 std::string AnyWireName(Dice& dice) {
@@ -13,10 +20,27 @@ std::string AnyWireName(Dice& dice) {
              : dice.Of<const char*>({"/r/x#/a", "/r/x#/b", "/r/y#/a", "/r#/a", "r#/a", "/list#/1"});
 }
 
-WireStep AnyHostStep(Dice& dice) {
+// A call that the sensor may answer by ending the session.
+WireStep AnyRiskyCall(Dice& dice, Emphasis emphasis) {
+  const std::string name = dice.Of<const char*>({"/r/x#/a", "/r/x#/b", "/r/y#/a"});
+  if (dice.OnceIn(2)) {
+    return Subscribe{100, {name}, true};
+  }
+  if (emphasis == Emphasis::LostStarts) {
+    return Unsubscribe{{name}};
+  }
+  return dice.OnceIn(2) ? WireStep(Read{name}) : WireStep(Call{"Read", std::nullopt, "/r/x", std::nullopt});
+}
+
+WireStep AnyHostStep(Dice& dice, Emphasis emphasis) {
+  if (emphasis != Emphasis::None && dice.OnceIn(2)) {
+    return AnyRiskyCall(dice, emphasis);
+  }
   switch (dice.Weighted<int>({{10, 0}, {5, 1}, {6, 2}, {5, 3}, {4, 4}})) {
     case 0: {
       Subscribe step = AnySubscribe(dice);
+      // Only where there is one name can the answer to a start be lost.
+      step.names.resize(dice.OnceIn(2) ? std::min<std::size_t>(step.names.size(), 1) : step.names.size());
       for (auto& name : step.names) {
         name = name ? std::optional<std::string>(AnyWireName(dice)) : name;
       }
@@ -38,7 +62,8 @@ WireStep AnyHostStep(Dice& dice) {
     }
     default: {
       Call step = AnyCall(dice);
-      step.method = dice.OnceIn(3) ? step.method : dice.Of<const char*>({"RunSensor", "StopSensor", "Call"});
+      step.method =
+          dice.OnceIn(3) ? step.method : dice.Of<const char*>({"RunSensor", "StopSensor", "Call", "Read"});
       return step;
     }
   }
@@ -68,26 +93,45 @@ WireStep AnySensorStep(Dice& dice) {
   }
 }
 
-WireStep AnyBreak(Dice& dice) {
-  return dice.Weighted<WireStep>({{2, Cut{}},
-                                  {1, Restart{}},
-                                  {3, LoseAnswer{}},
-                                  {5, LeaveUnanswered{false}},
-                                  {2, LeaveUnanswered{true}},
-                                  {2, Connection{false}},
-                                  {6, Connection{true}}});
+WireStep AnyUnusable(Dice& dice) {
+  const Unusable how = dice.Of({Unusable::Broken, Unusable::Deep, Unusable::List});
+  // Mostly of one resource, since it takes several messages about it.
+  const std::string uri = dice.OnceIn(3) ? AnyUri(dice) : "/r/x";
+  if (dice.OnceIn(2)) {
+    const bool stream = dice.OnceIn(2);
+    return UnusablePush{stream, uri, how};
+  }
+  return Spoil{uri, dice.OnceIn(6) ? std::nullopt : std::optional<Unusable>(how)};
 }
 
-WireStep AnyWireStep(Dice& dice) {
-  switch (dice.Weighted<int>({{26, 0}, {18, 1}, {20, 2}, {7, 3}, {14, 4}})) {
+WireStep AnyBreak(Dice& dice, Emphasis emphasis) {
+  if (emphasis == Emphasis::LostStarts && !dice.OnceIn(4)) {
+    return LoseStart{!dice.OnceIn(3)};
+  }
+  if (emphasis == Emphasis::UnusableMessages ? !dice.OnceIn(6) : dice.OnceIn(5)) {
+    return AnyUnusable(dice);
+  }
+  return dice.Weighted<WireStep>({{1, Cut{}},
+                                  {1, Restart{}},
+                                  {2, LoseAnswer{}},
+                                  {4, LoseStart{true}},
+                                  {3, LoseStart{false}},
+                                  {8, LeaveUnanswered{false}},
+                                  {4, LeaveUnanswered{true}},
+                                  {1, Connection{false}},
+                                  {4, Connection{true}}});
+}
+
+WireStep AnyWireStep(Dice& dice, Emphasis emphasis) {
+  switch (dice.Weighted<int>({{26, 0}, {18, 1}, {20, 2}, {9, 3}, {14, 4}})) {
     case 0:
-      return AnyHostStep(dice);
+      return AnyHostStep(dice, emphasis);
     case 1:
       return AnyOwnStep(dice);
     case 2:
       return AnySensorStep(dice);
     case 3:
-      return AnyBreak(dice);
+      return AnyBreak(dice, emphasis);
     default:
       return AnyClock(dice, Clocks::OnlyForwards);
   }
@@ -96,11 +140,17 @@ WireStep AnyWireStep(Dice& dice) {
 }  // namespace
 
 rc::Gen<WireHistory> AnyWireHistory(int steps) {
-  const rc::Gen<WireStep> step([](const rc::Random& random, int /*size*/) {
-    Dice dice(random);
-    return rc::shrinkable::shrinkRecur(AnyWireStep(dice), &Smaller<WireStep>);
-  });
-  return rc::gen::scale(steps / 100.0, rc::gen::container<WireHistory>(step));
+  return {[steps](const rc::Random& random, int size) {
+    rc::Random rest = random;
+    Dice first(rest.split());
+    const Emphasis emphasis =
+        first.Of({Emphasis::None, Emphasis::None, Emphasis::LostStarts, Emphasis::UnusableMessages});
+    const rc::Gen<WireStep> step([emphasis](const rc::Random& own, int /*size*/) {
+      Dice dice(own);
+      return rc::shrinkable::shrinkRecur(AnyWireStep(dice, emphasis), &Smaller<WireStep>);
+    });
+    return rc::gen::scale(steps / 100.0, rc::gen::container<WireHistory>(step))(rest, size);
+  }};
 }
 
 }  // namespace ZoModel

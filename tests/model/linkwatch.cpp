@@ -25,6 +25,10 @@
   "_ZN5ZoSdk9ReadBrake4ReadERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEENSt6chrono10time_" \
   "pointINS9_3_V2"                                                                                   \
   "12steady_clockENS9_8durationIlSt5ratioILl1ELl1000000000EEEEEE"
+#define ZOIO_ENDED                                                                  \
+  "_ZN5ZoSdk9ReadBrake19ReadEndedTheSessionERKNSt7__cxx1112basic_stringIcSt11char_" \
+  "traitsIcESaIcEEENSt6chrono10time_"                                               \
+  "pointINS9_3_V212steady_clockENS9_8durationIlSt5ratioILl1ELl1000000000EEEEEE"
 using ZoSdk::PushQueue;
 using ZoSdk::Restorer;
 // The linker's name does not tell.
@@ -46,6 +50,10 @@ ZoSdk::ReadBrake::Ruling RealRead(ZoSdk::ReadBrake* brake, const std::string& ur
                                   ZoSdk::Time now) __asm__("__real_" ZOIO_READ);
 ZoSdk::ReadBrake::Ruling WrappedRead(ZoSdk::ReadBrake* brake, const std::string& uri,
                                      ZoSdk::Time now) __asm__("__wrap_" ZOIO_READ);
+void RealEnded(ZoSdk::ReadBrake* brake, const std::string& uri,
+               ZoSdk::Time now) __asm__("__real_" ZOIO_ENDED);
+void WrappedEnded(ZoSdk::ReadBrake* brake, const std::string& uri,
+                  ZoSdk::Time now) __asm__("__wrap_" ZOIO_ENDED);
 ZoRequestResponse RealGetResponse(ZoTransaction* transaction,
                                   std::uint64_t timeout) __asm__("__real__ZN13ZoTransaction11GetResponseEm");
 ZoRequestResponse WrappedGetResponse(ZoTransaction* transaction, std::uint64_t timeout) __asm__(
@@ -65,6 +73,12 @@ constexpr std::uint64_t glimpse =
     500;  // µs; whoever waits drives the link, and must look up to see what the sensor did
 
 std::atomic<LinkWatch*> current = nullptr;
+
+// What the link takes its own time to be where the model tells what is due.
+ZoSdk::Time TimeFor(ZoSdk::Time now) {
+  const LinkWatch* const watch = LinkWatch::Current();
+  return watch == nullptr ? now : ZoSdk::Time(watch->Time());
+}
 
 }  // namespace
 
@@ -165,14 +179,21 @@ bool WrappedWait(ZoTransaction* transaction, std::uint64_t timeout) {
 
 ZoSdk::ReadBrake::Ruling WrappedRead(ZoSdk::ReadBrake* brake, const std::string& uri, ZoSdk::Time now) {
   using Ruling = ZoSdk::ReadBrake::Ruling;
-  const Ruling ruling = RealRead(brake, uri, now);
+  const Ruling ruling = RealRead(brake, uri, ZoModel::TimeFor(now));
   return LinkWatch::Current() != nullptr && ruling == Ruling::AnswerAndProbe ? Ruling::Answer : ruling;
+}
+
+void WrappedEnded(ZoSdk::ReadBrake* brake, const std::string& uri, ZoSdk::Time now) {
+  RealEnded(brake, uri, ZoModel::TimeFor(now));
 }
 
 ZoRequestResponse WrappedGetResponse(ZoTransaction* transaction, std::uint64_t timeout) {
   LinkWatch* const watch = LinkWatch::Current();
+  const ZoRequest& request = transaction->GetRequest();
+  if (watch != nullptr && request.Method() == ZoRequestMethod_Sub) {
+    watch->NoteSubscription();
+  }
   if (watch != nullptr && watch->ExpectsSilence()) {
-    const ZoRequest& request = transaction->GetRequest();
     const std::string text = std::to_string(request.Method()) + " " + request.Uri();
     const ZoTest::Deadline deadline;
     while (!RealWait(transaction, ZoModel::glimpse) && !deadline.Expired()) {

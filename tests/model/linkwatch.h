@@ -5,17 +5,22 @@
 // - a stream or subscription that was refused to come back is asked for in the next session only, not every 3 s;
 // - the registry's worker waits for answers until they are there;
 // - a call of the host ends unanswered as soon as the sensor has left its request so;
-// - a resource whose reads are braked is not asked about every 5 s: other news of it lift the brake.
+// - a resource whose reads are braked is not asked about every 5 s: other news of it lift the brake;
+// - a resource whose answers end sessions is read ever more rarely by a time that stands until it is told to go on.
 // While there is no LinkWatch they do what they always do.
 //
 // Threads: a test's one, which makes and destroys it; the link's. One at a time, made before the instance and destroyed
 // after it.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/deadline.h"
@@ -42,12 +47,22 @@ class LinkWatch {
   void NoteUnanswered(std::string request);
   bool TakeUnanswered(const std::string& request);
 
+  // Is told when a caller has asked for a subscription and is about to wait for the answer. Set before any does.
+  void OnSubscription(std::function<void()> listener) { onSubscription = std::move(listener); }
+
+  // Of the time by which reads come ever more rarely; µs.
+  void Advance(long long by) { time += by; }
+
   // From the wrapped operations.
   static LinkWatch* Current();
   void NoteOffered();
   void NoteHandedOn(std::string push);
+  std::chrono::microseconds Time() const { return std::chrono::microseconds(time); }
+  void NoteSubscription() const { onSubscription(); }
 
  private:
+  std::atomic<long long> time = 0;
+  std::function<void()> onSubscription = [] {};
   std::mutex mutex;
   std::condition_variable changed;
   std::size_t offered = 0;  // guarded by mutex, like all below

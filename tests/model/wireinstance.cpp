@@ -8,11 +8,17 @@
 
 namespace ZoModel {
 
-WireInstance::WireInstance(long long now, ZoTest::Clock::duration patience)
+WireInstance::WireInstance(long long now, ZoTest::Clock::duration patience, int mostBreaks)
     : patience(patience),
       time(now),
       peer([this](const std::string& request) { Note(request); },
-           [this](const std::string& request) { watch.NoteUnanswered(request); }) {
+           [this](const std::string& request) { watch.NoteUnanswered(request); }, mostBreaks) {
+  // What a host still asks for when its session has ended in place of an answer goes out first in the next one.
+  watch.OnSubscription([this] {
+    if (peer.HasLost()) {
+      peer.SetOpen(true);
+    }
+  });
   const auto note = [this](const ZoTest::Entry& entry) { Note(Told(entry, this)); };
   recorder.OnValue(note);
   recorder.OnResult(note);
@@ -28,12 +34,14 @@ Outcome WireInstance::Begin() {
   return {"", TakeEvents(), {}};
 }
 
-Outcome WireInstance::Perform(const WireStep& step, std::size_t requests) {
+Outcome WireInstance::Perform(const WireStep& step, const Expected& expected) {
   peer.ClearCount();
+  mayEnd = expected.mayEnd;
   std::string result = std::visit([this](const auto& kind) { return Do(kind); }, step);
-  result += Settle(requests);
+  result += Settle(expected.requests);
   recorder.Clear();
-  return {result, std::exchange(unanswered, false) ? RequestsLast(TakeEvents()) : TakeEvents(), State()};
+  unanswered = false;
+  return {result, std::exchange(apart, false) ? RequestsLast(TakeEvents()) : TakeEvents(), State()};
 }
 
 Outcome WireInstance::End() {
@@ -95,48 +103,54 @@ bool WireInstance::HandOn(const std::string& message) {
 
 // What the host does.
 
-std::string WireInstance::Hosted(bool mayLose, const std::function<std::string()>& call) {
-  const bool losing =
-      mayLose && toLose && peer.With([](const WireSensor& sensor) { return sensor.MayBreak(); });
-  peer.SetLosing(losing);
-  peer.SetSilent(losing ? std::nullopt : silence);
-  watch.ExpectSilence(!losing && silence);
+std::string WireInstance::Hosted(const std::function<std::string()>& call) {
+  const bool ending = mayEnd != MayEnd::AtNothing;
+  peer.SetMayEnd(mayEnd);
+  peer.SetSilent(ending ? std::nullopt : silence);
+  watch.ExpectSilence(!ending && silence);
   std::string result = call();
   watch.ExpectSilence(false);
   unanswered = peer.HasLeftUnanswered();
   silence = unanswered ? std::nullopt : silence;
+  apart = unanswered;
   peer.SetSilent(std::nullopt);
   if (peer.HasLost()) {
-    toLose = false;
     lost = true;
+    apart = mayEnd == MayEnd::AtStarts;
     peer.SetOpen(true);
   }
-  peer.SetLosing(false);
+  peer.SetMayEnd(MayEnd::AtNothing);
   return result;
 }
 
 std::string WireInstance::Do(const Subscribe& step) {
-  return Hosted(false, [&] { return ZoModel::Perform(*client, step); });
+  return Hosted([&] { return ZoModel::Perform(*client, step); });
 }
 
 std::string WireInstance::Do(const Unsubscribe& step) {
-  return Hosted(false, [&] { return ZoModel::Perform(*client, step); });
+  return Hosted([&] { return ZoModel::Perform(*client, step); });
 }
 
 std::string WireInstance::Do(const Read& step) {
-  return Hosted(true, [&] { return ZoModel::Perform(*client, step); });
+  return Hosted([&] { return ZoModel::Perform(*client, step); });
 }
 
 std::string WireInstance::Do(const Write& step) {
-  return Hosted(true, [&] { return ZoModel::Perform(*client, step); });
+  return Hosted([&] { return ZoModel::Perform(*client, step); });
 }
 
 std::string WireInstance::Do(const Call& step) {
-  return Hosted(IsOneRequest(step), [&] { return ZoModel::Perform(*client, step, this); });
+  return Hosted([&] { return ZoModel::Perform(*client, step, this); });
 }
 
 std::string WireInstance::Do(const LoseAnswer& /*step*/) {
-  toLose = true;
+  peer.With([](WireSensor& sensor) { sensor.Lose(Loss::Any); });
+  return "";
+}
+
+std::string WireInstance::Do(const LoseStart& step) {
+  peer.With(
+      [&](WireSensor& sensor) { sensor.Lose(step.stream ? Loss::StreamStart : Loss::SubscriptionStart); });
   return "";
 }
 
@@ -182,6 +196,7 @@ std::string WireInstance::Do(const Answers& step) {
 
 std::string WireInstance::Do(const Clock& step) {
   time.Advance(step.by);
+  watch.Advance(step.by);
   return "";
 }
 
@@ -194,6 +209,20 @@ std::string WireInstance::Do(const StrayPush& step) {
 void WireInstance::LoseSession() {
   peer.With([](WireSensor& sensor) { sensor.EndSession(); });
   peer.Cut();
+}
+
+std::string WireInstance::Do(const Spoil& step) {
+  peer.With([&](WireSensor& sensor) { sensor.Spoil(step.uri, step.how); });
+  return "";
+}
+
+std::string WireInstance::Do(const UnusablePush& step) {
+  if (connected && peer.With([](const WireSensor& sensor) { return sensor.MayBreak(); })) {
+    peer.With([](WireSensor& sensor) { sensor.EndSession(); });
+    peer.EndBy(WirePush::UnusableText(step.stream, step.uri, step.how));
+    lost = true;
+  }
+  return "";
 }
 
 std::string WireInstance::Do(const Cut& /*step*/) {

@@ -29,16 +29,16 @@ namespace ZoModel {
 
 class WireInstance {
  public:
-  // patience: for what must come.
-  WireInstance(long long now, ZoTest::Clock::duration patience);
+  // patience: for what must come. mostBreaks: as for the sensor.
+  WireInstance(long long now, ZoTest::Clock::duration patience, int mostBreaks);
 
   std::uint16_t Port() const { return peer.Port(); }
 
   // What its creation told.
   Outcome Begin();
-  // requests: that the step must bring to the sensor. It is waited for as many; that there are no others shows in the
-  // outcomes, that of the end at the latest.
-  Outcome Perform(const WireStep& step, std::size_t requests);
+  // It is waited for as many requests as are expected; that there are no others shows in the outcomes, that of the end at
+  // the latest.
+  Outcome Perform(const WireStep& step, const Expected& expected);
   Outcome End();
 
  private:
@@ -59,10 +59,12 @@ class WireInstance {
   std::string Do(const Cut& step);
   std::string Do(const Restart& step);
   std::string Do(const LoseAnswer& step);
+  std::string Do(const LoseStart& step);
+  std::string Do(const Spoil& step);
+  std::string Do(const UnusablePush& step);
   std::string Do(const LeaveUnanswered& step);
 
-  // A call of the host. mayLose: its answer.
-  std::string Hosted(bool mayLose, const std::function<std::string()>& call);
+  std::string Hosted(const std::function<std::string()>& call);
   void LoseSession();
   // Waits for all that a step has set going. Tells what did not come.
   std::string Settle(std::size_t requests);
@@ -80,10 +82,11 @@ class WireInstance {
   ZoTest::Recorder recorder;
   std::set<std::string> pushed;  // resources
   bool connected = true;
-  bool toLose = false;                     // an answer, when one can be lost
+  MayEnd mayEnd = MayEnd::AtNothing;       // of the session, in this step
   bool lost = false;                       // the session, in this step
   std::optional<LeaveUnanswered> silence;  // when there is a request
   bool unanswered = false;                 // a request of this step
+  bool apart = false;                      // the requests of this step from all else
   // The peer's threads use what stands above, and the client uses the peer.
   WirePeer peer;
   std::unique_ptr<ZoIO::ZoVyrnClient> client;

@@ -26,14 +26,20 @@ std::optional<long long> StatusOf(const Answer& answer) {
   return number == nullptr ? std::nullopt : std::optional<long long>(*number);
 }
 
-// What the link itself says of a resource that has never answered.
-Answer BrakedAnswer(const std::string& uri) {
-  return {Document(Document::Members{
-      {"status", Document(-599LL)},
-      {"uri", Document(uri)},
-      {"payload", Document()},
-      {"error",
-       Document(std::string("The sensor has not answered about this resource; it is being asked."))}})};
+constexpr long long probeInterval = 5'000'000;  // µs
+constexpr long long blamedPause = 60'000'000;   // µs
+constexpr int sessionsEnough = 2;
+
+// What the link itself says of a resource that has never answered, and of one whose answers end their sessions.
+const std::string isMute = "The sensor has not answered about this resource; it is being asked.";
+const std::string endsSessions =
+    "The sensor's answers about this resource end the session; it is asked ever more rarely.";
+
+Answer BrakedAnswer(const std::string& uri, const std::string& why) {
+  return {Document(Document::Members{{"status", Document(-599LL)},
+                                     {"uri", Document(uri)},
+                                     {"payload", Document()},
+                                     {"error", Document(why)}})};
 }
 
 std::string WithoutSlash(const std::string& uri) {
@@ -42,8 +48,8 @@ std::string WithoutSlash(const std::string& uri) {
 
 }  // namespace
 
-WireModel::WireModel(long long now, const std::string& address, unsigned port)
-    : ReferenceModel(now), address(address), port(port) {}
+WireModel::WireModel(long long now, const std::string& address, unsigned port, int mostBreaks)
+    : ReferenceModel(now), address(address), port(port), sensor(mostBreaks) {}
 
 Outcome WireModel::Begin() {
   const std::string constructor = "ZoIO::ZoVyrnClient::ZoVyrnClient";
@@ -67,6 +73,7 @@ Outcome WireModel::Begin() {
 Outcome WireModel::Perform(const WireStep& step) {
   events.clear();
   handedOn.clear();
+  mayEnd = MayEnd::AtNothing;
   const std::string result = std::visit([this](const auto& kind) { return Do(kind); }, step);
   if (std::exchange(lost, false)) {
     Restore();
@@ -83,9 +90,10 @@ Outcome WireModel::Perform(const WireStep& step) {
   return outcome;
 }
 
-std::size_t WireModel::RequestCount() const {
-  return static_cast<std::size_t>(std::count_if(
-      events.begin(), events.end(), [](const auto& event) { return event.starts_with("request "); }));
+Expected WireModel::Expects() const {
+  const auto requests = std::count_if(events.begin(), events.end(),
+                                      [](const auto& event) { return event.starts_with("request "); });
+  return {static_cast<std::size_t>(requests), mayEnd};
 }
 
 void WireModel::EndSensor() {
@@ -105,12 +113,11 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   bool ends = false;
   if (method == "stopStream" || method == "unsub") {
     interest.erase(wish);
-    const auto known =
-        std::find_if(wishes.begin(), wishes.end(), [&](const auto& each) { return each.first == wish; });
-    const bool waits = known != wishes.end() && !known->second;
-    ends = known != wishes.end() && known->second;
-    if (known != wishes.end()) {
-      wishes.erase(known);
+    const auto known = Find(wish);
+    const bool waits = known != wanted.end() && !known->active;
+    ends = known != wanted.end() && known->active;
+    if (known != wanted.end()) {
+      wanted.erase(known);
     }
     if (waits) {
       // The sensor does not have it, and is not bothered.
@@ -119,8 +126,13 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   }
   const bool withoutArguments = method == "call" && body == "null";
   const Exchange exchange = Send(method, uri, withoutArguments ? "" : body);
-  if (method == "startStream" || method == "sub") {
-    exchange.unanswered ? void(interest.insert(wish)) : NoteStart(wish, exchange.answer);
+  if (IsStart(method) && (exchange.unanswered || exchange.broken)) {
+    interest.insert(wish);
+  } else if (IsStart(method)) {
+    NoteStart(wish, exchange.answer);
+  }
+  if (IsStart(method) && exchange.broken && !exchange.unusable) {
+    NoteLostStart(wish);
   }
   if (ends && (exchange.unanswered || exchange.broken)) {
     // It has ended here, and there with the session if not before.
@@ -139,19 +151,12 @@ Answer WireModel::Done(const std::string& uri) {
 
 WireModel::Exchange WireModel::Send(const std::string& method, const std::string& uri,
                                     const std::string& body) {
-  if (method == "read" && braked.contains(uri)) {
-    return {BrakedAnswer(uri), ""};
+  if (const std::optional<Exchange> local = method == "read" ? Brake(uri) : std::nullopt) {
+    return *local;
   }
   events.push_back("request " + method + " " + uri + " " + body);
-  if (std::exchange(losing, false)) {
-    toLose = false;
-    lost = true;
-    LoseSession();
-    return {{},
-            "The link to the sensor broke before the answer came: the sensor ended the connection.",
-            false,
-            false,
-            true};
+  if (const std::optional<Ending> by = sensor.Ends(ending, method, uri)) {
+    return EndSession(*by, method, uri);
   }
   Exchange exchange{sensor.Ask(method, uri), ""};
   if (silencing && uri != "/system") {
@@ -164,10 +169,44 @@ WireModel::Exchange WireModel::Send(const std::string& method, const std::string
   return exchange;
 }
 
+// A resource that has never answered is not asked; one whose answers have ended two sessions in a row, ever more rarely,
+// and of all those one at a time.
+std::optional<WireModel::Exchange> WireModel::Brake(const std::string& uri) {
+  const auto suspect = suspects.find(uri);
+  if (suspect != suspects.end() && suspect->second.sessions >= sessionsEnough) {
+    const bool isDue = now >= suspect->second.due && now >= nextSuspect;
+    if (isDue) {
+      suspect->second.due = nextSuspect = now + probeInterval;
+    }
+    if (isDue && !braked.contains(uri)) {
+      return std::nullopt;
+    }
+    // What has been heard of it stays its last value.
+    return heard.contains(uri) ? Exchange{{}, endsSessions} : Exchange{BrakedAnswer(uri, endsSessions), ""};
+  }
+  return braked.contains(uri) ? std::optional(Exchange{BrakedAnswer(uri, isMute), ""}) : std::nullopt;
+}
+
+WireModel::Exchange WireModel::EndSession(const Ending& by, const std::string& method,
+                                          const std::string& uri) {
+  Exchange exchange;
+  exchange.failure = "The link to the sensor broke before the answer came: " +
+                     (by.message ? FaultOf(*by.message) : "the sensor ended the connection") + ".";
+  exchange.broken = true;
+  exchange.unusable = by.message.has_value();
+  if (exchange.unusable) {
+    method == "read" ? NoteUnusableRead(uri) : Blame(uri);
+  }
+  ending = MayEnd::AtNothing;
+  lost = true;
+  apart = mayEnd == MayEnd::AtStarts;
+  LoseSession();
+  return exchange;
+}
+
 WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std::string& uri,
                                            const Answer& answer) {
-  const bool start = method == "startStream" || method == "sub";
-  if (start || silence->late) {
+  if (ComesLate(method, answer, *silence)) {
     late.push_back({method, uri, answer});
   }
   silence.reset();
@@ -187,6 +226,9 @@ WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std:
 void WireModel::Receive(const std::string& method, const std::string& uri, const Answer& answer) {
   const Document* payload = answer.Part("payload");
   unanswered = 0;
+  if (method == "read") {
+    suspects.erase(uri);
+  }
   if ((method == "read" || method == "startStream") && payload != nullptr && !payload->IsNull()) {
     heard.insert(uri);
   }
@@ -196,37 +238,46 @@ void WireModel::Receive(const std::string& method, const std::string& uri, const
 // A start that is granted late counts. Of other answers nobody wants to know any more.
 void WireModel::ReceiveLate() {
   for (const Late& each : std::exchange(late, {})) {
-    if (each.method == "startStream" || each.method == "sub") {
+    if (IsStart(each.method)) {
       NoteStart(Wish(each.method == "startStream", each.uri), each.answer);
       Receive(each.method, each.uri, each.answer);
     } else {
       unanswered = 0;
-      if (each.answer.Part("uri") != nullptr) {
-        braked.erase(each.uri);
-      }
+      braked.erase(each.uri);
+      suspects.erase(each.uri);
     }
   }
 }
 
 void WireModel::NoteStart(const Wish& wish, const Answer& answer) {
-  const auto known =
-      std::find_if(wishes.begin(), wishes.end(), [&](const auto& each) { return each.first == wish; });
+  const auto known = Find(wish);
   const std::optional<long long> status = StatusOf(answer);
   const Document* payload = answer.Part("payload");
   const bool granted = status && (*status == 1 || (wish.first && payload != nullptr && !payload->IsEmpty()));
   if (granted) {
     interest.insert(wish);
-    if (known == wishes.end()) {
-      wishes.emplace_back(wish, true);
+    if (known == wanted.end()) {
+      wanted.push_back({wish, true, true, 0});
     } else {
-      known->second = true;
+      known->active = true;
     }
   } else {
     interest.erase(wish);
-    if (known != wishes.end()) {
-      wishes.erase(known);
+    if (known != wanted.end()) {
+      wanted.erase(known);
     }
   }
+}
+
+// Its caller was told of a failure and may not ask again.
+void WireModel::NoteLostStart(const Wish& wish) {
+  if (Find(wish) == wanted.end()) {
+    wanted.push_back({wish, false, false, 0});
+  }
+}
+
+std::vector<WireModel::Wanted>::iterator WireModel::Find(const Wish& wish) {
+  return std::find_if(wanted.begin(), wanted.end(), [&](const Wanted& each) { return each.wish == wish; });
 }
 
 void WireModel::LogFailure(const std::string& method, const std::string& uri, const std::string& failure) {
@@ -301,43 +352,61 @@ void WireModel::Retry() {
 // What the host does.
 
 template <typename HostStep>
-std::string WireModel::Losing(const HostStep& step) {
-  losing = toLose && sensor.MayBreak();
-  std::string result = losing ? ReferenceModel::Do(step) : Silencing(step);
-  losing = false;
-  return result;
-}
-
-template <typename HostStep>
-std::string WireModel::Silencing(const HostStep& step) {
-  silencing = silence.has_value();
+std::string WireModel::Hosted(const HostStep& step, MayEnd at) {
+  mayEnd = at;
+  ending = at;
+  silencing = mayEnd == MayEnd::AtNothing && silence.has_value();
   std::string result = ReferenceModel::Do(step);
+  ending = MayEnd::AtNothing;
   silencing = false;
   return result;
 }
 
+MayEnd WireModel::MayEndAt(const std::string& uri) const {
+  return sensor.IsToLose(Loss::Any) || sensor.IsSpoilt(uri) ? MayEnd::AtAnything : MayEnd::AtNothing;
+}
+
+// Of several names the later ones would be asked for while others come back, in an order of luck. And so would be the
+// pattern that takes a lost stream's place, were it one of those.
+MayEnd WireModel::MayEndAt(const Subscribe& step) {
+  if (step.names.size() != 1 || !step.names.front()) {
+    return MayEnd::AtNothing;
+  }
+  const Item item(*step.names.front());
+  const bool asksTwice = subscriptions[item.pattern] == 0 && Find(Wish(false, item.pattern)) != wanted.end();
+  const bool mayLose = sensor.IsToLose(Loss::StreamStart) || sensor.IsSpoilt(item.uri)
+                           ? !asksTwice
+                           : sensor.IsToLose(Loss::SubscriptionStart);
+  return mayLose ? MayEnd::AtStarts : MayEnd::AtNothing;
+}
+
 std::string WireModel::Do(const Subscribe& step) {
-  return Silencing(step);
+  return Hosted(step, MayEndAt(step));
 }
 
 std::string WireModel::Do(const Unsubscribe& step) {
-  return Silencing(step);
+  return Hosted(step);
 }
 
 std::string WireModel::Do(const Read& step) {
-  return Losing(step);
+  return Hosted(step, MayEndAt(Item(step.name).uri));
 }
 
 std::string WireModel::Do(const Write& step) {
-  return Losing(step);
+  return Hosted(step, MayEndAt(Item(step.name).uri));
 }
 
 std::string WireModel::Do(const Call& step) {
-  return IsOneRequest(step) ? Losing(step) : Silencing(step);
+  return Hosted(step, IsOneRequest(step) ? MayEndAt(step.uri.value_or("")) : MayEnd::AtNothing);
 }
 
 std::string WireModel::Do(const LoseAnswer& /*step*/) {
-  toLose = true;
+  sensor.Lose(Loss::Any);
+  return "";
+}
+
+std::string WireModel::Do(const LoseStart& step) {
+  sensor.Lose(step.stream ? Loss::StreamStart : Loss::SubscriptionStart);
   return "";
 }
 
@@ -360,6 +429,20 @@ std::string WireModel::Do(const Answers& step) {
 
 std::string WireModel::Do(const StrayPush& step) {
   HandOn({step.stream, step.uri, step.payload});
+  return "";
+}
+
+std::string WireModel::Do(const Spoil& step) {
+  sensor.Spoil(step.uri, step.how);
+  return "";
+}
+
+std::string WireModel::Do(const UnusablePush& step) {
+  if (connected && sensor.MayBreak()) {
+    Blame(step.uri);
+    LoseSession();
+    lost = true;
+  }
   return "";
 }
 
@@ -392,26 +475,56 @@ std::string WireModel::Do(const Connection& step) {
 
 // What the link does.
 
-void WireModel::LoseSession() {
-  unanswered = 0;
-  sensor.EndSession();
-  for (auto& [wish, active] : wishes) {
-    active = false;
+void WireModel::NoteUnusableRead(const std::string& uri) {
+  Suspect& suspect = suspects[uri];
+  suspect.sessions = now < suspect.due + blamedPause ? suspect.sessions + 1 : 1;
+  long long pause = probeInterval;
+  for (int i = sessionsEnough; i < suspect.sessions; ++i) {
+    pause = std::min(2 * pause, blamedPause);
+  }
+  suspect.due = now + pause;
+}
+
+// Whatever the session had that this resource may have come of.
+void WireModel::Blame(const std::string& uri) {
+  for (Wanted& each : wanted) {
+    const auto& [stream, asked] = each.wish;
+    const bool concerns = stream ? asked == uri : asked == "//*" || IsBelow(asked, uri);
+    each.sessionsEnded += each.active && concerns ? 1 : 0;
   }
 }
 
-// All that was granted is asked for again, in the order in which it was; what is refused waits for the next session.
+void WireModel::LoseSession() {
+  unanswered = 0;
+  sensor.EndSession();
+  for (Wanted& each : wanted) {
+    each.active = false;
+  }
+}
+
+// All that was granted is asked for again, in the order in which it was; what is refused waits for the next session. What
+// was asked for without an answer comes behind, and is forgotten when it is refused. What ended two sessions would come back
+// after a minute, which no history lasts.
 void WireModel::Restore() {
-  for (auto& [wish, active] : wishes) {
-    const auto& [stream, uri] = wish;
+  std::vector<Wanted> behind;
+  for (Wanted& each : wanted) {
+    if (each.active || each.sessionsEnded >= sessionsEnough) {
+      continue;
+    }
+    const auto& [stream, uri] = each.wish;
     const Answer answer = Send(stream ? "startStream" : "sub", uri, "").answer;
     const std::optional<long long> status = StatusOf(answer);
-    active = status && *status == 1;
+    each.active = status && *status == 1;
     const Document* payload = answer.Part("payload");
-    if (stream && active && payload != nullptr) {
+    if (stream && each.active && payload != nullptr) {
       HandOn({true, uri, *payload});
     }
+    if (!each.granted) {
+      each.active ? behind.push_back({each.wish, true, true, 0}) : void(interest.erase(each.wish));
+    }
   }
+  std::erase_if(wanted, [](const Wanted& each) { return !each.granted; });
+  wanted.insert(wanted.end(), behind.begin(), behind.end());
 }
 
 bool WireModel::IsAskedFor(const std::string& uri) const {

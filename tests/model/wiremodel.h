@@ -2,7 +2,8 @@
 // and what the link must remember between them.
 //
 // Adds to the model of an instance: the answers' way through the link and the sensor manager, what was asked for and so
-// comes back with the next session, which pushes get through, and how the registry's worker asks.
+// comes back with the next session, what ended sessions and so does not or is read more rarely, which pushes get through,
+// and how the registry's worker asks.
 #pragma once
 
 #include <map>
@@ -20,15 +21,15 @@ namespace ZoModel {
 
 class WireModel : public ReferenceModel {
  public:
-  // now: µs since the epoch. address and port: of the sensor.
-  WireModel(long long now, const std::string& address, unsigned port);
+  // now: µs since the epoch. address and port: of the sensor. mostBreaks: as for the sensor.
+  WireModel(long long now, const std::string& address, unsigned port, int mostBreaks);
 
   // The instance is created.
   Outcome Begin();
   Outcome Perform(const WireStep& step);
 
-  // How many requests the last step must bring to the sensor.
-  std::size_t RequestCount() const;
+  // Of the last step.
+  Expected Expects() const;
 
  protected:
   bool IsConnected() const override { return connected; }
@@ -42,12 +43,25 @@ class WireModel : public ReferenceModel {
  private:
   // A stream, or a subscription of a pattern.
   using Wish = std::pair<bool, std::string>;
+  // To come back with the next session.
+  struct Wanted {
+    Wish wish;
+    bool active = false;    // the session has it
+    bool granted = false;   // some session had it
+    int sessionsEnded = 0;  // by what came of it
+  };
   struct Exchange {
     Answer answer;
     std::string failure;      // instead of an answer
     bool unanswered = false;  // though it may come late
     bool known = false;       // to somebody in this pass
     bool broken = false;      // the session ended before the answer came
+    bool unusable = false;    // by it
+  };
+  // A resource of which answers to reads have ended their sessions.
+  struct Suspect {
+    int sessions = 0;   // in a row
+    long long due = 0;  // the next read, µs
   };
   struct Late {
     std::string method;
@@ -68,23 +82,33 @@ class WireModel : public ReferenceModel {
   std::string Do(const Cut& step);
   std::string Do(const Restart& step);
   std::string Do(const LoseAnswer& step);
+  std::string Do(const LoseStart& step);
+  std::string Do(const Spoil& step);
+  std::string Do(const UnusablePush& step);
   std::string Do(const LeaveUnanswered& step);
 
+  // A call of the host.
   template <typename HostStep>
-  std::string Losing(const HostStep& step);
-  template <typename HostStep>
-  std::string Silencing(const HostStep& step);
+  std::string Hosted(const HostStep& step, MayEnd at = MayEnd::AtNothing);
+  MayEnd MayEndAt(const Subscribe& step);
+  MayEnd MayEndAt(const std::string& uri) const;
 
   static Answer Done(const std::string& uri);
+  std::optional<Exchange> Brake(const std::string& uri);
   Exchange Send(const std::string& method, const std::string& uri, const std::string& body);
   Exchange LeaveSilent(const std::string& method, const std::string& uri, const Answer& answer);
   void Receive(const std::string& method, const std::string& uri, const Answer& answer);
   void ReceiveLate();
   void NoteStart(const Wish& wish, const Answer& answer);
+  void NoteLostStart(const Wish& wish);
+  std::vector<Wanted>::iterator Find(const Wish& wish);
   void LogFailure(const std::string& method, const std::string& uri, const std::string& failure);
   void Command(const std::string& uri, const std::string& function);
   static std::string FailureOf(const Exchange& exchange);
 
+  Exchange EndSession(const Ending& by, const std::string& method, const std::string& uri);
+  void NoteUnusableRead(const std::string& uri);
+  void Blame(const std::string& uri);
   void LoseSession();
   void Restore();
   bool IsAskedFor(const std::string& uri) const;
@@ -95,9 +119,9 @@ class WireModel : public ReferenceModel {
   const unsigned port;
   WireSensor sensor;
   bool connected = true;
-  bool toLose = false;                     // an answer, when one can be lost
-  bool losing = false;                     // the next answer
-  bool lost = false;                       // one of this step
+  MayEnd mayEnd = MayEnd::AtNothing;       // of the session, in the last step
+  MayEnd ending = MayEnd::AtNothing;       // likewise, as long as it has not ended
+  bool lost = false;                       // the session, in this step
   std::optional<LeaveUnanswered> silence;  // when there is a request
   bool silencing = false;                  // the next request
   std::vector<Late> late;                  // answers, in this step
@@ -105,9 +129,10 @@ class WireModel : public ReferenceModel {
   int unanswered = 0;                      // requests in a row
   std::set<std::string> heard;             // resources whose content has come
   std::set<std::string> braked;            // resources that are not read
+  std::map<std::string, Suspect> suspects;
+  long long nextSuspect = 0;  // when one of them may be read, µs
   std::set<Wish> interest;
-  // Granted once and to come back, in this order; and whether the session has it.
-  std::vector<std::pair<Wish, bool>> wishes;
+  std::vector<Wanted> wanted;       // in the order in which it comes back
   std::vector<std::string> sought;  // resources, by the last pass of the registry's worker
   std::vector<std::string> handedOn;
 };

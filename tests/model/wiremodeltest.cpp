@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "tests/model/anywirehistory.h"
 #include "tests/model/wireinstance.h"
@@ -25,6 +26,7 @@ namespace ZoModel {
 namespace {
 
 constexpr long long start = 1'700'000'000'000'000;  // µs since the epoch
+constexpr int fewBreaks = 3;                        // of sessions, in one history
 
 #ifdef NDEBUG
 constexpr int histories = 110;
@@ -45,15 +47,15 @@ std::string Difference(const std::string& what, const Outcome& plugin, const Out
 }
 
 // Plays a history on both. Returns the first difference, or nothing.
-std::string Play(const WireHistory& history) {
+std::string Play(const WireHistory& history, int mostBreaks = fewBreaks) {
   static bool failed = false;
-  WireInstance plugin(start, Patience(failed));
-  WireModel model(start, "127.0.0.1", plugin.Port());
+  WireInstance plugin(start, Patience(failed), mostBreaks);
+  WireModel model(start, "127.0.0.1", plugin.Port(), mostBreaks);
   std::string difference = Difference("creation", plugin.Begin(), model.Begin());
   for (std::size_t i = 0; i < history.size() && difference.empty(); ++i) {
     const Outcome expected = model.Perform(history[i]);
     difference = Difference("step " + std::to_string(i + 1) + ": " + Describe(history[i]),
-                            plugin.Perform(history[i], model.RequestCount()), expected);
+                            plugin.Perform(history[i], model.Expects()), expected);
   }
   if (difference.empty()) {
     difference = Difference("destruction", plugin.End(), model.End());
@@ -142,6 +144,79 @@ TEST(NamedWireHistory, WriteWhoseAnswerIsLostIsNotSentAgain) {
             "");
 }
 
+TEST(NamedWireHistory, StreamWhoseStartWasLostIsAskedForInTheNextSession) {
+  EXPECT_EQ(
+      Play({Hold{"/r/x", Member("a", "before")}, LoseStart{true}, Subscribe{100, {"/r/x#/a"}, true},
+            Clock{100'000}, Hold{"/r/x", Member("a", "after")}, MonitorPass{}, Unsubscribe{{"/r/x#/a"}}}),
+      "");
+}
+
+TEST(NamedWireHistory, SubscriptionWhoseStartWasLostComesBehindWhatWasGranted) {
+  EXPECT_EQ(Play({Subscribe{100, {"/list#/1"}, true}, LoseStart{false}, Subscribe{100, {"/r/x#/a"}, true},
+                  Subscribe{100, {"/r/y#/a"}, true}, Subscribe{100, {"r#/a"}, true}, Cut{},
+                  Hold{"/r/x", Member("a", "x")}}),
+            "");
+}
+
+TEST(NamedWireHistory, LostStartThatTheNextSessionRefusesIsForgotten) {
+  EXPECT_EQ(Play({Answers{"Subscribe", Mood::Refuses}, LoseStart{false}, Subscribe{100, {"/r/x#/a"}, true},
+                  Answers{"Subscribe", Mood::Obeys}, StrayPush{false, "/r/x", Member("a", "stray")}, Cut{}}),
+            "");
+}
+
+TEST(NamedWireHistory, StreamThatEndedTwoSessionsDoesNotComeBack) {
+  for (const Unusable how : {Unusable::Broken, Unusable::Deep, Unusable::List}) {
+    EXPECT_EQ(Play({Hold{"/r/x", Member("a", "x")}, Hold{"/r/y", Member("a", "y")},
+                    Subscribe{100, {"/r/x#/a", "/r/y#/a"}, true}, UnusablePush{true, "/r/x", how},
+                    UnusablePush{false, "/r/x", how}, Hold{"/r/x", Member("a", "unseen")},
+                    Unsubscribe{{"/r/x#/a"}}, Cut{}}),
+              "");
+  }
+}
+
+TEST(NamedWireHistory, PatternSharesTheFateOfAResource) {
+  EXPECT_EQ(Play({Subscribe{100, {"/r/x#/a", "/list#/1"}, true}, UnusablePush{true, "/r/y", Unusable::Broken},
+                  UnusablePush{true, "/r/y", Unusable::Deep}, Hold{"/r/x", Member("a", "unseen")}}),
+            "");
+}
+
+TEST(NamedWireHistory, StreamWhoseStartEndedTheSessionIsNotAskedForAgain) {
+  EXPECT_EQ(
+      Play({Hold{"/r/x", Member("a", "x")}, Spoil{"/r/x", Unusable::Deep}, Subscribe{100, {"/r/x#/a"}, true},
+            Clock{1000}, StrayPush{true, "/r/x", Member("a", "stray")}, Cut{}}),
+      "");
+}
+
+TEST(NamedWireHistory, ResourceWhoseAnswersEndedTwoSessionsIsReadOnceInAWhile) {
+  const Call read{"Read", std::nullopt, "/r/x", std::nullopt};
+  EXPECT_EQ(Play({Spoil{"/r/x", Unusable::List}, read, read, read, RetryPass{}, Clock{4'900'000}, read,
+                  Clock{100'000}, read, Clock{5'000'000}, read, Clock{5'000'000}, read, read}),
+            "");
+}
+
+TEST(NamedWireHistory, LastValueStaysOfAResourceWhoseAnswersEndSessions) {
+  EXPECT_EQ(Play({Hold{"/r/x", Member("a", "x")}, Read{"/r/x#/a"}, Spoil{"/r/x", Unusable::Broken},
+                  Read{"/r/x#/a"}, Read{"/r/x#/a"}, Read{"/r/x#/a"}, Spoil{"/r/x", std::nullopt},
+                  Read{"/r/x#/a"}, Clock{5'000'000}, Read{"/r/x#/a"}, Read{"/r/x#/a"}}),
+            "");
+}
+
+TEST(NamedWireHistory, OneAtATimeIsReadOfResourcesWhoseAnswersEndSessions) {
+  const Call readX{"Read", std::nullopt, "/r/x", std::nullopt};
+  const Call readY{"Read", std::nullopt, "/r/y", std::nullopt};
+  EXPECT_EQ(Play({Spoil{"/r/x", Unusable::List}, Spoil{"/r/y", Unusable::Deep}, readX, readX, readY, readY,
+                  Clock{5'000'000}, readY, readX, Clock{4'900'000}, readX, Clock{100'000}, readX},
+                 4),
+            "");
+}
+
+TEST(NamedWireHistory, WriteWhoseAnswerIsUnusableIsBlamedOnTheStream) {
+  EXPECT_EQ(Play({Hold{"/r/x", Member("a", "x")}, Subscribe{100, {"/r/x#/a"}, true},
+                  Spoil{"/r/x", Unusable::Broken}, Write{"/r/x#/a", Text, 0, "y"},
+                  UnusablePush{true, "/r/x", Unusable::List}}),
+            "");
+}
+
 TEST(NamedWireHistory, SensorThatStaysAwayIsHeldByItsLastValues) {
   EXPECT_EQ(Play({Hold{"/r/x", Member("a", "value")}, Subscribe{100, {"/r/x#/a"}, true}, MonitorPass{},
                   Connection{false}, Clock{100'000}, MonitorPass{}, Read{"/r/x#/a"}, RetryPass{},
@@ -201,6 +276,44 @@ Sights LongSights() {
                    "log 5 ZoIO::SensorManager::ResponseToZoJson: /r/x[8]: The sensor did not answer") > 0 &&
            std::count(outcome.state.begin(), outcome.state.end(), "sensor streams /r/x") > 0;
   };
+  sights["a stream whose start was lost comes back beside the subscription that took its place"] =
+      [](const WireStep& step, const Outcome& outcome) {
+        return std::holds_alternative<Subscribe>(step) &&
+               CountOf(outcome, "request startStream /r/x ") == 2 &&
+               std::count(outcome.state.begin(), outcome.state.end(), "sensor streams /r/x") > 0 &&
+               std::count(outcome.state.begin(), outcome.state.end(), "sensor notifies of /r/*") > 0;
+      };
+  sights["a subscription whose start was lost comes back"] = [](const WireStep& step,
+                                                                const Outcome& outcome) {
+    return std::holds_alternative<Subscribe>(step) && CountOf(outcome, "request sub /r/* ") == 2 &&
+           std::count(outcome.state.begin(), outcome.state.end(), "sensor notifies of /r/*") > 0;
+  };
+  sights["a lost start is refused"] = [](const WireStep& step, const Outcome& outcome) {
+    return std::holds_alternative<Subscribe>(step) && CountOf(outcome, "request startStream /r/x ") == 2 &&
+           std::count(outcome.state.begin(), outcome.state.end(), "sensor streams /r/x") == 0;
+  };
+  sights["what ended one session comes back"] = [](const WireStep& step, const Outcome& outcome) {
+    const auto* push = std::get_if<UnusablePush>(&step);
+    return push != nullptr && CountOf(outcome, "request startStream " + push->uri + " ") > 0;
+  };
+  sights["what ended two sessions does not come back with the others"] =
+      [before = std::vector<std::string>()](const WireStep& step, const Outcome& outcome) mutable {
+        const std::vector<std::string> had = std::exchange(before, outcome.state);
+        const auto* push = std::get_if<UnusablePush>(&step);
+        return push != nullptr && std::count(had.begin(), had.end(), "sensor streams " + push->uri) > 0 &&
+               CountOf(outcome, "request ") > 0 &&
+               CountOf(outcome, "request startStream " + push->uri + " ") == 0;
+      };
+  sights["a start that ended its session is not asked for again"] = [](const WireStep& step,
+                                                                       const Outcome& outcome) {
+    return std::holds_alternative<Subscribe>(step) && CountOf(outcome, "request startStream ") == 1 &&
+           CountOf(outcome, "request ") > 1 &&
+           std::any_of(outcome.events.begin(), outcome.events.end(), [](const auto& event) {
+             return event.find(
+                        "[8]: The link to the sensor broke before the answer came: the sensor sent a") !=
+                    std::string::npos;
+           });
+  };
   sights["a braked read"] = [](const WireStep& step, const Outcome& outcome) {
     return std::holds_alternative<Read>(step) &&
            CountOf(outcome, "log 2 ZoIO::ItemManager::Item: Retrieving") > 0 &&
@@ -235,6 +348,15 @@ TEST(AnyWireHistory, ComesByEverythingThatTheModelTells) {
                            "[1]: The link to the sensor broke before the answer came",
                            "[3]: The link to the sensor broke before",
                            "[5]: The link to the sensor broke before",
+                           "[6]: The link to the sensor broke before",
+                           "[8]: The link to the sensor broke before",
+                           "[1]: The link to the sensor broke before the answer came: the sensor sent",
+                           "[3]: The link to the sensor broke before the answer came: the sensor sent",
+                           "[5]: The link to the sensor broke before the answer came: the sensor sent",
+                           "no JSON object (JSON text, byte 12",
+                           "nested deeper than 256 levels",
+                           "(the JSON is another value)",
+                           "[1]: The sensor's answers about this resource end the session",
                            "[1]: The sensor did not answer within 3 s.",
                            "[3]: The sensor did not answer within 3 s.",
                            "[5]: The sensor did not answer within 3 s.",
@@ -260,10 +382,12 @@ TEST(AnyWireHistory, ComesByEverythingThatTheModelTells) {
              std::any_of(outcome.state.begin(), outcome.state.end(), has);
     };
   }
+  // As long as the longest in every build: the model alone takes no time.
+  constexpr int longest = 250;
   rc::Random random(1);
-  for (int i = 0; i < 400 && !missing.empty(); ++i) {
-    WireModel model(start, "127.0.0.1", 1);
-    for (const WireStep& step : AnyWireHistory(steps)(random.split(), 100).value()) {
+  for (int i = 0; i < 1000 && !missing.empty(); ++i) {
+    WireModel model(start, "127.0.0.1", 1, fewBreaks);
+    for (const WireStep& step : AnyWireHistory(longest)(random.split(), 100).value()) {
       const Outcome outcome = model.Perform(step);
       std::erase_if(missing, [&](const auto& sight) { return sight.second(step, outcome); });
     }

@@ -7,8 +7,8 @@ namespace ZoModel {
 
 using ZoTest::FakePeer;
 
-WirePeer::WirePeer(Listener note, Listener noteUnanswered)
-    : note(std::move(note)), noteUnanswered(std::move(noteUnanswered)) {
+WirePeer::WirePeer(Listener note, Listener noteUnanswered, int mostBreaks)
+    : note(std::move(note)), noteUnanswered(std::move(noteUnanswered)), sensor(mostBreaks) {
   door.SetScript([this](FakePeer& peer) { Serve(peer); });
 }
 
@@ -39,9 +39,17 @@ void WirePeer::Cut() {
   }
 }
 
-void WirePeer::SetLosing(bool next) {
+void WirePeer::EndBy(const std::string& message) {
   const std::lock_guard lock(mutex);
-  losing = next;
+  if (current != nullptr) {
+    gone = current->number;
+    current->Send(message);
+  }
+}
+
+void WirePeer::SetMayEnd(MayEnd next) {
+  const std::lock_guard lock(mutex);
+  mayEnd = next;
   lost = false;
 }
 
@@ -156,20 +164,21 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
   const std::lock_guard lock(mutex);
   note("request " + method + " " + uri + " " +
        (request.HasKey("payload") ? request.At("payload").ToString() : ""));
-  if (std::exchange(losing, false)) {
+  const std::string id = "\"id\":" + request.At("id").ToString();
+  if (const std::optional<Ending> end = sensor.Ends(mayEnd, method, uri)) {
+    mayEnd = MayEnd::AtNothing;
     lost = true;
     gone = peer.number;
     // Before the link can know, and so come back; and back it comes once the caller has told all, for the order's sake.
     sensor.EndSession();
     open = false;
-    peer.Drop();
+    end->message ? void(peer.Send(UnusableMessage(*end->message, id))) : peer.Drop();
   } else {
-    const std::string answer = sensor.Ask(method, uri).document.Text();
-    const std::string members = answer == "{}" ? "}" : "," + answer.substr(1);
-    const std::string message = "{\"id\":" + request.At("id").ToString() + members;
+    const ZoModel::Answer answer = sensor.Ask(method, uri);
+    const std::string members = answer.Text();
+    const std::string message = "{" + id + (members == "{}" ? "}" : "," + members.substr(1));
     if (silence && uri != "/system") {
-      const bool start = method == "startStream" || method == "sub";
-      late = start || silence->late ? message : "";
+      late = ComesLate(method, answer, *silence) ? message : "";
       silence.reset();
       unanswered = true;
       noteUnanswered(std::to_string(NumberOf(method)) + " " + uri);

@@ -24,7 +24,8 @@ class WirePeer {
   using Listener = std::function<void(const std::string&)>;
 
   // note: is told each request before it is answered: "request sub /r/* "; noteUnanswered: each that is not: "6 /r/*".
-  WirePeer(Listener note, Listener noteUnanswered);
+  // mostBreaks: as for the sensor.
+  WirePeer(Listener note, Listener noteUnanswered, int mostBreaks);
   WirePeer(const WirePeer&) = delete;
   WirePeer& operator=(const WirePeer&) = delete;
   ~WirePeer();
@@ -42,10 +43,12 @@ class WirePeer {
 
   // While it is closed, whoever comes is kept waiting.
   void SetOpen(bool open);
-  // Ends the session.
+  // Ends the session, or has it ended by what is sent.
   void Cut();
-  // The next request is answered by ending the session and closing the door. Tells whether that has come about.
-  void SetLosing(bool losing);
+  void EndBy(const std::string& message);
+  // One of the next requests may be answered by ending the session and closing the door. Tells whether that has come
+  // about.
+  void SetMayEnd(MayEnd mayEnd);
   bool HasLost() const;
   // The next request (but one about the sensor itself) is not answered yet. Tells whether that has come about.
   void SetSilent(std::optional<LeaveUnanswered> silence);
@@ -77,7 +80,7 @@ class WirePeer {
   WireSensor sensor;  // guarded by mutex, like all below but the door
   bool open = true;
   bool ended = false;
-  bool losing = false;
+  MayEnd mayEnd = MayEnd::AtNothing;
   bool lost = false;  // an answer
   std::optional<LeaveUnanswered> silence;
   bool unanswered = false;  // a request, since the last SetSilent

@@ -43,6 +43,11 @@ std::string WirePush::Text() const {
          R"(,"payload":)" + payload.Text() + "}";
 }
 
+std::string WirePush::UnusableText(bool stream, const std::string& uri, Unusable how) {
+  return UnusableMessage(
+      how, std::string(R"("event":")") + (stream ? "stream" : "notification") + R"(","uri":)" + Quote(uri));
+}
+
 std::string WirePush::Summary() const {
   return std::string(stream ? "stream " : "notification ") + uri + " " + payload.Text();
 }
@@ -51,6 +56,10 @@ int NumberOf(const std::string& method) {
   static const std::vector<std::string> methods = {"read", "create", "update",      "delete",    "call",
                                                    "sub",  "unsub",  "startStream", "stopStream"};
   return static_cast<int>(std::find(methods.begin(), methods.end(), method) - methods.begin()) + 1;
+}
+
+bool IsStart(const std::string& method) {
+  return method == "startStream" || method == "sub";
 }
 
 std::vector<std::string> RequestsLast(std::vector<std::string> events) {
@@ -171,6 +180,27 @@ void WireSensor::EndSession() {
   streams.clear();
   patterns.clear();
   pushes.clear();
+}
+
+void WireSensor::Spoil(const std::string& uri, std::optional<Unusable> how) {
+  spoilt.erase(uri);
+  if (how) {
+    spoilt.emplace(uri, *how);
+  }
+}
+
+std::optional<Ending> WireSensor::Ends(MayEnd mayEnd, const std::string& method, const std::string& uri) {
+  if (mayEnd == MayEnd::AtNothing || (mayEnd == MayEnd::AtStarts && !IsStart(method))) {
+    return std::nullopt;
+  }
+  const Loss loss = mayEnd == MayEnd::AtAnything ? Loss::Any
+                    : method == "startStream"    ? Loss::StreamStart
+                                                 : Loss::SubscriptionStart;
+  if (losses.erase(loss) != 0) {
+    return Ending{};
+  }
+  const auto found = spoilt.find(uri);
+  return found == spoilt.end() || method == "sub" ? std::nullopt : std::optional(Ending{found->second});
 }
 
 std::vector<WirePush> WireSensor::TakePushes() {

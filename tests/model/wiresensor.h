@@ -11,6 +11,7 @@
 
 #include "tests/model/document.h"
 #include "tests/model/scriptedsensor.h"
+#include "tests/model/unusable.h"
 
 namespace ZoModel {
 
@@ -21,6 +22,7 @@ struct WirePush {
 
   // The message.
   std::string Text() const;
+  static std::string UnusableText(bool stream, const std::string& uri, Unusable how);
   // "stream /r {...}"
   std::string Summary() const;
 };
@@ -34,8 +36,25 @@ std::vector<std::string> RequestsLast(std::vector<std::string> events);
 // Whether a resource belongs to a pattern: "/r/*" to "/r" and all below it, "*" and "/*" to all.
 bool IsBelow(const std::string& pattern, const std::string& uri);
 
+// An answer that can be lost.
+enum class Loss { Any, StreamStart, SubscriptionStart };
+
+// How a session ends: by a message, or without one.
+struct Ending {
+  std::optional<Unusable> message;
+};
+
+// In place of which answers of a step the session may end, once.
+enum class MayEnd { AtNothing, AtAnything, AtStarts };
+
+// Whether the method starts a stream or a subscription.
+bool IsStart(const std::string& method);
+
 class WireSensor {
  public:
+  // mostBreaks: so often a session may break in one history. Each time the link takes longer to come back.
+  explicit WireSensor(int mostBreaks) : mostBreaks(mostBreaks) {}
+
   // method: as the wire spells it. The answer without its id; no members for a bare acknowledgement.
   Answer Ask(const std::string& method, const std::string& uri);
 
@@ -44,10 +63,18 @@ class WireSensor {
   // verb: as the sensor manager spells it.
   void SetMood(const std::string& verb, Mood mood) { moodOf[verb] = mood; }
 
-  // A session may break only so often in one history: each time the link takes longer to come back.
   bool MayBreak() const { return breaks < mostBreaks; }
   void EndSession();
   void Forget() { resources.clear(); }
+
+  // The next answer of this kind is lost, where one may be: the session ends instead.
+  void Lose(Loss loss) { losses.insert(loss); }
+  bool IsToLose(Loss loss) const { return MayBreak() && losses.contains(loss); }
+  // What is said of a resource ends the session, where it may; no way: it does so no more.
+  void Spoil(const std::string& uri, std::optional<Unusable> how);
+  bool IsSpoilt(const std::string& uri) const { return MayBreak() && spoilt.contains(uri); }
+  // How the session ends in place of this answer; nothing: it does not.
+  std::optional<Ending> Ends(MayEnd mayEnd, const std::string& method, const std::string& uri);
 
   // The pushes that wait to be sent, in their order.
   std::vector<WirePush> TakePushes();
@@ -56,8 +83,6 @@ class WireSensor {
   std::vector<std::string> State() const;
 
  private:
-  static constexpr int mostBreaks = 2;
-
   Answer Obey(const std::string& method, const std::string& uri);
   Answer Content(const std::string& uri) const;
   void Start(const std::string& method, const std::string& uri);
@@ -68,7 +93,10 @@ class WireSensor {
   std::set<std::string> streams;
   std::set<std::string> patterns;
   std::vector<WirePush> pushes;
+  std::set<Loss> losses;
+  std::map<std::string, Unusable> spoilt;
   bool running = false;
+  const int mostBreaks;
   int breaks = 0;
 };
 

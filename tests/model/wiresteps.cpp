@@ -18,6 +18,17 @@ struct Teller {
   std::string operator()(const LeaveUnanswered& step) const {
     return std::string("request to be answered ") + (step.late ? "too late" : "never");
   }
+  std::string operator()(const LoseStart& step) const {
+    return std::string("session to be cut instead of the grant of a ") +
+           (step.stream ? "stream" : "subscription");
+  }
+  std::string operator()(const Spoil& step) const {
+    return "what is said of " + Quote(step.uri) + " " + (step.how ? Name(*step.how) : "is usable");
+  }
+  std::string operator()(const UnusablePush& step) const {
+    return std::string("sensor pushes ") + (step.stream ? "stream " : "notification ") + Quote(step.uri) +
+           " that " + Name(step.how);
+  }
   std::string operator()(const LoseAnswer&) const { return "session to be cut instead of an answer"; }
 };
 
@@ -25,6 +36,10 @@ struct Teller {
 
 bool IsOneRequest(const Call& call) {
   return call.method != "RunSensor" && call.method != "StopSensor";
+}
+
+bool ComesLate(const std::string& method, const Answer& answer, const LeaveUnanswered& step) {
+  return IsStart(method) || (step.late && answer.Part("uri") != nullptr);
 }
 
 std::string Describe(const WireStep& step) {
