@@ -134,8 +134,9 @@ Answer WireModel::Ask(const std::string& verb, const std::string& uri, const std
   if (IsStart(method) && exchange.broken && !exchange.unusable) {
     NoteLostStart(wish);
   }
-  if (ends && (exchange.unanswered || exchange.broken)) {
-    // It has ended here, and there with the session if not before.
+  const bool hadEnded = exchange.failure.empty() && exchange.answer.document.IsEmpty();
+  if (ends && (exchange.unanswered || exchange.broken || hadEnded)) {
+    // It has ended here, and there by itself, or with the session if not before.
     return Done(uri);
   }
   if (!exchange.failure.empty()) {
