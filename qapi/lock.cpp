@@ -23,6 +23,7 @@ qStatus qLockObject::Enter(std::uint64_t timeout) {
   }
   Waiter waiter;
   (last == nullptr ? first : last->next) = &waiter;
+  // cppcheck-suppress danglingLifetime ; whoever hands the lock over takes it from the row, and so does giving up
   last = &waiter;
   if (!qApi::WaitFor(waiter.handed, guard, timeout, [&] { return owner == self; })) {
     Remove(waiter);
