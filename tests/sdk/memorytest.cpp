@@ -24,13 +24,17 @@ namespace {
 
 class LinkMemory : public testing::Test {
  protected:
-  // Lets each allocation of body, by this thread, fail in turn, until it gets through without; checks after each.
+  // Lets each allocation of body, by this thread, fail in turn, until it gets through without, some times in a row: the
+  // link's own thread may have done once what body needs memory for as a rule. Checks after each.
   static void FailEach(const std::function<void()>& prepare, const std::function<void()>& body,
                        const std::function<void()>& check) {
     constexpr int most = 5000;
+    constexpr int throughEnough = 5;
+    int failures = 0;
     int nth = 1;
-    for (bool failed = true; failed && nth < most; ++nth) {
+    for (int through = 0; through < throughEnough && nth < most; ++nth) {
       prepare();
+      bool failed = false;
       {
         const FailingNew failing(nth);
         try {
@@ -40,6 +44,8 @@ class LinkMemory : public testing::Test {
         }
         failed = failing.HasFailed();
       }
+      failures += failed ? 1 : 0;
+      through = failed ? 0 : through + 1;
       SCOPED_TRACE("allocation " + std::to_string(nth));
       check();
       if (HasFailure()) {
@@ -47,7 +53,7 @@ class LinkMemory : public testing::Test {
       }
     }
     EXPECT_LT(nth, most) << "no end of allocations";
-    EXPECT_GT(nth, 3) << "nothing was tried";
+    EXPECT_GE(failures, 2) << "nothing was tried";
   }
 
   void Renew() {
