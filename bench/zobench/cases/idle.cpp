@@ -106,6 +106,7 @@ void Measure(Bench& bench, int resources) {
   rest.budget.reset();
   Row outage = rest;
   outage.variant = fmt::format("1000 items in an outage, {} resources", resources);
+  outage.budget = 0.1;
   Guard(bench, working, [&] {
     const Series resting = MeasureRest(bench, resources);
     AddRow(bench, rest, resting);
@@ -134,7 +135,7 @@ void Measure(Bench& bench, int resources) {
     AddRow(bench, outage, without);
     Row added = outage;
     added.variant = fmt::format("what that outage adds to rest, {} resources", resources);
-    added.budget = 0.1;
+    added.budget.reset();
     added.value = Summarize({Summarize(without.totals).median - Summarize(resting.totals).median});
     bench.report.Add(std::move(added));
     Row memory = outage;
