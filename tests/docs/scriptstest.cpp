@@ -6,6 +6,7 @@
 #include <functional>
 #include <iterator>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -160,16 +161,16 @@ TEST(Scripts, RunWithoutATerminalShowsEveryKindAndEnds) {
   for (const char* part : {"Name         ZoIoHandler", "(double)", "(bool)", "(string)"}) {
     EXPECT_TRUE(Contains(shown.output, part));
   }
-  // One value may go by between two of a busy machine's updates, which are as far apart as the simulator's; not most.
+  // One value may go by between two of a busy machine's updates, or be shown twice: they are as far apart as the
+  // simulator's. Not most.
   static const std::regex number(R"(/demo#/int = (\d+) \(int\))");
   std::vector<int> numbers;
   for (std::sregex_iterator found(shown.output.begin(), shown.output.end(), number), end; found != end;
        ++found) {
     numbers.push_back(std::stoi((*found)[1]));
   }
-  EXPECT_GE(numbers.size(), 6U) << shown.output;
-  EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end(), std::greater_equal<>()), numbers.end())
-      << shown.output;
+  EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end())) << shown.output;
+  EXPECT_GE(std::set<int>(numbers.begin(), numbers.end()).size(), 5U) << shown.output;
 }
 
 // The emulated sensor counts from the same number each time it starts, so a total that falls and then rises
