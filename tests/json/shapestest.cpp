@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 #include "zovyrnsdk/json/zojson.h"
@@ -95,6 +96,31 @@ TEST_F(ZoJsonShaped, WhatIsRememberedIsBounded) {
   for (int time = 0; time < 3; ++time) {
     EXPECT_EQ(Read(huge).ToString(), huge);
     ASSERT_LE(shapes.Bytes(), ZoJsonShapes::bytesMax);
+  }
+}
+
+// All of one remainder, which is what a process may happen to draw for the kinds of its sensor.
+TEST_F(ZoJsonShaped, FourKindsAreRememberedWhateverTheirHashes) {
+  const ZoJson object(R"({"a":1,"b":2,"c":3})");
+  const auto hash = [](std::uint64_t kind) { return kind * 64 + 5; };
+  for (const std::uint64_t kind : {1, 2, 3, 4}) {
+    shapes.Note(hash(kind), object);
+    EXPECT_EQ(shapes.Find(hash(kind)), nullptr);
+  }
+  for (const std::uint64_t kind : {1, 2, 3, 4}) {
+    shapes.Note(hash(kind), object);
+  }
+  const std::size_t ofFour = shapes.Bytes();
+  for (const std::uint64_t kind : {3, 2, 4, 1}) {
+    EXPECT_NE(shapes.Find(hash(kind)), nullptr) << kind;
+  }
+  shapes.Note(hash(5), object);
+  EXPECT_EQ(shapes.Find(hash(3)), nullptr);  // the one that was not seen for longest
+  EXPECT_EQ(shapes.Bytes(), ofFour / 4 * 3);
+  shapes.Note(hash(5), object);
+  EXPECT_EQ(shapes.Bytes(), ofFour);
+  for (const std::uint64_t kind : {1, 2, 4, 5}) {
+    EXPECT_NE(shapes.Find(hash(kind)), nullptr) << kind;
   }
 }
 

@@ -1,27 +1,37 @@
 #include "zovyrnsdk/json/zojsonshapes.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
 #include "zovyrnsdk/json/zojsonnode.h"
 
-const ZoJson* ZoJsonShapes::Find(std::uint64_t hashOfNames) const noexcept {
-  const Entry& entry = entries[hashOfNames % entries.size()];
-  return entry.hash == hashOfNames && !entry.shape.IsNull() ? &entry.shape : nullptr;
+const ZoJson* ZoJsonShapes::Find(std::uint64_t hashOfNames) noexcept {
+  for (Entry& entry : SetOf(hashOfNames)) {
+    if (entry.hash == hashOfNames && !entry.shape.IsNull()) {
+      entry.lastUse = ++uses;
+      return &entry.shape;
+    }
+  }
+  return nullptr;
 }
 
 void ZoJsonShapes::Note(std::uint64_t hashOfNames, const ZoJson& object) noexcept {
-  Entry& entry = Of(hashOfNames);
-  if (entry.hash == hashOfNames) {
-    try {
-      Remember(entry, object);
-    } catch (const std::bad_alloc&) {
-      // Then the next one is parsed like this one.
+  Set& set = SetOf(hashOfNames);
+  for (Entry& entry : set) {
+    if (entry.hash == hashOfNames) {
+      try {
+        Remember(entry, object);
+      } catch (const std::bad_alloc&) {
+        // Then the next one is parsed like this one.
+      }
+      return;
     }
-    return;
   }
-  bytes -= entry.bytes;
-  entry = Entry{hashOfNames, ZoJson(), 0};
+  Entry& oldest = *std::min_element(set.begin(), set.end(),
+                                    [](const Entry& a, const Entry& b) { return a.lastUse < b.lastUse; });
+  bytes -= oldest.bytes;
+  oldest = Entry{hashOfNames, ZoJson(), 0, ++uses};
 }
 
 void ZoJsonShapes::Remember(Entry& entry, const ZoJson& object) {
@@ -32,14 +42,14 @@ void ZoJsonShapes::Remember(Entry& entry, const ZoJson& object) {
   }
   const std::uint64_t hash = entry.hash;
   bytes -= entry.bytes;
-  entry = Entry{hash, ZoJson(), 0};
+  entry = Entry{hash, ZoJson(), 0, ++uses};
   if (bytes + size > bytesMax) {
     // Whatever is still of use comes back with its next two documents.
-    entries.fill(Entry());
+    sets.fill(Set());
     bytes = 0;
   }
   ZoJson shape = ZoJsonAccess::NewObject(from.size, from.keyLiving);
   ZoJsonAccess::Object(shape).TakeNames(from);
-  entry = Entry{hash, std::move(shape), size};
+  entry = Entry{hash, std::move(shape), size, uses};
   bytes += size;
 }
