@@ -1,6 +1,7 @@
 #include "zovyrnsdk/json/zojsonnode.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include <utility>
 
 #include "qapi/memory.h"
+#include "zovyrnsdk/json/zojsonhash.h"
 
 namespace {
 
@@ -144,23 +146,37 @@ ZoJson* ZoJson::ObjectNode::Append(std::string_view name, std::uint64_t hash, Zo
   return &member->value;
 }
 
-void ZoJson::ObjectNode::Adopt(std::uint32_t keyOffset, std::uint32_t keySize, std::uint64_t hash,
-                               ZoJson&& value, bool mayBeThere) noexcept {
-  const std::string_view name(Keys() + keyOffset, keySize);
-  std::uint32_t* const entry = indexed ? Entry(name, hash) : nullptr;
-  const std::uint32_t there = indexed ? *entry : mayBeThere ? Find(name, hash) : none;
-  if (there != none) {
-    Slots()[there].value = std::move(value);
-    return;
+void ZoJson::ObjectNode::AdoptAll(const std::uint32_t* keySizes, ZoJson* values, std::size_t count) noexcept {
+  Member* const slots = Slots();
+  const char* const keys = Keys();
+  std::array<std::uint64_t, 4> seen{};  // without an index: a bit for each of 256 kinds of hashes
+  std::uint32_t offset = 0;
+  for (std::size_t i = 0; i < count; offset += keySizes[i++]) {
+    const std::string_view name(keys + offset, keySizes[i]);
+    const std::uint64_t hash = ZoJsonHash(name);
+    std::uint32_t there = none;
+    if (indexed) {
+      std::uint32_t* const entry = Entry(name, hash);
+      there = *entry;
+      if (there == none) {
+        *entry = used;
+      }
+    } else {
+      std::uint64_t& word = seen[hash >> 62U];
+      const std::uint64_t bit = std::uint64_t{1} << ((hash >> 56U) & 63U);
+      there = (word & bit) != 0 ? Find(name, hash) : none;
+      word |= bit;
+    }
+    if (there != none) {
+      slots[there].value = std::move(values[i]);
+      continue;
+    }
+    new (slots + used) Member{std::move(values[i]), hash, offset, keySizes[i]};
+    keyUsed = offset + keySizes[i];
+    keyLiving += keySizes[i];
+    ++used;
   }
-  if (indexed) {
-    *entry = used;  // NOLINT(clang-analyzer-core.NullDereference): Find has not changed `indexed`, a constant
-  }
-  new (Slots() + used) Member{std::move(value), hash, keyOffset, keySize};
-  keyUsed = keyOffset + keySize;
-  keyLiving += keySize;
-  ++size;
-  ++used;
+  size = used;
 }
 
 void ZoJson::ObjectNode::TakeNames(ObjectNode& from) noexcept {

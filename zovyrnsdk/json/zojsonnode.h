@@ -75,11 +75,9 @@ struct ZoJson::ObjectNode : Node {
 
   // Adds a member that is not there yet, room provided.
   ZoJson* Append(std::string_view name, std::uint64_t hash, ZoJson value) noexcept;
-  // Adds a member whose name stands in Keys() already, room provided. Of equal names the last value wins, at
-  // the place of the first.
-  // mayBeThere: false when no member that was adopted before has this hash.
-  void Adopt(std::uint32_t keyOffset, std::uint32_t keySize, std::uint64_t hash, ZoJson&& value,
-             bool mayBeThere) noexcept;
+  // Fills this empty object with members whose names stand in Keys() already, one behind the other, room provided. The
+  // values are moved from. Of equal names the last value wins, at the place of the first.
+  void AdoptAll(const std::uint32_t* keySizes, ZoJson* values, std::size_t count) noexcept;
   // Adds the members of another object to this empty one: its names, and nulls. It has a shape then.
   void TakeNames(ObjectNode& from) noexcept;
   // Whether its names are these, in this order, one behind the other. Only of an object without dead slots.

@@ -218,18 +218,7 @@ class Builder {
     ZoJson made = Access::NewObject(count, keyBytes);
     auto& object = Access::Object(made);
     std::memcpy(object.Keys(), names.Top(keyBytes), keyBytes);
-    const std::uint32_t* keySize = keySizes.Top(count);
-    ZoJson* value = values.Top(count);
-    std::uint32_t offset = 0;
-    std::array<std::uint64_t, 4> seen{};  // a bit for each of 256 kinds of hashes
-    for (std::size_t i = 0; i < count; ++i) {
-      const std::uint64_t hash = ZoJsonHash({object.Keys() + offset, keySize[i]});
-      std::uint64_t& word = seen[(hash >> 62U)];
-      const std::uint64_t bit = std::uint64_t{1} << ((hash >> 56U) & 63U);
-      object.Adopt(offset, keySize[i], hash, std::move(value[i]), (word & bit) != 0);
-      word |= bit;
-      offset += keySize[i];
-    }
+    object.AdoptAll(keySizes.Top(count), values.Top(count), count);
     return made;
   }
 
