@@ -103,15 +103,15 @@ TEST_F(ZoJsonShaped, WhatIsRememberedIsBounded) {
 TEST_F(ZoJsonShaped, FourKindsAreRememberedWhateverTheirHashes) {
   const ZoJson object(R"({"a":1,"b":2,"c":3})");
   const auto hash = [](std::uint64_t kind) { return kind * 64 + 5; };
-  for (const std::uint64_t kind : {1, 2, 3, 4}) {
+  for (const std::uint64_t kind : {1U, 2U, 3U, 4U}) {
     shapes.Note(hash(kind), object);
     EXPECT_EQ(shapes.Find(hash(kind)), nullptr);
   }
-  for (const std::uint64_t kind : {1, 2, 3, 4}) {
+  for (const std::uint64_t kind : {1U, 2U, 3U, 4U}) {
     shapes.Note(hash(kind), object);
   }
   const std::size_t ofFour = shapes.Bytes();
-  for (const std::uint64_t kind : {3, 2, 4, 1}) {
+  for (const std::uint64_t kind : {3U, 2U, 4U, 1U}) {
     EXPECT_NE(shapes.Find(hash(kind)), nullptr) << kind;
   }
   shapes.Note(hash(5), object);
@@ -119,7 +119,7 @@ TEST_F(ZoJsonShaped, FourKindsAreRememberedWhateverTheirHashes) {
   EXPECT_EQ(shapes.Bytes(), ofFour / 4 * 3);
   shapes.Note(hash(5), object);
   EXPECT_EQ(shapes.Bytes(), ofFour);
-  for (const std::uint64_t kind : {1, 2, 4, 5}) {
+  for (const std::uint64_t kind : {1U, 2U, 4U, 5U}) {
     EXPECT_NE(shapes.Find(hash(kind)), nullptr) << kind;
   }
 }
