@@ -207,7 +207,7 @@ WireModel::Exchange WireModel::EndSession(const Ending& by, const std::string& m
 
 WireModel::Exchange WireModel::LeaveSilent(const std::string& method, const std::string& uri,
                                            const Answer& answer) {
-  if (ComesLate(method, answer, *silence)) {
+  if (ComesLate(method, *silence)) {
     late.push_back({method, uri, answer});
   }
   silence.reset();
@@ -244,8 +244,10 @@ void WireModel::ReceiveLate() {
       Receive(each.method, each.uri, each.answer);
     } else {
       unanswered = 0;
-      braked.erase(each.uri);
-      suspects.erase(each.uri);
+      if (each.answer.Part("uri") != nullptr) {  // else it does not say of what it is
+        braked.erase(each.uri);
+        suspects.erase(each.uri);
+      }
     }
   }
 }

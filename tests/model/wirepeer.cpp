@@ -178,7 +178,7 @@ void WirePeer::Answer(FakePeer& peer, const std::string& text) {
     const std::string members = answer.Text();
     const std::string message = "{" + id + (members == "{}" ? "}" : "," + members.substr(1));
     if (silence && uri != "/system") {
-      late = ComesLate(method, answer, *silence) ? message : "";
+      late = ComesLate(method, *silence) ? message : "";
       silence.reset();
       unanswered = true;
       noteUnanswered(std::to_string(NumberOf(method)) + " " + uri);

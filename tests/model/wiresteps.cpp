@@ -38,8 +38,8 @@ bool IsOneRequest(const Call& call) {
   return call.method != "RunSensor" && call.method != "StopSensor";
 }
 
-bool ComesLate(const std::string& method, const Answer& answer, const LeaveUnanswered& step) {
-  return IsStart(method) || (step.late && answer.Part("uri") != nullptr);
+bool ComesLate(const std::string& method, const LeaveUnanswered& step) {
+  return IsStart(method) || step.late;
 }
 
 std::string Describe(const WireStep& step) {

@@ -52,9 +52,7 @@ struct UnusablePush {
 struct LeaveUnanswered {
   bool late;  // comes after all; that to a start always does, as what becomes of it is the link's matter
 };
-// Whether this answer does. Not one to another request that does not say of what it is: the link takes it for one about
-// the resource "".
-bool ComesLate(const std::string& method, const Answer& answer, const LeaveUnanswered& step);
+bool ComesLate(const std::string& method, const LeaveUnanswered& step);
 
 // A Connection that is down: the sensor takes no new session until it is up again.
 using WireStep = std::variant<Subscribe, Unsubscribe, Read, Write, Call, MonitorPass, RetryPass, Trim, LookUp,

@@ -1307,6 +1307,19 @@ TEST_F(State, LateAnswerLiftsTheBrake) {
   EXPECT_EQ(state.Brake().BrakedCount(), 0U);
 }
 
+TEST_F(State, LateAnswerThatDoesNotSayOfWhatItIsLiftsNoBrake) {
+  state.SessionOpened(now);
+  const Pending unanswered = Ask(ZoRequestMethod_Read, "");
+  Sent();
+  state.TimeOut(unanswered, 1, now);
+  EXPECT_EQ(state.Brake().BrakedCount(), 1U);
+  Receive("{\"id\":1,\"status\":-503,\"payload\":null}");
+  Receive("{\"id\":1,\"status\":1,\"uri\":7,\"payload\":1}");
+  EXPECT_EQ(state.Brake().BrakedCount(), 1U);
+  Receive("{\"id\":1,\"status\":1,\"uri\":\"\",\"payload\":1}");
+  EXPECT_EQ(state.Brake().BrakedCount(), 0U);
+}
+
 TEST_F(State, UnansweredRestoresCountAsSilenceOfTheSensor) {
   state.SessionOpened(now);
   Ask(ZoRequestMethod_Sub, "/s");

@@ -41,10 +41,10 @@ bool Grants(ZoRequestMethod method, const ZoJson& document) {
          (status != 0 && method == ZoRequestMethod_StartStream && payload != nullptr && !payload->Empty());
 }
 
-// The URI that an answer names by itself; empty when it names none.
-std::string UriOf(const ZoJson& document) {
+// The URI that an answer names by itself.
+std::optional<std::string> UriOf(const ZoJson& document) {
   const ZoJson* const uri = document.Find(uriMember);
-  return uri != nullptr && uri->IsString() ? uri->Get<std::string>() : std::string();
+  return uri != nullptr && uri->IsString() ? std::optional(uri->Get<std::string>()) : std::nullopt;
 }
 
 // Whether a success of this method answers with the resource's content.
@@ -313,10 +313,9 @@ void LinkState::ReceiveAnswer(Incoming message, Time now) {
   const Entry* const entry = table.Find(id);
   if (entry == nullptr) {
     // Late, or never asked for. A late one may be the very answer that the brake was set for.
-    if (asked) {
-      const std::string uri = UriOf(message.document);
-      brake.Spoken(uri);
-      brake.ReadAnswered(uri);
+    if (const auto uri = UriOf(message.document); asked && uri) {
+      brake.Spoken(*uri);
+      brake.ReadAnswered(*uri);
     }
     return;
   }
