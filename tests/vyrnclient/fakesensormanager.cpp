@@ -25,6 +25,12 @@ FakeSensorManager::FakeSensorManager(std::shared_ptr<ZoIO::Logger> theLogger, Wo
     return Read(uri, false);
   };
   source.keep = [this](const std::string& uri, const ZoJson& payload) { Keep(uri, payload); };
+  source.note = [this](const std::string& uri) {
+    std::lock_guard lock(mutex);
+    if (noted.size() < most) {
+      noted.push_back(uri);
+    }
+  };
   registry = std::make_shared<ItemManager>(*this, simulated, source);
 }
 
@@ -118,6 +124,11 @@ std::vector<std::string> FakeSensorManager::Questions() const {
 std::vector<std::string> FakeSensorManager::Kept() const {
   std::lock_guard lock(mutex);
   return kept;
+}
+
+std::vector<std::string> FakeSensorManager::Noted() const {
+  std::lock_guard lock(mutex);
+  return noted;
 }
 
 int FakeSensorManager::GiveUps() const {

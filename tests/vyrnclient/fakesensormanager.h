@@ -68,6 +68,8 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::vector<std::string> Questions() const;
   // What Keep got, as "uri payload". The first ten thousand.
   std::vector<std::string> Kept() const;
+  // The resources of which the registry said that they have a new item. The first ten thousand.
+  std::vector<std::string> Noted() const;
   int GiveUps() const;
   int Shutdowns() const;
 
@@ -116,6 +118,7 @@ class FakeSensorManager : public ZoIO::ISensorManager, public ZoIO::IShutdown {
   std::array<Question, 256> questions{};  // needs no memory: asking must go well where new fails
   std::size_t questionCount = 0;
   std::vector<std::string> kept;
+  std::vector<std::string> noted;
   bool connected = true;
   bool running = false;
   bool plcHidden = false;

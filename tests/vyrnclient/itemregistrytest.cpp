@@ -62,6 +62,21 @@ TEST_F(ItemRegistry, ReadValueIsStoredBeforeTheLineThatSaysSo) {
   EXPECT_THAT(kept, ElementsAre(R"(/r {"a":5})"));
 }
 
+TEST_F(ItemRegistry, ResourceOfANewItemIsToldOfBeforeItsValueIsReadAndStored) {
+  sensor->SetResource("/r", R"({"a":5,"b":6})");
+  std::vector<std::string> noted;
+  recorder.OnLog([&](const Entry& entry) {
+    if (entry.message == "Retrieving /r#/a value.") {
+      noted = sensor->Noted();
+    }
+  });
+  Item("/r#/a");
+  recorder.OnLog({});
+  EXPECT_THAT(noted, ElementsAre("/r"));
+  Item("/r#/a");
+  EXPECT_THAT(sensor->Noted(), ElementsAre("/r")) << "it is known already";
+}
+
 // Again and again, since the clock may go on just then.
 TEST_F(ItemRegistry, NewestValueDecidesHoweverYoungTheOneBeforeIs) {
   for (int i = 0; i < 100; ++i) {

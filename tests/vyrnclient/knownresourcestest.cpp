@@ -54,5 +54,17 @@ TEST(KnownResources, StrangerThatGetsAnItemLeavesRoomForOthers) {
   EXPECT_FALSE(resources.Admits("/third", mebibyte));
 }
 
+TEST(KnownResources, StrangerThatGetsSeveralItemsLeavesItsRoomOnce) {
+  ZoIO::KnownResources resources;
+  int admitted = 0;
+  while (resources.Admits(Name(admitted), mebibyte)) {
+    ASSERT_LT(++admitted, 64);
+  }
+  resources.Note(Name(3));
+  resources.Note(Name(3));
+  EXPECT_TRUE(resources.Admits("/another", mebibyte));
+  EXPECT_FALSE(resources.Admits("/third", mebibyte));
+}
+
 }  // namespace
 }  // namespace ZoTest

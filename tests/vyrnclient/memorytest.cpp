@@ -18,6 +18,7 @@
 #include "zoiohandler/vyrnclient/cachemanager.h"
 #include "zoiohandler/vyrnclient/itemfeed.h"
 #include "zoiohandler/vyrnclient/itemmanager.h"
+#include "zoiohandler/vyrnclient/knownresources.h"
 #include "zoiohandler/vyrnclient/zovyrnclient.h"
 
 namespace ZoTest {
@@ -265,6 +266,22 @@ TEST_F(Memory, CacheKeepsItsValuesWhenAnAddFails) {
   EXPECT_GT(round, 2);
   EXPECT_EQ(cache.GetAt(key, 100'000, now), ZoJson::Of(1));
   EXPECT_EQ(cache.GetAt(key, 0, now + round), ZoJson::Of(2));
+}
+
+TEST_F(Memory, StrangerThatCannotBeRememberedTakesNoRoom) {
+  constexpr std::size_t half = std::size_t{32} << 20;
+  ZoIO::KnownResources resources;
+  const std::string uri = "/a name that is longer than what fits without memory";
+  int refused = 0;
+  FailEach([&] {
+    try {
+      resources.Admits(uri + std::to_string(refused), half - 4096);
+    } catch (const std::bad_alloc&) {
+      ++refused;
+    }
+  });
+  EXPECT_GT(refused, 1);
+  EXPECT_TRUE(resources.Admits("/another", half - 4096));
 }
 
 TEST_F(Memory, ItemKeepsItsTypeAndItsValueTogetherWhenAnUpdateFails) {
