@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "zovyrnsdk/link/pendingrequest.h"
@@ -94,6 +96,33 @@ TEST_F(RetryReads, ResourceThatAPassDidNotAskForIsForgotten) {
   AnswerAll();
   EXPECT_EQ(Read("/a"), "");
   EXPECT_EQ(asked["/a"].size(), 2u);
+}
+
+TEST_F(RetryReads, AnswerOfOnePassIsNotGivenInTheNext) {
+  quick = true;
+  reads.BeginPass(true);
+  EXPECT_EQ(Read("/a"), "/a");
+  quick = false;
+  reads.BeginPass(true);
+  EXPECT_EQ(Read("/a"), "");
+}
+
+TEST_F(RetryReads, RequestWithoutAnswerIsAnOutcomeAfterThreeSecondsAndNotBefore) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::seconds limit{3};
+  reads.BeginPass(true);
+  const Clock::time_point before = Clock::now();
+  EXPECT_FALSE(reads.Read("/a").has_value());
+  const Clock::time_point behind = Clock::now();
+  while (Clock::now() < before + limit * 9 / 10) {
+    reads.BeginPass(true);
+    EXPECT_TRUE(!reads.Read("/a").has_value() || Clock::now() >= before + limit);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  std::this_thread::sleep_until(behind + limit);
+  reads.BeginPass(true);
+  EXPECT_TRUE(reads.Read("/a").has_value());
+  EXPECT_EQ(asked["/a"].size(), 1u);
 }
 
 TEST_F(RetryReads, ManyResourcesTakeTurns) {
