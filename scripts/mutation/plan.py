@@ -33,7 +33,7 @@ INNER = """vyrnclient_log_test vyrnclient_items_test vyrnclient_values_test vyrn
     plugin_threads_test vyrnclient_memory_test vyrnclient_simulator_work_test model_test""".split()
 OUTER = "plugin_arguments_test plugin_instance_table_test plugin_loading_test plugin_items_test".split()
 OVER_THE_WIRE = """wire_sensor_manager_test wire_suite_test wire_connect_test wire_missing_items_test
-    wire_subscription_test wire_values_test wire_mute_test wire_ending_test wire_newest_value_test""".split()
+    wire_subscription_test wire_values_test wire_mute_test wire_ending_test wire_newest_value_test wire_flood_test""".split()
 DECIDERS = [
     ("zoiohandler/vyrnclient/*sensormanager.*", OVER_THE_WIRE[:4] + INNER + OVER_THE_WIRE[4:]),
     ("zoiohandler/vyrnclient/retryreads.*", ["vyrnclient_items_test"] + OVER_THE_WIRE[:4] + INNER + OVER_THE_WIRE[4:]),

@@ -513,6 +513,8 @@ TEST(Watchdog, AnswerAboutItselfIsNotMissedWhileNobodyListens) {
 }
 
 TEST(Backoff, FirstAtOnceThenDoublingToThreeSecondsWithJitter) {
+  Duration shortest = seconds(3);
+  Duration longest{};
   for (std::uint32_t seed = 1; seed < 50; ++seed) {
     Backoff backoff(seed);
     EXPECT_EQ(backoff.Next(), Duration::zero());
@@ -520,12 +522,17 @@ TEST(Backoff, FirstAtOnceThenDoublingToThreeSecondsWithJitter) {
       const Duration pause = backoff.Next();
       EXPECT_LE(pause, milliseconds(full));
       EXPECT_GE(pause, milliseconds(full - full / 4));
+      shortest = full == 3000 ? std::min(shortest, pause) : shortest;
+      longest = std::max(longest, pause);
     }
     backoff.SessionLasted(seconds(9));
     EXPECT_GE(backoff.Next(), milliseconds(2250));
     backoff.SessionLasted(seconds(10));
     EXPECT_EQ(backoff.Next(), Duration::zero());
   }
+  // The whole quarter is made use of, so that the clients of one sensor do not come back together.
+  EXPECT_LT(shortest, milliseconds(2350));
+  EXPECT_GT(longest, milliseconds(2900));
 }
 
 TEST(Outgoing, TellsUtf8FromOtherBytes) {
@@ -546,6 +553,22 @@ TEST(Outgoing, APayloadThatNoJsonCanHoldIsRefused) {
   EXPECT_EQ(refused.status, -400);
   EXPECT_THAT(refused.error, HasSubstr("The payload cannot be written as JSON"));
   EXPECT_EQ(refused.tail, "");
+}
+
+TEST(Incoming, MessageThatCostsMoreMemoryThanAClientHasForItIsTooLarge) {
+  ZoJsonShapes shapes;
+  const auto message = [](std::size_t elements) {
+    std::string text = R"({"id":1,"payload":[0)";
+    for (std::size_t i = 1; i < elements; ++i) {
+      text += ",0";
+    }
+    return text + "]}";
+  };
+  EXPECT_EQ(ReadIncoming(message(1'000'000), shapes).kind, Incoming::Kind::Answer);
+  const std::string large = message(5'000'000);
+  std::size_t memory = std::size_t{256} << 20;
+  EXPECT_NO_THROW(ZoJson::ParseString(large, memory)) << "with twice as much";
+  EXPECT_EQ(ReadIncoming(large, shapes).kind, Incoming::Kind::TooLarge);
 }
 
 TEST(Incoming, PushThatLacksWhatAPushHasIsUnknown) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/vyrnclient/feedtest.h"
+#include "tests/vyrnclient/instancetest.h"
 
 namespace ZoTest {
 namespace {
@@ -114,6 +115,20 @@ TEST_F(ValueToHost, ClosedGateKeepsValuesFromTheHost) {
   other.UpdateItem("/after", variant_value(1LL), enumtype_int64, 0);
   EXPECT_EQ(recorder.CountValues("/before"), 1u);
   EXPECT_EQ(recorder.Size(), 1u);
+}
+
+using ValueOfAnInstance = FakeInstanceTest;
+
+TEST_F(ValueOfAnInstance, RecordReachesTheHostAsItIs) {
+  ioDataValue record{};
+  record.type = enumtype_int64;
+  record.value.int64 = -7;
+  record.status = 3;
+  client->UpdateItem("/r#/a", record);
+  const Recorder::Entries values = recorder.Values("/r#/a");
+  ASSERT_EQ(values.size(), 1u);
+  EXPECT_EQ(Describe(values[0]), "2:-7");
+  EXPECT_EQ(values[0].value.status, 3);
 }
 
 }  // namespace
