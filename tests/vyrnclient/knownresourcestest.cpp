@@ -13,6 +13,15 @@ std::string Name(int i) {
   return "/r/" + std::to_string(i);
 }
 
+// Admits strangers of a mebibyte each until there is no more room, or 64 of them; returns how many.
+int Fill(ZoIO::KnownResources& resources) {
+  int admitted = 0;
+  while (admitted < 64 && resources.Admits(Name(admitted), mebibyte)) {
+    ++admitted;
+  }
+  return admitted;
+}
+
 TEST(KnownResources, AreAdmittedWhateverTheirSize) {
   ZoIO::KnownResources resources;
   resources.Note("/a");
@@ -21,10 +30,7 @@ TEST(KnownResources, AreAdmittedWhateverTheirSize) {
 
 TEST(KnownResources, OthersAreAdmittedUpToSixtyFourMebibytesTogether) {
   ZoIO::KnownResources resources;
-  int admitted = 0;
-  while (resources.Admits(Name(admitted), mebibyte)) {
-    ASSERT_LT(++admitted, 64);
-  }
+  const int admitted = Fill(resources);
   EXPECT_EQ(admitted, 63) << "beside what remembers them";
   EXPECT_TRUE(resources.Admits(Name(5), mebibyte)) << "a newer value of the same";
   EXPECT_FALSE(resources.Admits(Name(5), 3 * mebibyte)) << "which holds more";
@@ -44,10 +50,7 @@ TEST(KnownResources, StrangersNamesCount) {
 
 TEST(KnownResources, StrangerThatGetsAnItemLeavesRoomForOthers) {
   ZoIO::KnownResources resources;
-  int admitted = 0;
-  while (resources.Admits(Name(admitted), mebibyte)) {
-    ASSERT_LT(++admitted, 64);
-  }
+  ASSERT_LT(Fill(resources), 64);
   resources.Note(Name(3));
   EXPECT_TRUE(resources.Admits(Name(3), 100 * mebibyte));
   EXPECT_TRUE(resources.Admits("/another", mebibyte));
@@ -56,10 +59,7 @@ TEST(KnownResources, StrangerThatGetsAnItemLeavesRoomForOthers) {
 
 TEST(KnownResources, StrangerThatGetsSeveralItemsLeavesItsRoomOnce) {
   ZoIO::KnownResources resources;
-  int admitted = 0;
-  while (resources.Admits(Name(admitted), mebibyte)) {
-    ASSERT_LT(++admitted, 64);
-  }
+  ASSERT_LT(Fill(resources), 64);
   resources.Note(Name(3));
   resources.Note(Name(3));
   EXPECT_TRUE(resources.Admits("/another", mebibyte));
