@@ -214,6 +214,19 @@ TEST(CallbackGate, ClosesAtOnceWhenNoCallbackIsUnderWayAnyMore) {
   EXPECT_LT(shortest, std::chrono::milliseconds(100));
 }
 
+TEST(CallbackGate, WhoHoldsAnEntryForSeveralCallbacksSeesItClose) {
+  ZoIO::CallbackGate gate;
+  const ZoIO::CallbackGate::Entry held(&gate);
+  EXPECT_TRUE(held.StillOpen());
+  gate.Close();
+  EXPECT_FALSE(held.StillOpen());
+  EXPECT_TRUE(static_cast<bool>(held));  // the callback that it was let in for may end
+  const ZoIO::CallbackGate::Entry late(&gate);
+  EXPECT_FALSE(late.StillOpen());
+  const ZoIO::CallbackGate::Entry without(nullptr);
+  EXPECT_TRUE(without.StillOpen());
+}
+
 TEST(CallbackGate, CallbackThatWasNotLetInIsNotUnderWay) {
   using Clock = std::chrono::steady_clock;
   // The shortest of some: a busy machine may hold up any of them.

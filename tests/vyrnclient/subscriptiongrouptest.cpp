@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "tests/vyrnclient/grouptest.h"
 
@@ -45,6 +48,60 @@ TEST_F(SubscriptionGroup, ValidItemIsPushedOnEveryTick) {
   for (int i = 0; i < 3; ++i) {
     EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
   }
+}
+
+// A gate that closes during the callback of an item, in a tick that the ones before it lead up to.
+class ClosingGate : public GroupTest {
+ protected:
+  ClosingGate() {
+    gated.SetSensor(sensor);
+    Cached("/r", R"({"a":1,"b":2,"c":3,"d":"text"})");
+    for (const char* name : {"/r#/a", "/r#/b", "/r#/c", "/r#/d"}) {
+      members.AddItem(name);
+    }
+  }
+
+  std::vector<std::string> TickThatClosesAtB() {
+    recorder.Clear();
+    recorder.OnValue([this](const Entry& entry) {
+      if (entry.item == "/r#/b") {
+        gate->Close();
+      }
+    });
+    members.Tick();
+    return Pushed();
+  }
+
+  const std::shared_ptr<ZoIO::CallbackGate> gate = std::make_shared<ZoIO::CallbackGate>();
+  ZoIO::ItemFeed gated{parameters, gate, logger};
+  ZoIO::SubscriptionGroup members{gated, milliseconds(1000)};
+};
+
+TEST_F(ClosingGate, EndsAFirstTick) {
+  EXPECT_THAT(TickThatClosesAtB(), ElementsAre("/r#/a 2:1", "/r#/b 2:2"));
+}
+
+TEST_F(ClosingGate, EndsATickOfStillDocuments) {
+  members.Tick();
+  EXPECT_THAT(TickThatClosesAtB(), ElementsAre("/r#/a 2:1", "/r#/b 2:2"));
+}
+
+TEST_F(ClosingGate, EndsATickOfNewValues) {
+  members.Tick();
+  Cached("/r", R"({"a":4,"b":5,"c":6,"d":"other"})");
+  EXPECT_THAT(TickThatClosesAtB(), ElementsAre("/r#/a 2:4", "/r#/b 2:5"));
+}
+
+TEST_F(ClosingGate, EndsATickOfNewDocumentsWithTheSameValues) {
+  members.Tick();
+  Cached("/r", R"({"a":1,"b":2,"c":3,"d":"text"})");
+  EXPECT_THAT(TickThatClosesAtB(), ElementsAre("/r#/a 2:1", "/r#/b 2:2"));
+}
+
+TEST_F(ClosingGate, LetsNoLaterTickCallBack) {
+  gate->Close();
+  members.Tick();
+  EXPECT_THAT(Pushed(), IsEmpty());
 }
 
 TEST_F(SubscriptionGroup, StatusOfPushedValuesIs0) {

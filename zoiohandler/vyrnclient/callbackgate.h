@@ -16,7 +16,8 @@ namespace ZoIO {
 
 class CallbackGate {
  public:
-  // Passes the gate for the duration of one callback. A null gate is always open.
+  // Passes the gate for the duration of one callback, or of several in a row, each of which asks first whether the gate
+  // is still open: two atomic additions cost more than most callbacks. A null gate is always open.
   class Entry {
    public:
     explicit Entry(CallbackGate* gate) noexcept : gate(gate), open(gate == nullptr || gate->Enter()) {}
@@ -28,6 +29,7 @@ class CallbackGate {
       }
     }
     explicit operator bool() const noexcept { return open; }
+    bool StillOpen() const noexcept { return gate == nullptr || (open && !gate->Closed()); }
 
    private:
     CallbackGate* gate;
@@ -41,6 +43,7 @@ class CallbackGate {
  private:
   bool Enter() noexcept;
   void Leave() noexcept;
+  bool Closed() const noexcept { return (state.load(std::memory_order_acquire) & closed) != 0; }
 
   static constexpr std::uint64_t closed = 1;
   static constexpr std::uint64_t one = 2;

@@ -247,11 +247,14 @@ void ItemFeed::FindMember(const ItemManager::ItemInfo& item, Shown& shown) const
   }
 }
 
-void ItemFeed::ShowAgain(const char* itemName, const Shown& shown) const {
+void ItemFeed::ShowAgain(const char* itemName, const Shown& shown, const CallbackGate::Entry& showing) const {
+  if (parameters->itemValue == nullptr || !showing.StillOpen()) {
+    return;
+  }
   ioDataValue data{};
   data.type = shown.type;
   data.value = shown.value;
-  Deliver(itemName, data);
+  parameters->itemValue(itemName, &data, parameters->context);
 }
 
 void ItemFeed::UpdateItem(const std::string& itemName, const xhmi::variant_value& value, enumtype type,

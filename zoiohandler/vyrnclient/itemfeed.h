@@ -89,8 +89,10 @@ class ItemFeed {
   bool HoldsStill(const char* itemName, Shown& shown, const ZoJson*& element);
   // What there is to show of an item that was refreshed just now, from element or, when that is null, anew.
   Shown Show(const ItemManager::ItemInfo& item, const Shown& last, const ZoJson* element);
+  // For showing many of them: held while they are shown.
+  CallbackGate::Entry BeginShowing() const { return CallbackGate::Entry(gate.get()); }
   // Delivers it to the host, with status 0.
-  void ShowAgain(const char* itemName, const Shown& shown) const;
+  void ShowAgain(const char* itemName, const Shown& shown, const CallbackGate::Entry& showing) const;
 
   // Delivers a value to the host, read by type (not by the variant's kind); any type beyond 0 to 4 arrives as
   // "INVALID". Nothing happens without a callback.

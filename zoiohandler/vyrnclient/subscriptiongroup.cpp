@@ -63,15 +63,16 @@ void SubscriptionGroup::ForceUpdate(const std::string& name) {
 void SubscriptionGroup::Tick() {
   documentsNew = 0;
   valuesNew = 0;
+  const CallbackGate::Entry showing = client.BeginShowing();
   if (Arrange()) {
     for (std::size_t i = 0; i < rows.size(); ++i) {
       Prefetch(i + lookAhead);
-      TickRow(rows[i]);
+      TickRow(rows[i], showing);
     }
   } else {
     for (Items::value_type& entry : items) {
       Row passing(entry);
-      TickRow(passing);
+      TickRow(passing, showing);
     }
   }
   itemsChange = valuesNew > documentsNew / 4;
@@ -107,33 +108,33 @@ void SubscriptionGroup::Prefetch(std::size_t row) const {
   }
 }
 
-void SubscriptionGroup::TickRow(Row& row) {
+void SubscriptionGroup::TickRow(Row& row, const CallbackGate::Entry& showing) {
   try {
     if (client.Holds(row.shown)) {
-      client.ShowAgain(row.name, row.shown);
+      client.ShowAgain(row.name, row.shown, showing);
       return;
     }
     ++documentsNew;
     const ZoJson* element = nullptr;
     if (client.HoldsStill(row.name, row.shown, element)) {
-      client.ShowAgain(row.name, row.shown);
+      client.ShowAgain(row.name, row.shown, showing);
       return;
     }
     ++valuesNew;
-    TickItem(row, element);
+    TickItem(row, element, showing);
   } catch (const std::exception&) {
     // One bad item must not hold up the others; it is tried again on the next tick.
   }
 }
 
-void SubscriptionGroup::TickItem(Row& row, const ZoJson* element) {
+void SubscriptionGroup::TickItem(Row& row, const ZoJson* element, const CallbackGate::Entry& showing) {
   const ItemFeed::Shown last = std::exchange(row.shown, {});
   const ItemManager::ItemInfo& item = GetCurrentItem(row, element);
   const std::string& name = row.entry->first;
   if (item.valid) {  // which stays, so that it is pushed on every tick, and what was pushed before is of no account
     row.shown = client.Show(item, last, element);
     if (client.Holds(row.shown)) {
-      client.ShowAgain(row.name, row.shown);
+      client.ShowAgain(row.name, row.shown, showing);
     } else {
       client.UpdateItem(name, item.value, item.type, 0);
     }

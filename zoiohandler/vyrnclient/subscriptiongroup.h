@@ -62,8 +62,8 @@ class SubscriptionGroup {
   bool Arrange();
   void Prefetch(std::size_t row) const;
   ItemManager::ItemInfo& GetCurrentItem(Row& row, const ZoJson* element);
-  void TickRow(Row& row);
-  void TickItem(Row& row, const ZoJson* element);
+  void TickRow(Row& row, const CallbackGate::Entry& showing);
+  void TickItem(Row& row, const ZoJson* element, const CallbackGate::Entry& showing);
 
   ItemFeed& client;
   const std::chrono::milliseconds interval;
