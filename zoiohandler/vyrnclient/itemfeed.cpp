@@ -212,23 +212,22 @@ bool ItemFeed::HoldsStill(const char* itemName, Shown& shown, const ZoJson*& ele
   return true;
 }
 
-ItemFeed::Shown ItemFeed::Show(const ItemManager::ItemInfo& item, const Shown& last, const ZoJson* element) {
+void ItemFeed::Show(const ItemManager::ItemInfo& item, Shown& shown, const ZoJson* element) const {
   if (item.slot == nullptr || item.clockRun != clockRun) {  // it could not be refreshed
-    return {};
+    shown = {};
+    return;
   }
-  const ioDataValue data = MakeRecord(item.value, item.type);
-  Shown shown = last;
-  if ((element == nullptr && item.seen != last.version) || item.watchers != 1) {
+  if ((element == nullptr && item.seen != shown.version) || item.watchers != 1) {
     shown = {};
     FindMember(item, shown);
   }
+  const ioDataValue data = MakeRecord(item.value, item.type);
   shown.slot = item.slot;
   shown.version = item.seen;
   shown.value = data.value;
   shown.edition = edition;
   shown.refreshes = refreshes;
   shown.type = data.type & 0xFFU;
-  return shown;
 }
 
 void ItemFeed::FindMember(const ItemManager::ItemInfo& item, Shown& shown) const {

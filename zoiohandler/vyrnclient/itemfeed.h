@@ -87,8 +87,9 @@ class ItemFeed {
   // element that leaves it as it is would bring back what the other one took. Otherwise element is what the document has
   // in the item's place, as far as that was found; it is valid until the next document is looked at.
   bool HoldsStill(const char* itemName, Shown& shown, const ZoJson*& element);
-  // What there is to show of an item that was refreshed just now, from element or, when that is null, anew.
-  Shown Show(const ItemManager::ItemInfo& item, const Shown& last, const ZoJson* element);
+  // Notes in shown, where there may be what was shown before, what there is to show of an item that was refreshed just
+  // now, from element or, when that is null, anew. Its slot is null when there is nothing.
+  void Show(const ItemManager::ItemInfo& item, Shown& shown, const ZoJson* element) const;
   // For showing many of them: held while they are shown.
   CallbackGate::Entry BeginShowing() const { return CallbackGate::Entry(gate.get()); }
   // Delivers it to the host, with status 0.

@@ -40,18 +40,20 @@ struct ItemInfo {
   std::string subscriptionUri;  // the pattern to subscribe where the resource cannot be streamed
   ZoJson endpoint;              // write template: a document with one leaf, 0; empty for a name without "#"
   ZoJsonPointer pointer;        // where the value lies in the resource's payload
-  SharedFlag valid = true;      // found in the sensor's data
+  // From here to the scalar of value stands what a tick of a newer value looks at: the less memory that is, the less a
+  // pass waits for it.
+  SharedFlag valid = true;  // found in the sensor's data
   bool subscribed = false;
-  // The variant starts with the integer 0 while type says invalid: a scalar is stored over it in place, and
-  // type alone tells how to read it.
-  xhmi::variant_value value{0LL};
-  enumtype type = enumtype_invalid;
+  std::uint32_t watchers = 0;  // groups that have ticked it
   // Where the cache keeps the resource (null: not known yet), and the version of it that value and type were taken
   // from; 0 makes them be taken anew. It holds for one run of the clock (see ItemFeed).
   std::uint32_t clockRun = 0;
+  enumtype type = enumtype_invalid;
   const CacheManager::Slot* slot = nullptr;
   std::uint64_t seen = 0;
-  std::uint32_t watchers = 0;  // groups that have ticked it
+  // The variant starts with the integer 0 while type says invalid: a scalar is stored over it in place, and
+  // type alone tells how to read it.
+  xhmi::variant_value value{0LL};
 };
 
 }  // namespace ZoIO

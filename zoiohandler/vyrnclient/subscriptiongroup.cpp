@@ -103,8 +103,8 @@ void SubscriptionGroup::Prefetch(std::size_t row) const {
     __builtin_prefetch(ahead.name + ahead.shown.memberAt);
   }
   if (itemsChange && ahead.item != nullptr) {
-    __builtin_prefetch(&ahead.item->value);
-    __builtin_prefetch(&ahead.item->seen);
+    __builtin_prefetch(&ahead.item->valid);
+    __builtin_prefetch(reinterpret_cast<const std::uint64_t*>(&ahead.item->value) + 1);  // where scalars lie
   }
 }
 
@@ -128,11 +128,11 @@ void SubscriptionGroup::TickRow(Row& row, const CallbackGate::Entry& showing) {
 }
 
 void SubscriptionGroup::TickItem(Row& row, const ZoJson* element, const CallbackGate::Entry& showing) {
-  const ItemFeed::Shown last = std::exchange(row.shown, {});
+  row.shown.slot = nullptr;  // should the next line raise
   const ItemManager::ItemInfo& item = GetCurrentItem(row, element);
   const std::string& name = row.entry->first;
   if (item.valid) {  // which stays, so that it is pushed on every tick, and what was pushed before is of no account
-    row.shown = client.Show(item, last, element);
+    client.Show(item, row.shown, element);
     if (client.Holds(row.shown)) {
       client.ShowAgain(row.name, row.shown, showing);
     } else {
