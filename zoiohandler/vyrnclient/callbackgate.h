@@ -5,8 +5,8 @@
 // destroying an instance closes the gate last of all.
 //
 // Threads: any. Owner: shared by the instance, its logger and its workers. No lock; the state is one atomic word.
-// Invariant: once Close() has returned, no callback begins. (A thread that the system stops between passing the gate
-// and calling, for longer than Close() waits, is beyond what a gate can see.)
+// Invariant: once Close() has returned, no callback begins. (A thread that the system stops between its last look at the
+// gate and calling, for longer than Close() waits, is beyond what a gate can see.)
 #pragma once
 
 #include <atomic>
@@ -16,8 +16,8 @@ namespace ZoIO {
 
 class CallbackGate {
  public:
-  // Passes the gate for the duration of one callback, or of several in a row, each of which asks first whether the gate
-  // is still open: two atomic additions cost more than most callbacks. A null gate is always open.
+  // Passes the gate for the duration of one callback, or of several in a row: whoever makes them asks before each whether the
+  // gate is still open, which is cheaper by two atomic additions, and leaves when it is not. A null gate is always open.
   class Entry {
    public:
     explicit Entry(CallbackGate* gate) noexcept : gate(gate), open(gate == nullptr || gate->Enter()) {}
@@ -37,7 +37,7 @@ class CallbackGate {
   };
 
   // Lets nobody in any more. Callbacks that run are not waited for, except for a moment (about 200 ms at most) that
-  // makes sure that whoever passed the gate just now has really begun.
+  // makes sure that whoever passed the gate, or found it open, just now has really begun.
   void Close() noexcept;
 
  private:
@@ -47,7 +47,7 @@ class CallbackGate {
 
   static constexpr std::uint64_t closed = 1;
   static constexpr std::uint64_t one = 2;
-  std::atomic<std::uint64_t> state = 0;  // lowest bit: closed; above it: callbacks under way
+  std::atomic<std::uint64_t> state = 0;  // lowest bit: closed; above it: who is inside
 };
 
 inline bool CallbackGate::Enter() noexcept {

@@ -92,7 +92,7 @@ class ItemFeed {
   void Show(const ItemManager::ItemInfo& item, Shown& shown, const ZoJson* element) const;
   // For showing many of them: held while they are shown.
   CallbackGate::Entry BeginShowing() const { return CallbackGate::Entry(gate.get()); }
-  // Delivers it to the host, with status 0.
+  // Delivers it to the host, with status 0, unless the gate has closed meanwhile. showing: what BeginShowing gave.
   void ShowAgain(const char* itemName, const Shown& shown, const CallbackGate::Entry& showing) const;
 
   // Delivers a value to the host, read by type (not by the variant's kind); any type beyond 0 to 4 arrives as

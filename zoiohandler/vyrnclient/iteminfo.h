@@ -45,15 +45,15 @@ struct ItemInfo {
   SharedFlag valid = true;  // found in the sensor's data
   bool subscribed = false;
   std::uint32_t watchers = 0;  // groups that have ticked it
+  // The variant starts with the integer 0 while type says invalid: a scalar is stored over it in place, and
+  // type alone tells how to read it.
+  enumtype type = enumtype_invalid;
   // Where the cache keeps the resource (null: not known yet), and the version of it that value and type were taken
   // from; 0 makes them be taken anew. It holds for one run of the clock (see ItemFeed).
   std::uint32_t clockRun = 0;
-  enumtype type = enumtype_invalid;
   const CacheManager::Slot* slot = nullptr;
   std::uint64_t seen = 0;
-  // The variant starts with the integer 0 while type says invalid: a scalar is stored over it in place, and
-  // type alone tells how to read it.
-  xhmi::variant_value value{0LL};
+  xhmi::variant_value value{0LL};  // see type
 };
 
 }  // namespace ZoIO

@@ -65,13 +65,13 @@ void SubscriptionGroup::Tick() {
   valuesNew = 0;
   const CallbackGate::Entry showing = client.BeginShowing();
   if (Arrange()) {
-    for (std::size_t i = 0; i < rows.size(); ++i) {
+    for (std::size_t i = 0; i < rows.size() && showing.StillOpen(); ++i) {
       Prefetch(i + lookAhead);
       TickRow(rows[i], showing);
     }
   } else {
-    for (Items::value_type& entry : items) {
-      Row passing(entry);
+    for (auto entry = items.begin(); entry != items.end() && showing.StillOpen(); ++entry) {
+      Row passing(*entry);
       TickRow(passing, showing);
     }
   }
@@ -104,7 +104,7 @@ void SubscriptionGroup::Prefetch(std::size_t row) const {
   }
   if (itemsChange && ahead.item != nullptr) {
     __builtin_prefetch(&ahead.item->valid);
-    __builtin_prefetch(reinterpret_cast<const std::uint64_t*>(&ahead.item->value) + 1);  // where scalars lie
+    __builtin_prefetch(&ahead.item->value);
   }
 }
 
@@ -128,7 +128,7 @@ void SubscriptionGroup::TickRow(Row& row, const CallbackGate::Entry& showing) {
 }
 
 void SubscriptionGroup::TickItem(Row& row, const ZoJson* element, const CallbackGate::Entry& showing) {
-  row.shown.slot = nullptr;  // should the next line raise
+  row.shown.slot = nullptr;  // until the item has been looked at
   const ItemManager::ItemInfo& item = GetCurrentItem(row, element);
   const std::string& name = row.entry->first;
   if (item.valid) {  // which stays, so that it is pushed on every tick, and what was pushed before is of no account
