@@ -90,6 +90,7 @@ void CopyOnly(benchmark::State& state) {
     }
     copies.emplace_back(document);
   }
+  Checked(state, !copies.empty() && copies.back() == document);
 }
 BENCHMARK(CopyOnly);
 
@@ -99,6 +100,7 @@ void AtomicIncrement(benchmark::State& state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(count.fetch_add(1, std::memory_order_relaxed));
   }
+  Checked(state, count == static_cast<std::uint32_t>(state.iterations()));
 }
 BENCHMARK(AtomicIncrement);
 

@@ -133,6 +133,9 @@ void FlatVector(benchmark::State& state) {
       callback(item.name, &item.value, &host);
     }
   }
+  if (host.calls != static_cast<std::uint64_t>(state.iterations()) * items.size()) {
+    state.SkipWithError("not every item was handed on");
+  }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
 }
 BENCHMARK(FlatVector)->ArgName("items")->Arg(1000)->Arg(100000)->Unit(benchmark::kMicrosecond);

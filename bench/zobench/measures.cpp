@@ -1,6 +1,9 @@
 #include "bench/zobench/measures.h"
 
+#include <linux/tcp.h>
 #include <malloc.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <time.h>
 
 #include <filesystem>
@@ -68,6 +71,26 @@ std::size_t ResidentBytes() {
 std::size_t AllocatedBytes() {
   const struct mallinfo2 info = ::mallinfo2();
   return info.uordblks + info.hblkhd;
+}
+
+Traffic TrafficWith(std::uint16_t port) {
+  Traffic traffic;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int descriptor = std::stoi(entry.path().filename());
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0 ||
+        peer.sin_family != AF_INET || ntohs(peer.sin_port) != port) {
+      continue;
+    }
+    tcp_info info{};
+    size = sizeof info;
+    if (::getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) == 0) {
+      traffic.sent += info.tcpi_bytes_acked;
+      traffic.received += info.tcpi_bytes_received;
+    }
+  }
+  return traffic;
 }
 
 }  // namespace ZoBench

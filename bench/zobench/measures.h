@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -20,5 +21,12 @@ std::size_t ThreadCount();
 // Bytes.
 std::size_t ResidentBytes();
 std::size_t AllocatedBytes();
+
+// Bytes that this process's connections to a port have carried so far, frames and all.
+struct Traffic {
+  std::uint64_t sent = 0;
+  std::uint64_t received = 0;
+};
+Traffic TrafficWith(std::uint16_t port);
 
 }  // namespace ZoBench

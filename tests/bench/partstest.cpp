@@ -8,8 +8,10 @@
 #include "bench/zobench/checkfailed.h"
 #include "bench/zobench/child.h"
 #include "bench/zobench/interleave.h"
+#include "bench/zobench/measures.h"
 #include "bench/zobench/references.h"
 #include "bench/zobench/scriptedsensor.h"
+#include "bench/zobench/sockets.h"
 #include "bench/zobench/websocket.h"
 
 namespace {
@@ -66,6 +68,22 @@ TEST(ZobenchParts, TheScriptedSensorPushesEachStreamInEachRound) {
   EXPECT_EQ(reader.TakeToPing(), 6U);
   sensor.AwaitPush();
   EXPECT_NE(sensor.Record().lastRequest.find("/two"), std::string::npos);
+}
+
+TEST(ZobenchParts, TrafficIsThatOfTheConnectionsToThePort) {
+  std::uint16_t port = 0;
+  const Socket listener = Listen(port);
+  const Socket client = Connect(port);
+  const Socket server = Accept(listener);
+  const Traffic before = TrafficWith(port);
+  std::string bytes(100, 'x');
+  WriteAll(client.File(), bytes.data(), 100);
+  ReadExactly(server.File(), bytes.data(), 100);
+  WriteAll(server.File(), bytes.data(), 40);  // which brings the word that the others have come
+  ReadExactly(client.File(), bytes.data(), 40);
+  const Traffic after = TrafficWith(port);
+  EXPECT_EQ(after.sent - before.sent, 100U);
+  EXPECT_EQ(after.received - before.received, 40U);
 }
 
 TEST(ZobenchParts, PingPongsTakeTime) {

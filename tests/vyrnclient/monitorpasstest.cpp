@@ -192,6 +192,14 @@ TEST_F(MonitorPass, ClockIsReadUnderTheInstanceLock) {
   EXPECT_EQ(qLock_Exit(serving.lock.Get()), qStatus_Success);
 }
 
+TEST_F(MonitorPass, HostGetsItsValuesUnderTheInstanceLock) {
+  const TimePoint due = Group(1s, "/r#/a");
+  std::vector<qStatus> inside;
+  recorder.OnValue([&](const Entry&) { inside.push_back(qLock_EnterEx(serving.lock.Get(), 0)); });
+  EXPECT_THAT(PassAt(due), ElementsAre("/r#/a"));
+  EXPECT_THAT(inside, ElementsAre(qStatus_Deadlock));
+}
+
 TEST_F(MonitorPass, WhatRaisesAbandonsThePassAndLeavesTheLock) {
   const TimePoint due = Group(1s, "/r#/a");
   EXPECT_THROW(serving.Pass([]() -> TimePoint { throw std::runtime_error("no time"); }), std::runtime_error);

@@ -277,6 +277,19 @@ TEST_P(StillDocuments, ItemWhoseResourceLostItsValuesIsInvalidUntilItHasOneAgain
   EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
 }
 
+TEST_P(StillDocuments, ReadThatFindsNothingAnyMoreIsNotForgottenByTheTick) {
+  Cached("/r", R"({"a":1})");
+  Add({"/r#/a"});
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  Cache().Forget("/r");
+  feed.UpdateItemFromCache(Item("/r#/a"));
+  EXPECT_EQ(Item("/r#/a").type, enumtype_invalid);
+  Cached("/r", R"({"a":1})");
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+  Cached("/r", R"({"a":{}})");  // leaves the item as it is: as the value before had made it
+  EXPECT_THAT(Tick(), ElementsAre("/r#/a 2:1"));
+}
+
 // An object or array leaves an item as it is.
 TEST_P(StillDocuments, ItemThatBecomesAContainerKeepsWhatItShowed) {
   Cached("/r", R"({"a":1})");

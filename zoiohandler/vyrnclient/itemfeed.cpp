@@ -113,9 +113,11 @@ void ItemFeed::UpdateResource(const std::string& resource) {
 xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
   NoteTime(std::chrono::system_clock::now());
   const std::uint64_t seen = item.seen;
+  const enumtype type = item.type;
   RefreshFromCache(item);
-  // One that was of version 0, which no slot has, was looked at anew in any case.
-  refreshes += item.seen != seen || seen == 0 ? 1 : 0;
+  // One that was of version 0, which no slot has, was looked at anew in any case; a type alone changes when the cache has
+  // nothing any more.
+  refreshes += item.seen != seen || seen == 0 || item.type != type ? 1 : 0;
   return item.value;
 }
 

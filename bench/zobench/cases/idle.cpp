@@ -130,7 +130,9 @@ void Measure(Bench& bench, int resources) {
     sensor.Kill();
     Series without;
     for (int i = 0; i < 5; ++i) {
+      const std::uint64_t values = instance.Count().values;
       without.Add(Watch(seconds));
+      Check(instance.Count().values > values, "the passes have stopped");
     }
     AddRow(bench, outage, without);
     Row added = outage;

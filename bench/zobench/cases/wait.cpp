@@ -1,4 +1,5 @@
-// How long a host's call waits while the monitor thread walks many items: ReadItem of a simulator, which asks nobody.
+// How long a host's call waits while the monitor thread walks many items: ReadItem of a simulator, which asks nobody, and
+// of a sensor, which has no pass of its own.
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include "bench/zobench/checkfailed.h"
 #include "bench/zobench/measures.h"
 #include "bench/zobench/pinning.h"
+#include "bench/zobench/scriptedsensor.h"
 
 namespace ZoBench {
 namespace {
@@ -27,14 +29,14 @@ Names WalkedNames() {
 }
 
 // Sorted microseconds of so many reads, with pauses that keep no step with the passes.
-std::vector<double> ReadTimes(Instance& instance, int count) {
+std::vector<double> ReadTimes(Instance& instance, const std::string& item, int count) {
   std::mt19937 random(1);
   std::uniform_int_distribution<int> pause(500, 1500);
   std::vector<double> times;
   for (int i = 0; i < count; ++i) {
     std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
     const double start = Now();
-    instance.Read("/demo#/int");
+    instance.Read(item);
     times.push_back((Now() - start) * 1e6);
   }
   std::sort(times.begin(), times.end());
@@ -48,6 +50,35 @@ void AddTimes(Bench& bench, const char* variant, const std::vector<double>& time
   bench.report.Add(std::move(row));
 }
 
+// Two passes at least have gone over all items.
+void AwaitPasses(Instance& instance) {
+  const std::uint64_t values = instance.Count().values;
+  Await([&] { return instance.Count().values >= values + 2 * WalkedItems; }, "two passes");
+}
+
+void MeasureSensor(Bench& bench) {
+  const Row row{"wait", "a sensor's, 100000 items", {}, "us", {}, {}, {}, {}, false, false, {}};
+  Guard(bench, row, [&] {
+    constexpr int members = 100;
+    const ScriptedSensor sensor([](std::string_view) { return ScriptedMembers(members); });
+    ReleaseProcess(sensor.Pid());
+    std::vector<std::string> items;
+    for (int i = 0; i < WalkedItems; ++i) {
+      items.push_back(ItemName(i / members, i % members));
+    }
+    const Names names(std::move(items));
+    const std::string item = ItemName(0, 2);
+    const int reads = bench.options.Repetitions(UsualReads);
+    Instance walked(bench.First(), sensor.Port());
+    walked.Read(item);
+    Check(walked.Count().values == 1 && walked.Count().last == ScriptedValue(2), "the sensor cannot be read");
+    AddTimes(bench, "a sensor's, nothing subscribed", ReadTimes(walked, item, reads));
+    walked.Subscribe(names, 100);
+    AwaitPasses(walked);
+    AddTimes(bench, "a sensor's, its instance has 100000 items at 100 ms", ReadTimes(walked, item, reads));
+  });
+}
+
 }  // namespace
 
 void RunWait(Bench& bench) {
@@ -57,19 +88,20 @@ void RunWait(Bench& bench) {
     ReleaseProcess(::getpid());
     const int reads = bench.options.Repetitions(UsualReads);
     const Names names = WalkedNames();
+    const std::string item = "/demo#/int";
     Instance other(bench.First(), Simulator);
     Instance walked(bench.First(), Simulator);
-    other.Read("/demo#/int");
-    walked.Read("/demo#/int");
+    other.Read(item);
+    walked.Read(item);
     Check(other.Count().values == 1 && walked.Count().values == 1, "the simulator cannot be read");
-    AddTimes(bench, "nothing subscribed", ReadTimes(walked, reads));
+    AddTimes(bench, "nothing subscribed", ReadTimes(walked, item, reads));
     walked.Subscribe(names, 100);
-    const std::uint64_t values = walked.Count().values;
-    Await([&] { return walked.Count().values >= values + 2 * WalkedItems; }, "two passes");
-    AddTimes(bench, "the instance of 100000 items at 100 ms", ReadTimes(walked, reads));
-    AddTimes(bench, "another instance meanwhile", ReadTimes(other, reads));
+    AwaitPasses(walked);
+    AddTimes(bench, "the instance of 100000 items at 100 ms", ReadTimes(walked, item, reads));
+    AddTimes(bench, "another instance meanwhile", ReadTimes(other, item, reads));
     walked.Unsubscribe(names);
   });
+  MeasureSensor(bench);
 }
 
 }  // namespace ZoBench
