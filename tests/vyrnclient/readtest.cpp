@@ -50,6 +50,12 @@ TEST_F(Read, AsksTheSensorForItsResourceEveryTime) {
   EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /r"));
 }
 
+TEST_F(Read, OfANewItemMakesTwoRequests) {
+  sensor->SetResource("/r", R"({"a":5})");
+  client->Read("/r#/a");
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /r", "Read /r"));
+}
+
 TEST_F(Read, ItemThatIsNotValidIsRefusedSilently) {
   EXPECT_EQ(client->Read("/unknown#/a"), 1);
   EXPECT_EQ(recorder.CountValues("/unknown#/a"), 0u);

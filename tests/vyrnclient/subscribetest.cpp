@@ -71,6 +71,14 @@ TEST_F(SubscribeItems, StreamThatIsRefusedFallsBackToTheSubscription) {
   EXPECT_TRUE(Item("/r/x#/a").subscribed);
 }
 
+TEST_F(SubscribeItems, NewNameMakesThreeRequestsAtMost) {
+  sensor->SetResource("/new/x", R"({"a":5})");
+  Answer("Stream", R"({"status":-1,"payload":null})");
+  sensor->ClearCalls();
+  Subscribe(*client, {"/new/x#/a"});
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /new/x", "Stream /new/x", "Subscribe /new/*"));
+}
+
 TEST_F(SubscribeItems, EveryEmptyPayloadFallsBack) {
   const char* const answers[] = {"", R"({"status":1})", R"({"status":1,"payload":null})",
                                  R"({"status":1,"payload":{}})", R"({"status":1,"payload":[]})"};

@@ -63,6 +63,13 @@ TEST_F(Write, OfANewItemTellsItsStepsInTheirOrder) {
                                                "2 ZoIO::ItemManager::Item: Adding item /r#/r"));
 }
 
+TEST_F(Write, OfANewItemMakesTwoRequests) {
+  sensor->SetResource("/new", R"({"a":5})");
+  sensor->ClearCalls();
+  WriteItem(IntegerValue(42), "/new#/a");
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /new", "Update /new"));
+}
+
 TEST_F(Write, EveryTypeIsSentAsItsJsonKind) {
   WriteItem(TextValue("text \"quoted\""));
   WriteItem(BooleanValue(1));
