@@ -249,32 +249,26 @@ void ItemFeed::FindMember(const ItemManager::ItemInfo& item, Shown& shown) const
 }
 
 void ItemFeed::ShowAgain(const char* itemName, const Shown& shown, const CallbackGate::Entry& showing) const {
-  if (parameters->itemValue == nullptr || !showing.StillOpen()) {
-    return;
-  }
   ioDataValue data{};
   data.type = shown.type;
   data.value = shown.value;
-  parameters->itemValue(itemName, &data, parameters->context);
+  Deliver(itemName, data, showing);
 }
 
 void ItemFeed::UpdateItem(const std::string& itemName, const xhmi::variant_value& value, enumtype type,
                           int status) const {
   ioDataValue data = MakeRecord(value, type);
   data.status = status;
-  Deliver(itemName.c_str(), data);
+  Deliver(itemName.c_str(), data, BeginShowing());
 }
 
 void ItemFeed::UpdateItem(const std::string& itemName, const ioDataValue& value) const {
-  Deliver(itemName.c_str(), value);
+  Deliver(itemName.c_str(), value, BeginShowing());
 }
 
-void ItemFeed::Deliver(const char* itemName, const ioDataValue& value) const {
-  if (parameters->itemValue == nullptr) {
-    return;
-  }
-  const CallbackGate::Entry entry(gate.get());
-  if (entry) {
+void ItemFeed::Deliver(const char* itemName, const ioDataValue& value,
+                       const CallbackGate::Entry& showing) const {
+  if (parameters->itemValue != nullptr && showing.StillOpen()) {
     parameters->itemValue(itemName, &value, parameters->context);
   }
 }

@@ -109,7 +109,7 @@ class ItemFeed {
   const ZoJson& Document(const CacheManager::Slot& slot);
   void NoteShape(const CacheManager::Slot& slot);
   void FindMember(const ItemManager::ItemInfo& item, Shown& shown) const;
-  void Deliver(const char* itemName, const ioDataValue& value) const;
+  void Deliver(const char* itemName, const ioDataValue& value, const CallbackGate::Entry& showing) const;
 
   std::shared_ptr<CacheManager> cache;
   // The document looked at last: items of one resource mostly come one after the other.
