@@ -48,7 +48,8 @@ class SensorServer {
   void PushStreams(Client& client, std::uint64_t first, std::uint64_t rounds);
   // Serves whatever waits, for so long at most if nothing does. Returns whether the channel has something.
   bool Serve(int milliseconds);
-  void Drain(Client& client);
+  // Serves what it sent. Alone: nobody else asks for anything.
+  void Drain(Client& client, bool alone);
   // What has been received. Returns whether there was a request.
   bool ServeFrames(Client& client);
   void Answer(Client& client, std::string_view request);

@@ -19,7 +19,7 @@ const std::vector<Case>& Cases() {
       {"destroy", "DestroyIoInstance: idle, streaming, link down, sensor silent", &RunDestroy},
       {"memory", "bytes of a registered and subscribed item", &RunMemory},
       {"idle", "CPU of 1000 items at 100 ms, and of an outage", &RunIdle},
-      {"instances", "threads, memory, CPU and times of 1, 10 and 100 simulators", &RunInstances},
+      {"instances", "threads, memory, CPU and times of 1 to 1000 instances", &RunInstances},
       {"wait", "how long ReadItem waits while a pass walks 100000 items", &RunWait},
   };
   return cases;

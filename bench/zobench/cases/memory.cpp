@@ -63,7 +63,11 @@ std::vector<double> MeasureOnce(const Plugin& plugin, std::uint16_t port, int it
 }  // namespace
 
 void RunMemory(Bench& bench) {
-  for (const int items : {1000, 10'000, 100'000}) {
+  std::vector<int> counts = {1000, 10'000, 100'000};
+  if (!bench.options.quick) {
+    counts.push_back(1'000'000);
+  }
+  for (const int items : counts) {
     Row allocated{"memory", fmt::format("{} items, allocated", items),
                   {},       "bytes/item",
                   {},       {},
