@@ -340,6 +340,26 @@ TEST(Restorer, RefusedWishWaitsThreeSeconds) {
   EXPECT_EQ(restorer.NextDue(), never);
 }
 
+TEST(Restorer, RefusalOfWhatIsNotAskedForChangesNothing) {
+  Restorer restorer;
+  EXPECT_EQ(restorer.Refused(streamA, start), std::nullopt);
+  restorer.Granted(streamA, 4);
+  EXPECT_EQ(restorer.Refused(streamA, start), std::nullopt);
+  EXPECT_EQ(restorer.NextDue(), never);
+  EXPECT_EQ(restorer.Cancel(streamA), Restorer::Cancelled::Active);
+}
+
+TEST(Restorer, RefusalEndsTheLatestOfSeveralUnheardRequests) {
+  Restorer restorer;
+  restorer.Unheard(streamA, 5, start);
+  restorer.Unheard(streamA, 7, start);
+  restorer.Unheard(streamA, 6, start);
+  EXPECT_EQ(restorer.Next(start), streamA);
+  EXPECT_EQ(restorer.Next(start), std::nullopt);
+  EXPECT_EQ(restorer.Refused(streamA, start), 7U);
+  EXPECT_EQ(restorer.Size(), 0U);
+}
+
 TEST(Restorer, CancellingTellsWhetherTheSensorMustBeTold) {
   Restorer restorer;
   EXPECT_EQ(restorer.Cancel(streamA), Restorer::Cancelled::Nothing);
