@@ -172,6 +172,10 @@ TEST_F(BatchLock, IsHeldWhenABatchAsksWhetherTheSensorIsThere) {
   ExpectThatItIsHeldWhenTheSensorIsAskedFor([this] { return Subscribe(*client, {"/r/x#/a"}); });
 }
 
+TEST_F(BatchLock, IsHeldWhenAnUnsubscribeAsksWhetherTheSensorIsThere) {
+  ExpectThatItIsHeldWhenTheSensorIsAskedFor([this] { return Unsubscribe(*client, {"/r/x#/a"}); });
+}
+
 TEST_F(BatchLock, IsHeldWhenACallAsksWhetherTheSensorIsThere) {
   ExpectThatItIsHeldWhenTheSensorIsAskedFor([this] { return client->Call(nullptr, "RunSensor", "{}"); });
 }

@@ -151,9 +151,10 @@ TEST_F(CacheToValue, MissingElementGivesType5AndKeepsTheValue) {
   Take("7");
   Cached("/r", R"({"b":1})");
   ItemInfo& item = Item("/r#/a");
-  feed.UpdateItemFromCache(item);
+  const xhmi::variant_value copy = feed.UpdateItemFromCache(item);
   EXPECT_EQ(item.type, enumtype_invalid);
   EXPECT_EQ(item.value, xhmi::variant_value(7LL));
+  EXPECT_EQ(copy, xhmi::variant_value(7LL));
 }
 
 TEST_F(CacheToValue, UncachedResourceGivesType5AndKeepsTheValue) {

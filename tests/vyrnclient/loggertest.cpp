@@ -123,6 +123,36 @@ TEST_F(Logger, WithoutCallbackTheBareMessageGoesToStandardOutput) {
   EXPECT_EQ(recorder.Size(), 0u);
 }
 
+// Stands in for the buffer of standard output, and counts how often it is flushed.
+class CountingOutput : public std::stringbuf {
+ public:
+  CountingOutput() : before(std::cout.rdbuf(this)) {}
+  CountingOutput(const CountingOutput&) = delete;
+  CountingOutput& operator=(const CountingOutput&) = delete;
+  ~CountingOutput() override { std::cout.rdbuf(before); }
+
+  int flushes = 0;
+
+ protected:
+  int sync() override {
+    ++flushes;
+    return std::stringbuf::sync();
+  }
+
+ private:
+  std::streambuf* const before;
+};
+
+TEST_F(Logger, WithoutCallbackEachMessageIsFlushed) {
+  const ZoIO::Logger silent(&recorder, nullptr);
+  const CountingOutput output;
+  WriteLog(silent, "One.", 2, "f");
+  EXPECT_EQ(output.str(), "One.\n");
+  EXPECT_EQ(output.flushes, 1);
+  WriteLog(silent, "Two.", 2, "f");
+  EXPECT_EQ(output.flushes, 2);
+}
+
 // Digits in groups of one, as no real locale has them.
 class Grouping : public std::numpunct<char> {
  protected:

@@ -267,6 +267,22 @@ TEST_F(Methods, SensorThatCannotBeStartedOrStoppedGetsNoResponse) {
   EXPECT_EQ(recorder.Size(), 0u);
 }
 
+// A sensor that cannot say whether it runs.
+class UnknownSensor : public FakeSensorManager {
+ public:
+  using FakeSensorManager::FakeSensorManager;
+  bool IsRunning() override { throw std::runtime_error("broken"); }
+};
+
+TEST_F(Methods, SensorThatCannotSayWhetherItRunsGetsNoResponse) {
+  const auto unknown = std::make_shared<UnknownSensor>(logger);
+  ZoIO::Method other(parameters, unknown);
+  EXPECT_FALSE(other.Call(&token, "RunSensor", "{}"));
+  EXPECT_FALSE(other.Call(&token, "StopSensor", "{}"));
+  EXPECT_THAT(unknown->CallTexts(), IsEmpty());
+  EXPECT_EQ(recorder.Size(), 0u);
+}
+
 // A sensor that is offline: it takes both calls and does nothing.
 class OfflineSensor : public FakeSensorManager {
  public:

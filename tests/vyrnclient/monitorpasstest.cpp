@@ -171,13 +171,21 @@ TEST_F(MonitorPass, GroupThatLostItsLastItemIsGoneAndANewOneOfItsIntervalIsDueAt
   EXPECT_THAT(PassAt(again), ElementsAre("/r#/a"));
 }
 
-TEST_F(MonitorPass, RemovedItemTakesOnlyTheGroupsWithItThatItLeavesEmpty) {
+TEST_F(MonitorPass, RemovedItemLeavesTheGroupsThatHaveOthers) {
   for (const milliseconds interval : {1s, 2s, 3s}) {
     Group(interval, "/r#/a");
   }
   Group(2s, "/r#/b");
   Remove("/r#/a");
   EXPECT_THAT(Intervals(), ElementsAre(2s));
+}
+
+TEST_F(MonitorPass, RemovedItemTakesAGroupThatNeverHadAnItemWithIt) {
+  Group(1s, "/r#/a");
+  Group(2s, "/r#/b");
+  serving.GetSubscriptionGroup(3s);
+  Remove("/r#/b");
+  EXPECT_THAT(Intervals(), ElementsAre(1s));
 }
 
 TEST_F(MonitorPass, ClockIsReadUnderTheInstanceLock) {

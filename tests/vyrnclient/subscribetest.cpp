@@ -11,6 +11,7 @@ using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 class SubscribeItems : public FakeInstanceTest {
  protected:
@@ -114,6 +115,32 @@ TEST_F(SubscribeItems, PatternThatIsSubscribedAlreadyIsSkipped) {
               Contains("2 ZoIO::ZoVyrnClient::Subscribe: Resource already subscribed.Skipping.").Times(1));
   EXPECT_THAT(sensor->CallTexts(), ElementsAre("Stream /r/x", "Subscribe /r/*", "Stream /r/y"));
   EXPECT_TRUE(Item("/r/y#/a").subscribed);
+}
+
+// An interval begins with its first batch, whatever becomes of that, and keeps its times.
+TEST_F(SubscribeItems, ItemOfAnIntervalThatBeganWithoutOneWaitsForItsNextTick) {
+  EXPECT_EQ(client->Subscribe(24h, nullptr, 0, nullptr), 0);
+  Subscribe(*client, {"/r/x#/a"}, nullptr, 25h);  // ticks behind it in each pass
+  ASSERT_TRUE(recorder.WaitForValue("/r/x#/a"));
+  Subscribe(*client, {"/r/y#/a"}, nullptr, 24h);
+  Subscribe(*client, {"/r/x#/b"}, nullptr, 26h);
+  ASSERT_TRUE(recorder.WaitForValue("/r/x#/b"));
+  EXPECT_EQ(recorder.CountValues("/r/y#/a"), 0u);
+}
+
+TEST_F(SubscribeItems, ItemWhoseStreamAndSubscriptionAreRefusedGetsItsValuesFromReads) {
+  Answer("Stream", "");
+  Answer("Subscribe", "");
+  Subscribe(*client, {"/r/x#/a"}, nullptr, 0ms);
+  ASSERT_TRUE(recorder.WaitForValue("/r/x#/a"));
+  sensor->SetResource("/r/x", R"({"a":5})");
+  Subscribe(*client, {"/r/y#/a"}, nullptr, 0ms);  // counts passes
+  ASSERT_TRUE(recorder.WaitForValue("/r/y#/a", 2));
+  EXPECT_THAT(DescribeValues(recorder, "/r/x#/a"), Not(Contains("2:5")));
+  EXPECT_EQ(client->Read("/r/x#/a"), 0);
+  recorder.Clear();
+  ASSERT_TRUE(recorder.WaitForValue("/r/x#/a"));
+  EXPECT_THAT(DescribeValues(recorder, "/r/x#/a"), Contains("2:5"));
 }
 
 TEST_F(SubscribeItems, SubscriptionThatIsRefusedIsAWarningAndTheItemStays) {

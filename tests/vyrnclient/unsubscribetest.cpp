@@ -87,6 +87,22 @@ TEST_F(UnsubscribeItems, ItemLeavesAllItsIntervalsAtOnce) {
   EXPECT_EQ(recorder.CountValues("/r/x#/a"), 0u);
 }
 
+TEST_F(UnsubscribeItems, ItemOfTwoIntervalsLeavesBothWithTheFirstAndItsStreamEndsWithTheSecond) {
+  Subscribe(*client, {"/r/x#/a"}, nullptr, 0ms);
+  Subscribe(*client, {"/r/x#/a"}, nullptr, 1ms);
+  ASSERT_TRUE(recorder.WaitForValue("/r/x#/a", 4));
+  sensor->ClearCalls();
+  Unsubscribe(*client, {"/r/x#/a"});
+  EXPECT_THAT(sensor->CallTexts(), IsEmpty());
+  Forget();
+  Subscribe(*client, {"/r/y#/a"}, nullptr, 0ms);
+  ASSERT_TRUE(recorder.WaitForValue("/r/y#/a", 2));
+  EXPECT_EQ(recorder.CountValues("/r/x#/a"), 0u);
+  Forget();
+  Unsubscribe(*client, {"/r/x#/a"});
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("StopStream /r/x"));
+}
+
 TEST_F(UnsubscribeItems, OtherItemsOfTheGroupStay) {
   Subscribe(*client, {"/r/x#/a", "/r/x#/b"}, nullptr, 0ms);
   Unsubscribe(*client, {"/r/x#/a"});
@@ -174,6 +190,18 @@ TEST_F(UnsubscribeItems, ExceptionIsTheCallersAndTheLockIsFreeAfterwards) {
   EXPECT_EQ(recorder.CountMessages("broken"), 0u);
   Answer("StopStream", R"({"status":1})");
   EXPECT_EQ(Unsubscribe(*client, {"/r/y#/a"}), 0);
+}
+
+TEST_F(UnsubscribeItems, ItemThatRaisesHasLeftItsIntervalsAndThoseBehindItHaveNot) {
+  Subscribe(*client, {"/r/x#/a", "/r/x#/b", "/r/y#/a", "/r/y#/b"}, nullptr, 0ms);
+  ASSERT_TRUE(recorder.WaitForValue("/r/y#/b", 2));
+  sensor->SetScript("StopStream", [](const auto&) -> ZoJson { throw std::runtime_error("broken"); });
+  Unsubscribe(*client, {"/r/x#/b"});  // the resource has another item
+  EXPECT_THROW(Unsubscribe(*client, {"/r/x#/a", "/r/y#/a"}), std::runtime_error);
+  Forget();
+  ASSERT_TRUE(recorder.WaitForValue("/r/y#/b", 2));
+  EXPECT_EQ(recorder.CountValues("/r/x#/a"), 0u);
+  EXPECT_GE(recorder.CountValues("/r/y#/a"), 1u);
 }
 
 TEST_F(UnsubscribeItems, CountStartsFrom0AfterUnsubscribesThatRaised) {

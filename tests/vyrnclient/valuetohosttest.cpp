@@ -131,5 +131,13 @@ TEST_F(ValueOfAnInstance, RecordReachesTheHostAsItIs) {
   EXPECT_EQ(values[0].value.status, 3);
 }
 
+TEST_F(ValueOfAnInstance, VariantReachesTheHostWithItsStatus) {
+  client->UpdateItem("/r#/a", variant_value(-7LL), enumtype_int64, 3);
+  const Recorder::Entries values = recorder.Values("/r#/a");
+  ASSERT_EQ(values.size(), 1u);
+  EXPECT_EQ(Describe(values[0]), "2:-7");
+  EXPECT_EQ(values[0].value.status, 3);
+}
+
 }  // namespace
 }  // namespace ZoTest
