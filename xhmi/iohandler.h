@@ -171,12 +171,14 @@ int WriteItem(const char* itemName, const ioDataValue* value, int ignored, void*
 
 /* [any] Subscribes items: their values then arrive through the item-value callback every intervalMs.
  * intervalMs  in milliseconds; the granularity is 100 ms, so everything up to 100 means every 100 ms.
- * count       of the names; with 0 or less nothing is done, and the result is 0 (1 when the sensor is not connected).
+ * count       of the names; with 0 or less nothing is subscribed, and the result is 0 (1 when the sensor is not connected).
  * itemNames   count names. At a null one the batch ends with 1: the names before it are subscribed, the results
  *             from there on are not written.
  * results     count words, written by the call: for each name a kind code (0 to 5; 2 for a new item), or 6 when
  *             it failed.
  * Blocks for the sensor's answers: up to three requests for a new resource, at most about 3 s each.
+ * The first value comes within 100 ms; within an interval when that has begun, with its first batch, even one that left
+ * no item in it, and has not ended, with an UnsubscribeItems that found it without any.
  * An item that the sensor does not know yet is delivered once as enumtype_invalid, and its values from when they
  * appear; one that is known (a simulated one always is) on every tick, as enumtype_invalid until it has a value. Subscribing one item twice takes two unsubscribes to end its stream on the sensor.
  * Returns 0, or 1 if any name failed or the batch ended at a null one, and then results tell how far it came; also 1,

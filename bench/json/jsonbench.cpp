@@ -1,4 +1,4 @@
-// JSON values beside a widely used library. Every case checks what it does before it is timed.
+// JSON values beside a widely used library. Every case checks what it does.
 #include <benchmark/benchmark.h>
 
 #include <atomic>

@@ -52,6 +52,9 @@ void PrintedLine(benchmark::State& state) {
                   static_cast<unsigned long long>(qThread_CurrentId()), message.c_str());
     callback(&host, 2, line);
   }
+  if (host.lines != static_cast<std::uint64_t>(state.iterations())) {
+    state.SkipWithError("not a line for each call");
+  }
 }
 BENCHMARK(PrintedLine);
 

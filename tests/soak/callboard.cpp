@@ -114,8 +114,8 @@ std::vector<std::string> CallBoard::Stuck(Clock::time_point now) {
     if (kind < 0 || seat.reported || now < since) {
       continue;
     }
-    // One call runs at a time. So one of them ends within the longest time of one, and each after all the others; the
-    // lock of the exports is not fair, so a call may be overtaken now and then.
+    // One call runs at a time. So one of them ends within the longest time of one, and each behind all the
+    // others at the latest: whoever waits is next.
     const bool noneEnds = now - std::max(since, ended) > longest;
     if (noneEnds || now - since > longest * static_cast<int>(seats.size() + 1)) {
       seat.reported = true;

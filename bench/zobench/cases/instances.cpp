@@ -41,7 +41,8 @@ void AllowManyDescriptors() {
 
 // The figures, in their order.
 std::vector<double> MeasureOnce(const Plugin& plugin, std::uint16_t port, int count, int seconds) {
-  Instance warm(plugin, port);  // whatever the first one costs once
+  const std::size_t alone = ThreadCount();
+  Instance first(plugin, port);  // what the first one costs once is none of the others'
   const std::size_t threads = ThreadCount();
   const std::size_t allocated = AllocatedBytes();
   const std::size_t resident = ResidentBytes();
@@ -62,6 +63,11 @@ std::vector<double> MeasureOnce(const Plugin& plugin, std::uint16_t port, int co
         });
       },
       "a value of each instance");
+  if (port != Simulator) {
+    Check(std::all_of(instances.begin(), instances.end(),
+                      [](const auto& instance) { return instance->Count().last == FirstRound; }),
+          "an instance has another value than its sensor");
+  }
   std::vector<double> figures;
   const auto each = [count](std::size_t before, std::size_t now) {
     return (static_cast<double>(now) - static_cast<double>(before)) / count;
@@ -69,6 +75,7 @@ std::vector<double> MeasureOnce(const Plugin& plugin, std::uint16_t port, int co
   figures.push_back(each(threads, ThreadCount()));
   figures.push_back(each(allocated, AllocatedBytes()));
   figures.push_back(each(resident, ResidentBytes()));
+  first.Destroy();
   const double cpu = ProcessCpu();
   start = Now();
   std::this_thread::sleep_for(std::chrono::seconds(seconds));
@@ -77,7 +84,7 @@ std::vector<double> MeasureOnce(const Plugin& plugin, std::uint16_t port, int co
   start = Now();
   instances.clear();
   figures.push_back((Now() - start) / count * 1e3);
-  Check(ThreadCount() == threads, "threads are left");
+  Check(ThreadCount() == alone, "threads are left");
   return figures;
 }
 

@@ -54,6 +54,7 @@ std::vector<double> MeasureOnce(const Plugin& plugin, std::uint16_t port, int it
   Await(
       [&] { return instance.Count().values >= delivered + 2 * static_cast<std::uint64_t>(measured.Count()); },
       "the items' first values");
+  Check(instance.Count().invalid == 0, "an item has no value");
   const auto grown = [items](std::size_t before, std::size_t now) {
     return (static_cast<double>(now) - static_cast<double>(before)) / items;
   };

@@ -33,12 +33,16 @@ std::vector<double> ReadTimes(Instance& instance, const std::string& item, int c
   std::mt19937 random(1);
   std::uniform_int_distribution<int> pause(500, 1500);
   std::vector<double> times;
+  const std::uint64_t values = instance.Count().values;
+  const std::uint64_t invalid = instance.Count().invalid;
   for (int i = 0; i < count; ++i) {
     std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
     const double start = Now();
     instance.Read(item);
     times.push_back((Now() - start) * 1e6);
   }
+  Check(instance.Count().values - values >= static_cast<std::uint64_t>(count), "a read brought no value");
+  Check(instance.Count().invalid == invalid, "a value was not valid");
   std::sort(times.begin(), times.end());
   return times;
 }
