@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "qapi/thread.h"
 #include "tests/support/recorder.h"
 #include "tests/vyrnclient/fakesensormanager.h"
 #include "tests/vyrnclient/faulttest.h"
@@ -11,6 +12,7 @@ namespace ZoTest {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using ZoIO::CacheManager;
 using ZoIO::ItemManager;
@@ -20,12 +22,13 @@ constexpr const char* registryThread = "ItemManager::ManageInvalidItems::Thread"
 
 constexpr qOperation constructionSteps[] = {qOperation::LockConstruct, qOperation::ThreadConstruct,
                                             qOperation::ThreadSetName, qOperation::ThreadStart};
+constexpr qStatus constructionStatuses[] = {qStatus_Failure, qStatus_OutOfMemory, qStatus{17}};
 
 class CacheFaults : public FaultTest {};
 
 TEST_F(CacheFaults, EveryStepOfConstructionIsReported) {
   for (const qOperation step : constructionSteps) {
-    for (const qStatus status : {qStatus_Failure, qStatus_OutOfMemory, qStatus{17}}) {
+    for (const qStatus status : constructionStatuses) {
       qTest_FailOperation(step, 1, status);
       const auto raised = Raised([] { CacheManager cache(5000); });
       ASSERT_TRUE(raised);
@@ -99,17 +102,19 @@ class RegistryFaults : public FaultTest {
 
 TEST_F(RegistryFaults, EveryStepOfConstructionIsReportedWithoutALine) {
   for (const qOperation step : constructionSteps) {
-    FakeSensorManager sensor(logger);
-    recorder.Clear();
-    const std::uint64_t before = qTest_LiveObjects();
-    qTest_FailOperation(step, 1, qStatus_OutOfMemory);
-    const auto raised = Raised([&] { ItemManager registry(sensor, false); });
-    ASSERT_TRUE(raised);
-    EXPECT_EQ(raised->Status(), qStatus_OutOfMemory);
-    EXPECT_EQ(raised->Source(), "hmi/zoiohandler/zoiohandler/vyrnclient/itemmanager");
-    EXPECT_EQ(raised->Function(), "ZoIO::ItemManager::ItemManager");
-    EXPECT_EQ(recorder.Size(), 0u);
-    EXPECT_EQ(qTest_LiveObjects(), before);
+    for (const qStatus status : constructionStatuses) {
+      FakeSensorManager sensor(logger);
+      recorder.Clear();
+      const std::uint64_t before = qTest_LiveObjects();
+      qTest_FailOperation(step, 1, status);
+      const auto raised = Raised([&] { ItemManager registry(sensor, false); });
+      ASSERT_TRUE(raised);
+      EXPECT_EQ(raised->Status(), status);
+      EXPECT_EQ(raised->Source(), "hmi/zoiohandler/zoiohandler/vyrnclient/itemmanager");
+      EXPECT_EQ(raised->Function(), "ZoIO::ItemManager::ItemManager");
+      EXPECT_EQ(recorder.Size(), 0u);
+      EXPECT_EQ(qTest_LiveObjects(), before);
+    }
   }
 }
 
@@ -173,6 +178,28 @@ TEST_F(RegistryFaults, CacheThatFailsDuringValidationLeavesTheItemInvalid) {
   qTest_FailOperation(qOperation::LockEnter, 2, qStatus_System);
   EXPECT_FALSE(sensor.PLC()->Item("/r#/a").valid);
   EXPECT_THAT(sensor.PLC()->InvalidItems(), ElementsAre("/r#/a"));
+}
+
+TEST_F(RegistryFaults, CacheThatFailsToStoreWhatWasReadLeavesTheItemWaitingWithoutALineOfItsOwn) {
+  FakeSensorManager sensor(logger);
+  sensor.SetResource("/r", R"({"a":1})");
+  qThread_NameCurrent("RegistryFaults::Host");
+  // The first lock is the registry's own, the second that of the look whether the cache has the resource.
+  qTest_FailOperationIn("RegistryFaults::Host", qOperation::LockEnter, 3, qStatus_System);
+  const ZoIO::ItemInfo& item = sensor.PLC()->Item("/r#/a");
+  EXPECT_EQ(qTest_FailureCount(), 1u);
+  qTest_Reset();
+  EXPECT_FALSE(item.valid);
+  EXPECT_THAT(sensor.Kept(), ElementsAre(R"(/r {"a":1})"));
+  EXPECT_FALSE(sensor.Cache()->Exists("/r"));
+  EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ItemManager::Item: /r#/a does not exist. Creating.",
+                                               "2 ZoIO::ItemManager::Item: /r#/a created.",
+                                               "2 ZoIO::ItemManager::Item: Retrieving /r#/a value.",
+                                               "4 ZoIO::ItemManager::Item: /r#/a does not exists."));
+  EXPECT_THAT(sensor.PLC()->InvalidItems(), ElementsAre("/r#/a"));
+  sensor.PLC()->RetryInvalidItems();
+  EXPECT_TRUE(item.valid);
+  EXPECT_THAT(sensor.PLC()->InvalidItems(), IsEmpty());
 }
 
 }  // namespace

@@ -2,6 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <exception>
+#include <functional>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "tests/vyrnclient/feedtest.h"
@@ -258,6 +264,46 @@ TEST_F(SimulatedRegistry, AcceptsEveryNameWithTwoLinesAndAsksNobody) {
   EXPECT_THAT(sensor->Questions(), IsEmpty());
   EXPECT_EQ(Cache().Size(), 0u);
   EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+}
+
+// One that cannot store what was read, for as long as raise says so.
+class RaisingSensorManager : public FakeSensorManager {
+ public:
+  using FakeSensorManager::FakeSensorManager;
+
+  void Keep(const std::string& uri, const ZoJson& payload) override {
+    raise();
+    FakeSensorManager::Keep(uri, payload);
+  }
+
+  std::function<void()> raise = [] {};
+};
+
+TEST(ItemRegistryStoring, ThatRaisesLeavesTheItemWaitingForTheRetryWithoutALineOfItsOwn) {
+  const std::function<void()> faults[] = {[] { throw std::exception(); }, [] { throw std::bad_alloc(); },
+                                          [] { throw std::runtime_error("no room"); }};
+  for (const auto& fault : faults) {
+    SCOPED_TRACE(&fault - faults);
+    Recorder recorder;
+    RaisingSensorManager sensor(std::make_shared<ZoIO::Logger>(&recorder, &Recorder::HandleLog));
+    ZoIO::ItemManager& registry = *sensor.PLC();
+    sensor.SetResource("/r", R"({"a":5})");
+    sensor.raise = fault;
+    const ItemInfo& item = registry.Item("/r#/a");
+    EXPECT_FALSE(item.valid);
+    EXPECT_THAT(recorder.LogLines(), ElementsAre("2 ZoIO::ItemManager::Item: /r#/a does not exist. Creating.",
+                                                 "2 ZoIO::ItemManager::Item: /r#/a created.",
+                                                 "2 ZoIO::ItemManager::Item: Retrieving /r#/a value.",
+                                                 "4 ZoIO::ItemManager::Item: /r#/a does not exists."));
+    EXPECT_THAT(sensor.CallTexts(), ElementsAre("Read /r"));
+    EXPECT_FALSE(sensor.Cache()->Exists("/r"));
+    EXPECT_THAT(registry.InvalidItems(), ElementsAre("/r#/a"));
+    sensor.raise = [] {};
+    registry.RetryInvalidItems();
+    EXPECT_TRUE(item.valid);
+    EXPECT_THAT(registry.InvalidItems(), IsEmpty());
+    EXPECT_EQ(sensor.Cache()->Get("/r", 0), ZoJson(R"({"a":5})"));
+  }
 }
 
 TEST(ItemRegistryEnd, TellsItsBeginningAndItsEnd) {

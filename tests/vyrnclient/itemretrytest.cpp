@@ -93,6 +93,20 @@ TEST_F(ItemRetry, PayloadWithoutTheElementIsNotCached) {
   EXPECT_EQ(sensor->CallCount("Read"), 2u);
 }
 
+TEST_F(ItemRetry, PayloadWithANullForTheElementKeepsTheItemWaitingAndIsNotCached) {
+  MakeInvalid({"/r#/a"});
+  sensor->SetResource("/r", R"({"a":null})");
+  Registry().RetryInvalidItems();
+  EXPECT_FALSE(Item("/r#/a").valid);
+  EXPECT_THAT(Registry().InvalidItems(), ElementsAre("/r#/a"));
+  EXPECT_FALSE(Cache().Exists("/r"));
+  sensor->SetResource("/r", R"({"a":0})");
+  Registry().RetryInvalidItems();
+  EXPECT_THAT(sensor->CallTexts(), ElementsAre("Read /r", "Read /r"));
+  EXPECT_TRUE(Item("/r#/a").valid);
+  EXPECT_THAT(Registry().InvalidItems(), IsEmpty());
+}
+
 TEST_F(ItemRetry, NullPayloadEndsTheTurnOfTheItemNotThePass) {
   MakeInvalid({"/a#/x", "/b#/x"});
   sensor->SetResource("/b", R"({"x":1})");

@@ -1,10 +1,12 @@
-// A validation keeps the registry to itself: whoever needs it meanwhile waits.
+// A validation keeps the registry to itself: whoever needs it meanwhile waits, except for one who takes the
+// map itself.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "qapi/testing.h"
 #include "qapi/thread.h"
@@ -94,6 +96,24 @@ TEST_F(RegistryLock, OfAValidationIsWaitedForByTheWorkersPass) {
   EXPECT_FALSE(Eventually([this] { return retries > 0; }, aWhile));
   Answer();
   EXPECT_TRUE(Eventually([this] { return retries > 0; }));
+}
+
+TEST_F(RegistryLock, OfAValidationIsNotWaitedForByWhoTakesTheMapItself) {
+  std::atomic<bool> returned = false;
+  const void* map = nullptr;
+  const void* constantMap = nullptr;
+  std::thread asker([&] {
+    map = &registry->Items();
+    constantMap = &std::as_const(*registry).Items();
+    returned = true;
+  });
+  EXPECT_TRUE(Eventually([&] { return returned.load(); }));
+  EXPECT_EQ(recorder.CountMessages("Adding item /slow#/a"), 0u) << "the validation was not over";
+  Answer();
+  asker.join();
+  EXPECT_EQ(map, &registry->Items());
+  EXPECT_EQ(constantMap, map);
+  EXPECT_EQ(recorder.CountMessages("Adding item /slow#/a"), 1u);
 }
 
 }  // namespace
