@@ -118,7 +118,13 @@ xhmi::variant_value ItemFeed::UpdateItemFromCache(ItemManager::ItemInfo& item) {
   // One that was of version 0, which no slot has, was looked at anew in any case; a type alone changes when the cache has
   // nothing any more.
   refreshes += item.seen != seen || seen == 0 || item.type != type ? 1 : 0;
+  LetGoOfDocument();
   return item.value;
+}
+
+void ItemFeed::LetGoOfDocument() noexcept {
+  lastSlot = nullptr;
+  lastDocument = ZoJson();
 }
 
 void ItemFeed::NoteTime(std::chrono::system_clock::time_point now) {

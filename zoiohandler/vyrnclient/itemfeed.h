@@ -90,6 +90,9 @@ class ItemFeed {
   // Notes in shown, where there may be what was shown before, what there is to show of an item that was refreshed just
   // now, from element or, when that is null, anew. Its slot is null when there is nothing.
   void Show(const ItemManager::ItemInfo& item, Shown& shown, const ZoJson* element) const;
+  // Items that come one after the other share a look at their document. Behind the last of them: a document may be large,
+  // and the cache thinks that it is gone.
+  void LetGoOfDocument() noexcept;
   // For showing many of them: held while they are shown.
   CallbackGate::Entry BeginShowing() const { return CallbackGate::Entry(gate.get()); }
   // Delivers it to the host, with status 0, unless the gate has closed meanwhile. showing: what BeginShowing gave.
@@ -112,7 +115,7 @@ class ItemFeed {
   void Deliver(const char* itemName, const ioDataValue& value, const CallbackGate::Entry& showing) const;
 
   std::shared_ptr<CacheManager> cache;
-  // The document looked at last: items of one resource mostly come one after the other.
+  // The document looked at last, until it is let go of: items of one resource mostly come one after the other.
   const CacheManager::Slot* lastSlot = nullptr;
   std::uint64_t lastVersion = 0;
   ZoJson lastDocument;
