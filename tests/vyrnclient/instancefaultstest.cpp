@@ -13,6 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ZoIO::ZoVyrnClient;
 
@@ -38,7 +39,23 @@ class InstanceFaults : public FaultTest {
     return sensor;
   }
 
+  // From the next failure with this text on, has the monitor thread's nth operation after each such line fail; the first
+  // failure of all is for the test to make. Notes how many operations there were from line to line.
+  void FailAfterEachLine(const std::string& text, std::uint64_t nth) {
+    recorder.OnLog([this, text, nth](const Entry& entry) {
+      if (entry.message == text) {  // on the monitor thread, which goes on when this is done
+        operations.push_back(qTest_CallCount());
+        lines.push_back(entry.time);
+        qTest_FailOperationIn(monitorThread, qOperation::Any, nth, qStatus_System);
+      }
+    });
+  }
+
   Recorder recorder;
+  // The monitor thread's, until it was joined.
+  std::vector<std::uint64_t> operations;
+  std::vector<Clock::time_point> lines;
+  const std::string sleepText = FailureText(569, clientSource, qStatus_System, "ZoIO::ZoVyrnClient::Monitor");
   const std::string lockerText =
       FailureText(36, "zoapi/zoapi/threads/locker", qStatus_System, "Zo::Locker::Locker");
 };
@@ -131,9 +148,8 @@ TEST_F(InstanceFaults, SleepThatFailsIsLoggedAtErrorAndTheLoopGoesOn) {
   ZoVyrnClient client("simulator", 0, recorder.Param());
   Subscribe(client, {"/int#/a"}, nullptr, 0ms);
   qTest_FailOperationIn(monitorThread, qOperation::ThreadSleep, 1, qStatus_System, 2);
-  const std::string text = FailureText(569, clientSource, qStatus_System, "ZoIO::ZoVyrnClient::Monitor");
-  ASSERT_TRUE(recorder.WaitForMessage(text, 2));
-  EXPECT_THAT(recorder.LogLines(), Contains("5 ZoIO::ZoVyrnClient::Monitor: " + text));
+  ASSERT_TRUE(recorder.WaitForMessage(sleepText, 2));
+  EXPECT_THAT(recorder.LogLines(), Contains("5 ZoIO::ZoVyrnClient::Monitor: " + sleepText));
   recorder.Clear();
   EXPECT_TRUE(recorder.WaitForValue("/int#/a"));
 }
@@ -152,6 +168,42 @@ TEST_F(InstanceFaults, LockThatFailsAbandonsThePassIsLoggedAndTheLoopGoesOn) {
   qTest_Reset();
   recorder.Clear();
   EXPECT_TRUE(recorder.WaitForValue("/int#/a"));
+}
+
+// Without a group, all that a pass asks of the base library is a sleep and then the lock, which fails each time.
+TEST_F(InstanceFaults, PassThatFailsIsFollowedByAWholeSleepBeforeTheNext) {
+  auto client = std::make_unique<ZoVyrnClient>("simulator", 0, recorder.Param());
+  recorder.Clear();
+  FailAfterEachLine(lockerText, 2);
+  qTest_FailOperationIn(monitorThread, qOperation::LockEnter, 1, qStatus_System);
+  constexpr std::size_t passes = 4;
+  ASSERT_TRUE(recorder.WaitForMessage(lockerText, passes));
+  const std::vector<std::string> failures = recorder.LogLines();
+  client.reset();
+  EXPECT_THAT(failures, Each("5 ZoIO::ZoVyrnClient::Monitor: " + lockerText));
+  ASSERT_GE(lines.size(), passes);
+  for (std::size_t i = 1; i < passes; ++i) {
+    EXPECT_EQ(operations[i], 2u) << "a sleep, and the lock";
+    EXPECT_GE(lines[i] - lines[i - 1], 100ms);
+  }
+}
+
+// From one sleep that fails to the next, with one whole pass between them.
+TEST_F(InstanceFaults, PassWithoutAGroupThatIsDueIsASleepAndTheInstanceLockEnteredOnceAndLeft) {
+  const auto sensor = FakeSensor();
+  auto client = std::make_unique<ZoVyrnClient>(sensor, sensor, recorder.Param());
+  Subscribe(*client, {"/r#/a"}, nullptr, 24h);
+  ASSERT_TRUE(recorder.WaitForValue("/r#/a"));
+  FailAfterEachLine(sleepText, 4);
+  qTest_FailOperationIn(monitorThread, qOperation::ThreadSleep, 1, qStatus_System);
+  constexpr std::size_t sleeps = 4;
+  ASSERT_TRUE(recorder.WaitForMessage(sleepText, sleeps));
+  client.reset();
+  ASSERT_GE(operations.size(), sleeps);
+  for (std::size_t i = 1; i < sleeps; ++i) {
+    EXPECT_EQ(operations[i], 4u) << "sleep, enter, leave, and the sleep that fails";
+  }
+  EXPECT_EQ(recorder.CountValues("/r#/a"), 1u);
 }
 
 TEST_F(InstanceFaults, OperationsWhoseLockFailsRaiseTheLockersException) {

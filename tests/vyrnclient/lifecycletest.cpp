@@ -189,7 +189,10 @@ TEST(InstanceLifecycle, BlockedMonitorIsLoggedAtCriticalAndDestructionGoesOn) {
   ASSERT_EQ(lines.size(), 5u);
   EXPECT_EQ(lines[0], "3 ZoIO::ZoVyrnClient::~ZoVyrnClient: Destroying ZoIoHandler instance.");
   EXPECT_EQ(lines[1], "3 ZoIO::ZoVyrnClient::~ZoVyrnClient: Joining ZoVyrnClient::Monitor thread.");
-  EXPECT_THAT(lines[2], StartsWith("6 ZoIO::ZoVyrnClient::~ZoVyrnClient: "));
+  EXPECT_EQ(lines[2],
+            "6 ZoIO::ZoVyrnClient::~ZoVyrnClient: ZoIO::ZoVyrnClient::~ZoVyrnClient failed with status -1 "
+            "(time-out) at "
+            "hmi/zoiohandler/zoiohandler/vyrnclient/zovyrnclient:65");
   EXPECT_EQ(lines[3], "3 ZoIO::ItemManager::~ItemManager: Destroying item manager.");
   EXPECT_EQ(lines[4], "3 ZoIO::ItemManager::~ItemManager: Item manager destroyed.");
   // The pass goes on over what it co-owns, and begins no callback any more: neither the second item's nor a

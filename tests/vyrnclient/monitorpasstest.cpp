@@ -6,6 +6,8 @@
 #include <stdexcept>
 
 #include "qapi/lock.h"
+#include "qapi/testing.h"
+#include "qapi/thread.h"
 #include "tests/vyrnclient/feedtest.h"
 #include "zoapi/threads/lockranks.h"
 #include "zoiohandler/vyrnclient/serving.h"
@@ -107,6 +109,40 @@ TEST_F(MonitorPass, ReadsTheClockOnceWhenNoGroupIsDue) {
   const ListedClock clock({TimePoint::min()});
   EXPECT_THAT(Pass(clock), IsEmpty());
   EXPECT_EQ(clock.Reads(), 1u);
+}
+
+// How often a pass enters which locks, seen from this thread, which makes the pass: the others have locks of their own.
+TEST_F(MonitorPass, EntersTheInstanceLockAndNoOtherWhenNoGroupIsDue) {
+  constexpr const char* passThread = "MonitorPass::Test";
+  qThread_NameCurrent(passThread);
+  const auto expectOneLock = [&] {
+    std::uint64_t entered = 0;
+    qStatus inside = qStatus_Success;
+    qTest_FailOperationIn(passThread, qOperation::LockEnter, 0, qStatus_System);
+    EXPECT_THAT(Pass([&] {
+                  entered = qTest_CallCount();
+                  inside = qLock_EnterEx(serving.lock.Get(), 0);
+                  return TimePoint::min();
+                }),
+                IsEmpty());
+    EXPECT_EQ(qTest_CallCount(), 1u);
+    EXPECT_EQ(entered, 1u);
+    EXPECT_EQ(inside, qStatus_Deadlock) << "the one that was entered is the instance's";
+    // Nothing else is asked of the base library, in whichever way: entered and left.
+    qTest_FailOperationIn(passThread, qOperation::Any, 0, qStatus_System);
+    EXPECT_THAT(PassAt(TimePoint::min()), IsEmpty());
+    EXPECT_EQ(qTest_CallCount(), 2u);
+    qTest_Reset();
+  };
+  expectOneLock();
+  int groups = 0;
+  for (const char* name : {"/r#/a", "/r#/b", "/r#/c"}) {
+    Group(std::chrono::seconds(++groups), name);
+    expectOneLock();
+  }
+  // What has ticked before has looked its items up, and is asked no more of either.
+  EXPECT_EQ(PassAt(TimePoint::max()).size(), 3u);
+  expectOneLock();
 }
 
 TEST_F(MonitorPass, EveryGroupSeesTheFirstTimeThatTheClockGives) {
