@@ -117,6 +117,107 @@ TEST_F(EntryLock, KeepsTwoInstancesFromReadingAtTheSameTime) {
   ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Read(handle, "res#"), 0); });
 }
 
+TEST_F(EntryLock, IsHeldFromTheFirstLineOfARead) {
+  void* const handle = Create();
+  recorder.OnLog(StandingAt("Reading item res#"));
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Read(handle, "res#"), 0); });
+}
+
+TEST_F(EntryLock, IsHeldWhileAnItemIsWritten) {
+  void* const handle = Create();
+  recorder.OnLog(StandingAt("Writing to item res#/int"));
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Write(handle, "res#/int", IntegerValue(1)), 0); });
+}
+
+TEST_F(EntryLock, IsHeldFromTheFirstLineOfASubscribe) {
+  void* const handle = Create();
+  recorder.OnLog(StandingAt("Subscribing items."));
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Subscribe(handle, {"res#/int"}), 0); });
+}
+
+TEST_F(EntryLock, IsHeldUntilTheLastLineOfASubscribe) {
+  void* const handle = Create();
+  recorder.OnLog(StandingAt("Resource subscribed successfully."));
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Subscribe(handle, {"res#/int"}), 0); });
+}
+
+TEST_F(EntryLock, IsHeldFromTheFirstLineOfAnUnsubscribe) {
+  void* const handle = Create();
+  EXPECT_EQ(Subscribe(handle, {"res#/int"}), 0);
+  recorder.OnLog(StandingAt("Unsubscribing items."));
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Unsubscribe(handle, {"res#/int"}), 0); });
+}
+
+TEST_F(EntryLock, IsHeldUntilTheLastLineOfAnUnsubscribe) {
+  void* const handle = Create();
+  EXPECT_EQ(Subscribe(handle, {"res#/int"}), 0);
+  recorder.OnLog(StandingAt("Stopping stream res"));
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Unsubscribe(handle, {"res#/int"}), 0); });
+}
+
+TEST_F(EntryLock, IsHeldFromTheFirstLineOfACall) {
+  void* const handle = Create();
+  recorder.OnLog(StandingAt("Calling method RunSensor"));
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Call(handle, "RunSensor", "{}"), 0); });
+}
+
+TEST_F(EntryLock, IsHeldWhileTheHostHasTheResultOfACall) {
+  void* const handle = Create();
+  recorder.OnResult([this](const Entry&) { gate.Wait(); });
+  ExpectEveryExportToWaitFor([this, handle] { EXPECT_EQ(Call(handle, "RunSensor", "{}"), 0); });
+}
+
+// A monitor takes its own instance's lock and never this one.
+TEST_F(EntryLock, OthersSubscribedValuesArriveWhileACallStandsInACallback) {
+  EXPECT_EQ(Subscribe(other, {"sub#/int"}), 0);
+  EXPECT_TRUE(otherHost.WaitForValue("sub#/int"));
+  void* const handle = Create();
+  const auto isLine = [](const char* line) {
+    return [line](const Entry& entry) { return entry.IsLog(line); };
+  };
+  const struct {
+    const char* name;
+    Recorder::Matcher callback;
+    std::function<void()> call;
+  } standing[] = {{"CreateIoInstance", isLine("Creating simulator."), [this] { Create(); }},
+                  {"ReadItem", [](const Entry& entry) { return entry.IsValue("res#"); },
+                   [this, handle] { EXPECT_EQ(Read(handle, "res#"), 0); }},
+                  {"WriteItem", isLine("Writing to item res#/int"),
+                   [this, handle] { EXPECT_EQ(Write(handle, "res#/int", IntegerValue(1)), 0); }},
+                  {"SubscribeItems", isLine("Subscribing items."),
+                   [this, handle] { EXPECT_EQ(Subscribe(handle, {"res#/int"}), 0); }},
+                  {"UnsubscribeItems", isLine("Unsubscribing items."),
+                   [this, handle] { EXPECT_EQ(Unsubscribe(handle, {"res#/int"}), 0); }},
+                  {"CallMethod", [](const Entry& entry) { return entry.kind == Entry::Kind::Result; },
+                   [this, handle] { EXPECT_EQ(Call(handle, "RunSensor", "{}"), 0); }},
+                  {"DestroyIoInstance", isLine("Destroying ZoIoHandler instance."),
+                   [this, handle] { EXPECT_EQ(Destroy(handle), 0); }}};
+  for (const auto& each : standing) {
+    SCOPED_TRACE(each.name);
+    Gate held;
+    const Recorder::Hook hook = [&](const Entry& entry) {
+      if (each.callback(entry)) {
+        held.Wait();
+      }
+    };
+    recorder.OnValue(hook);
+    recorder.OnResult(hook);
+    recorder.OnLog(hook);
+    auto call = std::async(std::launch::async, each.call);
+    EXPECT_TRUE(held.WaitForArrivals());
+    EXPECT_TRUE(otherHost.WaitForValue("sub#/int", otherHost.CountValues("sub#/int") + 3));
+    EXPECT_EQ(call.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    held.Open();
+    call.get();
+    recorder.OnValue({});
+    recorder.OnResult({});
+    recorder.OnLog({});
+    if (HasFailure()) {
+      return;  // each of the others would take its time to say the same
+    }
+  }
+}
+
 // Reads without a pause, on a thread of its own; each read stands in its log callback for a while.
 class Polling {
  public:
