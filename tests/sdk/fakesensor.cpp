@@ -19,12 +19,19 @@ namespace ZoTest {
 
 namespace {
 
-int MakeListener(std::uint16_t port) {
-  const int listener = BoundSocket(port);
+int MakeListener(std::uint16_t port, int family) {
+  const int listener = BoundSocket(port, family);
   if (::listen(listener, 64) != 0) {
     throw std::system_error(errno, std::generic_category(), "listen");
   }
   return listener;
+}
+
+std::uint16_t PortOf(int listener) {
+  sockaddr_in6 address{};  // an IPv4 address has its port at the same place
+  socklen_t size = sizeof address;
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.sin6_port);
 }
 
 }  // namespace
@@ -145,7 +152,7 @@ bool FakePeer::ReadExactly(char* data, std::size_t size) {
   return true;
 }
 
-FakeSensor::FakeSensor() {
+FakeSensor::FakeSensor(int family) : family(family) {
   Listen();
 }
 
@@ -181,7 +188,7 @@ void FakeSensor::DropAll() {
 
 void FakeSensor::StopListening() {
   EndListening();
-  held.emplace(port);
+  held.emplace(port, family);
 }
 
 void FakeSensor::EndListening() {
@@ -193,11 +200,8 @@ void FakeSensor::EndListening() {
 }
 
 void FakeSensor::Listen() {
-  listener = MakeListener(port);
-  sockaddr_in address{};
-  socklen_t size = sizeof address;
-  ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-  port = ntohs(address.sin_port);
+  listener = MakeListener(port, family);
+  port = PortOf(listener);
   held.reset();
   acceptor = std::thread([this] { Accept(); });
 }

@@ -1,10 +1,12 @@
 // A sensor that does what a test tells it, byte by byte where need be.
 //
-// Listens on 127.0.0.1 at a port of the system's choosing. Each connection runs on a thread of its own: by
+// Listens on 127.0.0.1, or on ::1, at a port of the system's choosing. Each connection runs on a thread of its own: by
 // default it shakes hands, then hands every request to the responder; a script may take its place and do
 // whatever it likes. Threads: any may call; scripts and responders run on the connections' threads. Owner:
 // the test. The destructor drops all connections and joins all threads.
 #pragma once
+
+#include <sys/socket.h>
 
 #include <atomic>
 #include <chrono>
@@ -84,7 +86,9 @@ class FakeSensor {
   using Script = std::function<void(FakePeer&)>;
   using Responder = std::function<void(FakePeer&, const FakeRequest&)>;
 
-  FakeSensor();
+  FakeSensor() : FakeSensor(AF_INET) {}
+  // AF_INET, or AF_INET6 on a machine that has it.
+  explicit FakeSensor(int family);
   FakeSensor(const FakeSensor&) = delete;
   FakeSensor& operator=(const FakeSensor&) = delete;
   ~FakeSensor();
@@ -142,6 +146,7 @@ class FakeSensor {
   void NoteClose(const std::string& payload);
   bool WaitFor(const std::function<bool()>& predicate) const;
 
+  const int family;
   std::uint16_t port = 0;
   std::optional<HeldPort> held;  // while nobody listens
   std::atomic<bool> silent{false};

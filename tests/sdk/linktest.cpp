@@ -1,6 +1,7 @@
 // The link over a healthy connection: connecting, requests, pushes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <future>
 #include <set>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "tests/sdk/linkfixture.h"
+#include "tests/support/boundsocket.h"
 #include "zovyrnsdk/zorequesterror.h"
 
 namespace ZoTest {
@@ -43,6 +45,61 @@ TEST_F(LinkTest, ConnectsAsksForTheSubprotocolAndTarget) {
   EXPECT_THAT(text, HasSubstr("Host: 127.0.0.1:" + std::to_string(sensor.Port()) + "\r\n"));
   system.Connect();
   EXPECT_EQ(sensor.ConnectionCount(), 1U) << "connecting a connected system does nothing";
+}
+
+// A zone means nothing to the peer.
+TEST(LinkOverIpv6, NamesTheSensorInBracketsAndWithoutAZone) {
+  if (!HasLoopback(AF_INET6)) {
+    GTEST_SKIP() << "this machine has no ::1";
+  }
+  for (const char* const text : {"::1", "::1%1"}) {
+    std::promise<std::string> upgrade;
+    FakeSensor sensor(AF_INET6);
+    sensor.SetScript([&](FakePeer& peer) {
+      peer.ReadUpgrade();
+      upgrade.set_value(peer.UpgradeRequest());
+      peer.AcceptUpgrade();
+      sensor.ServeSession(peer);
+    });
+    qIpAddress address;
+    ASSERT_EQ(qIpAddress_Parse(text, &address), qStatus_Success) << text;
+    ZoSystem system(address, sensor.Port());
+    ASSERT_EQ(ConnectFailure(system), "") << text;
+    EXPECT_THAT(upgrade.get_future().get(),
+                HasSubstr("\r\nHost: [::1]:" + std::to_string(sensor.Port()) + "\r\n"))
+        << text;
+    ZoTransaction read = system.Client().Read("/res", ZoJson(), ZoJson());
+    EXPECT_EQ(read.GetResponse(patience).Payload().ToString(), "{\"value\":1}") << text;
+  }
+}
+
+// ::1 cannot show that: the system connects to itself where there is no address at all.
+TEST(LinkOverIpv6, GoesByTheWholeAddress) {
+  if (!HasLoopback(AF_INET6)) {
+    GTEST_SKIP() << "this machine has no ::1";
+  }
+  FakeSensor sensor;
+  qIpAddress address;
+  ASSERT_EQ(qIpAddress_Parse("::ffff:127.0.0.1", &address), qStatus_Success);
+  ASSERT_EQ(address.family, qIpFamily::V6);
+  ZoSystem system(address, sensor.Port());
+  EXPECT_EQ(ConnectFailure(system), "");
+  EXPECT_EQ(sensor.ConnectionCount(), 1U);
+}
+
+TEST(LinkOverIpv6, FailureNamesTheAddress) {
+  if (!HasLoopback(AF_INET6)) {
+    GTEST_SKIP() << "this machine has no ::1";
+  }
+  FakeSensor sensor(AF_INET6);
+  sensor.StopListening();
+  qIpAddress address;
+  ASSERT_EQ(qIpAddress_Parse("::1", &address), qStatus_Success);
+  ZoSystem system(address, sensor.Port());
+  const std::string text = ConnectFailure(system);
+  EXPECT_THAT(text, HasSubstr("::1"));
+  EXPECT_THAT(text, HasSubstr(std::to_string(sensor.Port())));
+  EXPECT_THAT(text, HasSubstr("efused"));
 }
 
 TEST_F(LinkTest, AcceptsASensorThatNamesNoSubprotocol) {
@@ -136,6 +193,24 @@ TEST_F(LinkTest, AnswerComesAsTheMessageWithoutItsId) {
   EXPECT_EQ(transaction.GetRequest().Method(), ZoRequestMethod_Read);
   EXPECT_EQ(transaction.GetRequest().Uri(), "res/sub");
   EXPECT_EQ(transaction.GetResponse(0).Raw().ToString(), response.Raw().ToString()) << "asking again";
+}
+
+TEST_F(LinkTest, SystemRunsInTheState1AndInNoOther) {
+  const auto setSystem = [this](const std::string& payload) {
+    sensor.SetResponder([payload](FakePeer& peer, const FakeRequest& request) {
+      peer.Send(FakeSensor::Answer(request, R"("status":1,"payload":)" + payload));
+    });
+  };
+  system.Connect();
+  for (const int state : {1, 2, -1, 0, 1}) {
+    setSystem(R"({"state":)" + std::to_string(state) + "}");
+    EXPECT_EQ(system.RunningState(), state == 1 ? ZoSystem::Running : ZoSystem::Stopped) << state;
+  }
+  for (const char* const stateless : {R"({"state":"1"})", R"({"state":"running"})", R"({"run":1})", "{}"}) {
+    setSystem(stateless);
+    EXPECT_THROW(system.RunningState(), ZoJsonError) << stateless;
+  }
+  EXPECT_EQ(sensor.CountRequests("read", "/system"), sensor.Requests().size());
 }
 
 TEST_F(LinkTest, BareAcknowledgementIsAnEmptyDocument) {

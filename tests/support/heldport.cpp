@@ -6,7 +6,7 @@
 
 namespace ZoTest {
 
-HeldPort::HeldPort(std::uint16_t port) : socket(BoundSocket(port)) {}
+HeldPort::HeldPort(std::uint16_t port, int family) : socket(BoundSocket(port, family)) {}
 
 HeldPort::~HeldPort() {
   ::close(socket);

@@ -1,7 +1,10 @@
 // A sensor that is there: what creation tells, what calls of methods do, and what is left when it goes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
+#include "tests/sdk/fakesensor.h"
+#include "tests/support/boundsocket.h"
 #include "tests/wire/emulator.h"
 #include "tests/wire/wiretest.h"
 #include "zovyrnsdk/json/zojson.h"
@@ -151,6 +154,43 @@ TEST_F(Connected, ASensorThatGoesLeavesEverythingRefused) {
   }
   EXPECT_EQ(recorder.Size(), 0u);
   EXPECT_LT(watch.Milliseconds().count(), kSanitized ? 5000 : 1000);
+}
+
+using ConnectedOverIpv6 = WireTest;
+
+TEST_F(ConnectedOverIpv6, AnInstanceReadsWritesAndSubscribes) {
+  if (!HasLoopback(AF_INET6)) {
+    GTEST_SKIP() << "this machine has no ::1";
+  }
+  FakeSensor sensor(AF_INET6);
+  void* const handle = Create("::1", sensor.Port());
+  ASSERT_TRUE(IsConnected(handle));
+  EXPECT_THAT(
+      recorder.LogLines(),
+      testing::IsSupersetOf({"2 ZoIO::SensorManager::UpdateSensorState: System connected successfully.",
+                             "3 ZoIO::ZoVyrnClient::ZoVyrnClient: Sensor  IP address: ::1"}));
+  EXPECT_EQ(ValueOf(handle, "/res#/value"), "2:1");
+  EXPECT_EQ(Write(handle, "/res#/value", IntegerValue(2)), 0);
+  EXPECT_EQ(sensor.CountRequests("update", "/res"), 1u);
+  EXPECT_EQ(Subscribe(handle, {"/res#/value"}), 0);
+  EXPECT_EQ(sensor.CountRequests("startStream", "/res"), 1u);
+  EXPECT_TRUE(sensor.Push(R"({"event":"stream","uri":"/res","payload":{"value":3}})"));
+  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/res#/value", 3)));
+}
+
+TEST_F(ConnectedOverIpv6, ALinkThatIsLostIsRestored) {
+  if (!HasLoopback(AF_INET6)) {
+    GTEST_SKIP() << "this machine has no ::1";
+  }
+  FakeSensor sensor(AF_INET6);
+  void* const handle = Create("::1", sensor.Port());
+  EXPECT_EQ(Subscribe(handle, {"/res#/value"}), 0);
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+    peer.Send(FakeSensor::Answer(request, R"("status":1,"uri":"/res","payload":{"value":4})"));
+  });
+  sensor.DropAll();
+  EXPECT_TRUE(sensor.WaitForRequest("startStream", "/res", 2));
+  EXPECT_TRUE(recorder.WaitForEntry(IsInteger("/res#/value", 4)));
 }
 
 }  // namespace
