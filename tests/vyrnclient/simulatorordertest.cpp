@@ -57,6 +57,24 @@ TEST_F(SimulatorOrder, ItemThatFailsEndsThePassBetweenThoseBeforeAndThoseBehindI
   }
 }
 
+// Resources lie in one another where their URIs do, so that two items may have one place in two resources.
+TEST_F(SimulatorOrder, ValueThatTwoItemsShareAdvancesForEachAndIsCachedInBothResources) {
+  Register("/a#/b/int");
+  Register("/a/b#/int");
+  const std::vector<std::string> walk = Walk();
+  ASSERT_EQ(walk.size(), 2u);
+  const auto shown = [this](const std::string& uri) {
+    const ZoJson document = Cached(uri);
+    EXPECT_EQ(document.Size(), 1u) << document.ToString();
+    return document.At(uri == "/a" ? "/b/int" : "/int").Get<int>();
+  };
+  for (int pass = 0; pass < 3; ++pass) {
+    Pass();
+    EXPECT_EQ(shown(walk[0]), 2 * pass) << walk[0];
+    EXPECT_EQ(shown(walk[1]), 2 * pass + 1) << walk[1];
+  }
+}
+
 TEST_F(SimulatorOrder, NothingReachesTheCacheFromTheItemThatFailsOn) {
   for (int i = 0; i < 9; ++i) {
     Register("/" + std::to_string(i) + "#/v");

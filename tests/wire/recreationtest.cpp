@@ -154,6 +154,51 @@ TEST_F(Recreation, InstanceThatDoesNotRunIsAskedForNothingAndThatIsSaidOnce) {
   EXPECT_EQ(ending.host.Count([](const Entry& entry) { return entry.kind == Entry::Kind::Value; }), 0u);
 }
 
+TEST_F(Recreation, StandsBetweenTheUpdatesLinesOfItsBeginAndItsEnd) {
+  const auto manager = Make(sensor.Port());
+  AddItems(*manager, {"/a#/value", "/b#/value"});
+  manager->PLC()->Item("/a#/value").subscribed = true;
+  for (const char* verb : {"Stream", "Read"}) {
+    other->SetScript(verb, [this](const FakeSensorManager::Request& request) {
+      Note(request.Text());
+      return ZoJson(R"({"status":1,"payload":{"value":1}})");
+    });
+  }
+  host.OnValue([this](const Entry& entry) { Note(entry.item); });
+  recorder.OnLog([this](const Entry& entry) { Note(entry.message); });
+
+  std::vector<std::string> expected = {"Updating sensor status.", "Sensor status updated successfully",
+                                       "Recreating subscriptions."};
+  for (const std::string& name : NamesOf(*manager)) {
+    if (name == "/a#/value") {
+      expected.emplace_back("Stream /a");
+    }
+    expected.push_back("Read " + manager->PLC()->Item(name).uri);
+    expected.push_back(name);
+  }
+  expected.emplace_back("Subscriptions recreated.");
+  Access::UpdateSensorState(*manager);
+  recorder.OnLog({});
+  host.OnValue({});
+  EXPECT_EQ(expected.size(), 9u);
+  EXPECT_EQ(steps, expected);
+}
+
+// An instance that ends wants none; that is no failure of the update.
+TEST_F(Recreation, InstanceThatDoesNotRunEndsTheUpdateAsAnyOtherDoes) {
+  EndingClient ending;
+  SensorManager manager(ending.Client(), "127.0.0.1", sensor.Port(), logger);
+  AddItems(manager, {"/a#/value", "/b#/value"});
+  ending.Stop();
+  recorder.Clear();
+  Access::UpdateSensorState(manager);
+  const std::string update = "2 ZoIO::SensorManager::UpdateSensorState: ";
+  EXPECT_THAT(
+      Lines(),
+      ElementsAre(update + "Updating sensor status.", update + "Sensor status updated successfully",
+                  update + "Recreating subscriptions.", notRunning, update + "Subscriptions recreated."));
+}
+
 TEST_F(Recreation, InstanceThatStopsMeanwhileGetsItsItemAndNoFurtherOne) {
   EndingClient ending;
   SensorManager manager(ending.Client(), "127.0.0.1", sensor.Port(), logger);

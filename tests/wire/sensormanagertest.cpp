@@ -59,6 +59,41 @@ TEST_F(SensorManagerTest, EachVerbThatTheSensorRefusesGivesItsErrorDocumentWitho
   }
 }
 
+// Only a sensor that is offline is kept quiet about.
+TEST_F(SensorManagerTest, EachVerbThatTheSensorRefusesGivesTheSameWhetherFailuresAreLoggedOrNot) {
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
+    peer.Send(FakeSensor::Answer(request, R"("status":-403,"payload":null,"error":"not for you")"));
+  });
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  for (const Verb& verb : verbs) {
+    for (const bool logFailure : {true, false}) {
+      EXPECT_EQ(verb.call(*manager, "/res", logFailure).ToString(),
+                R"({"status":-403,"payload":null,"error":"not for you"})")
+          << verb.name << " " << logFailure;
+      EXPECT_THAT(Lines(), testing::IsEmpty()) << verb.name << " " << logFailure;
+    }
+  }
+}
+
+TEST_F(SensorManagerTest, AnswerThatIsLostIsTheSameErrorLineWhetherFailuresAreLoggedOrNot) {
+  sensor.SetResponder([](FakePeer& peer, const FakeRequest&) { peer.Drop(); });
+  for (const Verb& verb : verbs) {
+    for (const bool logFailure : {true, false}) {
+      // A link that breaks again and again is restored ever later; a new one is there at once.
+      const auto manager = Make(sensor.Port());
+      ASSERT_TRUE(manager->IsConnected());
+      recorder.Clear();
+      EXPECT_TRUE(verb.call(*manager, "/lost", logFailure).Empty()) << verb.name << " " << logFailure;
+      EXPECT_THAT(Lines(),
+                  testing::ElementsAre(StartsWith("5 ZoIO::SensorManager::ResponseToZoJson: /lost[" +
+                                                  std::to_string(verb.method) +
+                                                  "]: The link to the sensor broke before the answer came")))
+          << verb.name << " " << logFailure;
+    }
+  }
+}
+
 TEST_F(SensorManagerTest, StartAndStopWarnWhileTheSensorIsOffline) {
   sensor.StopListening();
   const auto manager = Make(sensor.Port());
@@ -94,6 +129,28 @@ TEST_F(SensorManagerTest, WhatStartStopAndIsRunningRaiseIsLoggedAtError) {
   EXPECT_THAT(Lines(), testing::ElementsAre(StartsWith("5 ZoIO::SensorManager::Start: "),
                                             StartsWith("5 ZoIO::SensorManager::Stop: "),
                                             StartsWith("5 ZoIO::SensorManager::IsRunning: ")));
+}
+
+TEST_F(SensorManagerTest, OnlyTheState1CountsAsRunningAndOneThatIsNoNumberIsAnError) {
+  const auto setSystem = [this](const std::string& payload) {
+    sensor.SetResponder([payload](FakePeer& peer, const FakeRequest& request) {
+      peer.Send(FakeSensor::Answer(request, R"("status":1,"payload":)" + payload));
+    });
+  };
+  const auto manager = Make(sensor.Port());
+  recorder.Clear();
+  for (const int state : {1, 2, -1, 0, 1}) {
+    setSystem(R"({"state":)" + std::to_string(state) + "}");
+    EXPECT_EQ(manager->IsRunning(), state == 1) << state;
+    EXPECT_THAT(Lines(), testing::IsEmpty()) << state;
+  }
+  for (const char* const stateless : {R"({"state":"1"})", R"({"state":"running"})", R"({"run":1})", "{}"}) {
+    setSystem(stateless);
+    recorder.Clear();
+    EXPECT_FALSE(manager->IsRunning()) << stateless;
+    EXPECT_THAT(Lines(), testing::ElementsAre(StartsWith("5 ZoIO::SensorManager::IsRunning: JSON value: ")))
+        << stateless;
+  }
 }
 
 TEST_F(SensorManagerTest, PushHandlersStoreThePayloadUnderThePathAndNothingForNoResponse) {

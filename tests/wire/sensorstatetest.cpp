@@ -4,6 +4,7 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "tests/qapi/failingnew.h"
 #include "tests/wire/sensormanagertest.h"
@@ -51,6 +52,11 @@ class SensorStatus : public SensorManagerTest {
     using SensorManager::SensorManager;
     bool IsConnected() override { return claimed; }
     bool claimed = false;
+  };
+
+  struct Clueless : SensorManager {
+    using SensorManager::SensorManager;
+    bool IsConnected() override { throw std::runtime_error("nobody knows"); }
   };
 };
 
@@ -157,6 +163,25 @@ TEST_F(SensorStatus, UpdateOfAConnectedSystemConnectsNothingAndDoesNotSaySo) {
   EXPECT_EQ(sensor.ConnectionCount(), 1u);
 }
 
+// A log callback that asks, which runs where the line is written.
+TEST_F(SensorStatus, IsTheOldOneAtTheLineBeforeTheChangeAndOnlineAtTheLineBehindIt) {
+  const auto manager = Make(sensor.Port());
+  using Seen = std::pair<std::string, State::Status>;
+  for (const State::Status before : {State::Unknown, State::Offline, State::Reconnected}) {
+    Access::SetStatus(*manager, before);
+    std::vector<Seen> seen;
+    recorder.OnLog(
+        [&](const Entry& entry) { seen.emplace_back(entry.message, Access::StatusNow(*manager)); });
+    Access::UpdateSensorState(*manager);
+    recorder.OnLog({});
+    // It becomes Reconnected behind all lines.
+    EXPECT_THAT(seen, ElementsAre(Seen("Updating sensor status.", before),
+                                  Seen("Sensor status updated successfully", State::Online),
+                                  Seen("Recreating subscriptions.", State::Online),
+                                  Seen("Subscriptions recreated.", State::Online)));
+  }
+}
+
 TEST_F(SensorStatus, UpdateBelievesTheInterfacesWordAboutTheConnection) {
   sensor.StopListening();
   Claiming manager(client, "127.0.0.1", sensor.Port(), logger);
@@ -174,6 +199,22 @@ TEST_F(SensorStatus, UpdateBelievesTheInterfacesWordAboutTheConnection) {
     EXPECT_THAT(Lines(), testing::Contains("2" + update + "System is not connected. Connecting..."));
     EXPECT_EQ(sensor.ConnectionCount(), 1u);
   }
+}
+
+TEST_F(SensorStatus, UpdateThatCannotLearnOfTheConnectionIsLoggedAtErrorAndChangesAndConnectsNothing) {
+  sensor.StopListening();
+  Clueless manager(client, "127.0.0.1", sensor.Port(), logger);
+  sensor.Listen();
+  for (const State::Status status : {State::Unknown, State::Online, State::Offline, State::Reconnected}) {
+    SCOPED_TRACE(status);
+    Access::SetStatus(manager, State::Unknown);
+    Access::SetStatus(manager, status);
+    recorder.Clear();
+    Access::UpdateSensorState(manager);
+    EXPECT_THAT(Lines(), ElementsAre("5" + update + "nobody knows"));
+    EXPECT_EQ(StatesOf(manager), States(status, State::Unknown));
+  }
+  EXPECT_EQ(sensor.ConnectionCount(), 0u);
 }
 
 TEST_F(SensorStatus, WhatRaisesAfterConnectingEndsTheUpdateAndIsLoggedAtError) {
