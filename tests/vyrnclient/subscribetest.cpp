@@ -119,7 +119,9 @@ TEST_F(SubscribeItems, PatternThatIsSubscribedAlreadyIsSkipped) {
 
 // An interval begins with its first batch, whatever becomes of that, and keeps its times.
 TEST_F(SubscribeItems, ItemOfAnIntervalThatBeganWithoutOneWaitsForItsNextTick) {
-  EXPECT_EQ(client->Subscribe(24h, nullptr, nullptr, 0), 0);
+  const char* const name = "/r/y#/a";
+  int result = untouched;
+  EXPECT_EQ(client->Subscribe(24h, &name, &result, 0), 0);
   Subscribe(*client, {"/r/x#/a"}, nullptr, 25h);  // ticks behind it in each pass
   ASSERT_TRUE(recorder.WaitForValue("/r/x#/a"));
   Subscribe(*client, {"/r/y#/a"}, nullptr, 24h);
