@@ -66,7 +66,7 @@ class ReferenceModel {
   std::string Do(const Clock& step);
 
   // The registry.
-  Item& ItemOf(const std::string& name);
+  virtual Item& ItemOf(const std::string& name);
   bool Look(const Item& item);
   virtual void Retry();
 

@@ -88,8 +88,8 @@ void StoppedTime::BeginJoin(std::uint64_t timeout) {
 }  // namespace ZoModel
 
 SystemTime WrappedNow() {
-  const ZoModel::StoppedTime* time = ZoModel::StoppedTime::Current();
-  return time == nullptr ? RealNow() : SystemTime(std::chrono::microseconds(time->Now()));
+  ZoModel::StoppedTime* time = ZoModel::StoppedTime::Current();
+  return time == nullptr ? RealNow() : SystemTime(std::chrono::microseconds(time->Look()));
 }
 
 qStatus WrappedSleep(std::uint64_t duration) {

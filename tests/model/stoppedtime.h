@@ -27,6 +27,8 @@ class StoppedTime {
 
   void Advance(long long by) { now += by; }
   long long Now() const { return now; }
+  // From now on each look at the clock moves it on by so much (µs) for the next one.
+  void AdvanceWithEachLook(long long by) { byEachLook = by; }
 
   // Returns when the monitor thread sleeps; false when it does not come to that.
   bool WaitForMonitor();
@@ -37,6 +39,7 @@ class StoppedTime {
 
   // From the wrapped functions.
   static StoppedTime* Current();
+  long long Look() { return now.fetch_add(byEachLook); }
   // Whether this thread made it.
   bool IsOwner() const { return std::this_thread::get_id() == owner; }
   void SleepMonitor();
@@ -45,6 +48,7 @@ class StoppedTime {
  private:
   const std::thread::id owner = std::this_thread::get_id();
   std::atomic<long long> now;
+  std::atomic<long long> byEachLook = 0;
   std::mutex mutex;
   std::condition_variable changed;
   bool asleep = false;  // guarded by mutex, like the three below
