@@ -6,7 +6,8 @@
 
 #include "tests/vyrnclient/bytesasked.h"
 #include "tests/vyrnclient/feedtest.h"
-#include "zoiohandler/vyrnclient/subscriptiongroup.h"
+#include "zoapi/threads/lockranks.h"
+#include "zoiohandler/vyrnclient/serving.h"
 
 namespace ZoTest {
 namespace {
@@ -36,13 +37,18 @@ class FeedWork : public FeedTest {
   ZoJson document;
 };
 
-TEST_F(FeedWork, DocumentOfATickIsNotHeldWhenItIsReplaced) {
-  ZoIO::SubscriptionGroup group(feed, std::chrono::hours(1));
-  group.AddItem(Item("/r#/a").name);
-  group.Tick();
-  EXPECT_FALSE(IsAloneWithTheDocument());
+TEST_F(FeedWork, DocumentOfAPassIsNotHeldWhenItIsReplaced) {
+  ZoIO::ZoVyrnClient::Serving serving(parameters, nullptr, logger);
+  ASSERT_EQ(qLock_Construct(serving.lock.Out(), "FeedWork", Zo::LockRank_Instance), qStatus_Success);
+  serving.feed.SetSensor(sensor);
+  {
+    Zo::Locker held(serving.lock);
+    serving.GetSubscriptionGroup(std::chrono::hours(1)).AddItem(Item("/r#/a").name);
+  }
+  EXPECT_FALSE(IsAloneWithTheDocument()) << "the cache has it";
   Cached("/r", document);
-  group.Tick();
+  serving.Pass([] { return std::chrono::system_clock::time_point::max(); });
+  EXPECT_EQ(recorder.CountValues("/r#/a"), 1u);
   ReplaceDocument();
   EXPECT_TRUE(IsAloneWithTheDocument());
 }

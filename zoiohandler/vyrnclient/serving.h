@@ -37,6 +37,7 @@ struct ZoVyrnClient::Serving {
         group->Tick();
       }
     }
+    feed.LetGoOfDocument();
   }
 
   // The group of an interval, made on first use.

@@ -75,9 +75,6 @@ void SubscriptionGroup::Tick() {
       TickRow(passing, showing);
     }
   }
-  if (documentsNew != 0) {
-    client.LetGoOfDocument();
-  }
   itemsChange = valuesNew > documentsNew / 4;
   nextTick = AddSaturating(nextTick, interval);
 }
