@@ -30,7 +30,7 @@ INNER = """vyrnclient_log_test vyrnclient_items_test vyrnclient_values_test vyrn
     vyrnclient_methods_test vyrnclient_cache_test vyrnclient_instance_test vyrnclient_simulator_test
     vyrnclient_simulated_text_test vyrnclient_simulator_random_test vyrnclient_faults_test
     plugin_logging_test plugin_items_test plugin_subscriptions_test plugin_methods_test plugin_arguments_test
-    plugin_threads_test vyrnclient_memory_test vyrnclient_simulator_work_test model_test""".split()
+    plugin_threads_test vyrnclient_memory_test vyrnclient_simulator_work_test model_test simulator_model_test""".split()
 OUTER = "plugin_arguments_test plugin_instance_table_test plugin_loading_test plugin_items_test".split()
 OVER_THE_WIRE = """wire_sensor_manager_test wire_suite_test wire_connect_test wire_missing_items_test
     wire_subscription_test wire_values_test wire_mute_test wire_ending_test wire_newest_value_test wire_flood_test""".split()

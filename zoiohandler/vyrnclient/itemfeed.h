@@ -5,8 +5,9 @@
 // outlive the instance for a while: the thread co-owns the feed, and the host's callbacks lie behind a gate
 // that closes with the instance.
 //
-// Threads: one at a time, under the instance lock; Sensor and IsRunning from any. Owner: shared by the
-// instance and its monitor thread. Everything in it is set once, before the monitor thread starts.
+// Threads: one at a time, under the instance lock; Sensor from any. Owner: shared by the
+// instance and its monitor thread. Its ways in and out are set once, before the monitor thread starts; what it remembers
+// changes under the instance lock.
 #pragma once
 
 #include <atomic>
