@@ -96,8 +96,7 @@ void qThreadObject::Run() {
 qStatus qThreadObject::Join(std::uint64_t timeout, int* code) {
   std::unique_lock guard(mutex);
   if (state != State::Idle) {
-    wake = true;
-    changed.notify_all();
+    wakeUp.Wake();
     const auto over = [this] { return state == State::Ended || state == State::Joined; };
     if (!qApi::WaitFor(changed, guard, timeout, over)) {
       return qStatus_TimeOut;
@@ -121,8 +120,7 @@ qStatus qThreadObject::Join(std::uint64_t timeout, int* code) {
 }
 
 void qThreadObject::Sleep(std::uint64_t duration) {
-  std::unique_lock guard(mutex);
-  qApi::WaitFor(changed, guard, duration, [this] { return wake; });
+  wakeUp.Sleep(duration);
 }
 
 void qThreadObject::Release() {
@@ -151,9 +149,7 @@ void qThreadObject::JoinAtLast() {
 }
 
 void qThreadObject::Wake() {
-  const std::lock_guard guard(mutex);
-  wake = true;
-  changed.notify_all();
+  wakeUp.Wake();
 }
 
 std::string qApi::CurrentThreadName() {

@@ -2,8 +2,8 @@
 //
 // Threads: any. Owner: its references (the handle, and the running thread itself); the handle's reference
 // passes to the stragglers when the handle is destroyed before the thread was joined. Invariants: (1) thread
-// is joinable exactly from a successful Start until a join took it, and is never detached; (2) once wake is
-// set it stays set. Lock: mutex, a leaf, never held while the body runs.
+// is joinable exactly from a successful Start until a join took it, and is never detached; (2) what was
+// woken once does not sleep any more. Lock: mutex, a leaf, never held while the body runs.
 #pragma once
 
 #include <atomic>
@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "qapi/thread.h"
+#include "qapi/wakeup.h"
 
 struct qThreadObject {
  public:
@@ -49,12 +50,12 @@ struct qThreadObject {
 
   std::atomic<int> references{1};
   std::mutex mutex;
-  std::condition_variable changed;  // state or wake
+  std::condition_variable changed;  // state
   State state = State::Idle;
-  bool wake = false;
   int exitCode = 0;
   std::string name;
   std::thread thread;
+  qApi::WakeUp wakeUp;
   qThreadBody body = nullptr;
   void* argument = nullptr;
 };
