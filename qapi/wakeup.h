@@ -2,7 +2,7 @@
 //
 // Threads: one sleeps, any wakes it. Owner: the thread's object. Not a condition variable: glibc leaves the mutex of one
 // by a system call whenever a wait has ended, and that call takes the longer the more threads of the process sleep.
-// With a thousand instances it was more than half of all that they cost.
+// With a thousand instances it was nearly half of all that they cost.
 #pragma once
 
 #include <semaphore.h>
@@ -46,7 +46,7 @@ class WakeUp {
   }
 
  private:
-  sem_t woken;  // above 0 from the first wake on
+  sem_t woken;  // above 0 from the first wake on, but for the moment in which a sleep ends
 };
 
 }  // namespace qApi

@@ -177,8 +177,8 @@ int WriteItem(const char* itemName, const ioDataValue* value, int ignored, void*
  * results     count words, written by the call: for each name a kind code (0 to 5; 2 for a new item), or 6 when
  *             it failed.
  * Blocks for the sensor's answers: up to three requests for a new resource, at most about 3 s each.
- * The first value comes within 100 ms; within an interval when that has begun, with its first batch, even one that left
- * no item in it, and has not ended, with an UnsubscribeItems that found it without any.
+ * The first value comes within 100 ms, or within an interval where that has begun already: it begins with its first
+ * batch, even if that leaves no item in it, and ends when an UnsubscribeItems finds it without any.
  * An item that the sensor does not know yet is delivered once as enumtype_invalid, and its values from when they
  * appear; one that is known (a simulated one always is) on every tick, as enumtype_invalid until it has a value. Subscribing one item twice takes two unsubscribes to end its stream on the sensor.
  * Returns 0, or 1 if any name failed or the batch ended at a null one, and then results tell how far it came; also 1,

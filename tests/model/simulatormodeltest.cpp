@@ -91,7 +91,7 @@ class SteppedSimulator {
 
   ZoJson Answer(const Verb& step) {
     const ZoJson payload = ZoJson::ParseString(step.payload.Text());
-    const auto start = [this](bool on) {
+    const auto switched = [this](bool on) {
       on ? simulator.Start() : simulator.Stop();
       return ZoJson();
     };
@@ -105,8 +105,8 @@ class SteppedSimulator {
         {"StopStream", [&] { return simulator.StopStream(step.uri, true); }},
         {"Subscribe", [&] { return simulator.Subscribe(step.uri, true); }},
         {"Unsubscribe", [&] { return simulator.Unsubscribe(step.uri, true); }},
-        {"Start", [&] { return start(true); }},
-        {"Stop", [&] { return start(false); }},
+        {"Start", [&] { return switched(true); }},
+        {"Stop", [&] { return switched(false); }},
         {"IsRunning", [&] { return ZoJson::Of(simulator.IsRunning()); }},
         {"IsConnected", [&] { return ZoJson::Of(simulator.IsConnected()); }}};
     return verbs.at(step.name)();

@@ -94,7 +94,8 @@ TEST(Loading, UnloadingDestroysLiveInstancesOneAfterTheOther) {
   std::set<const Recorder*> gone;
   for (std::size_t i = 0; i < order.size(); i += 6) {
     EXPECT_TRUE(gone.insert(order[i]).second);
-    EXPECT_EQ(std::count(order.begin() + i, order.begin() + i + 6, order[i]), 6);
+    const auto first = order.begin() + static_cast<std::ptrdiff_t>(i);
+    EXPECT_EQ(std::count(first, first + 6, order[i]), 6);
   }
   for (const Recorder& host : hosts) {
     ASSERT_EQ(host.Size(), 6u);

@@ -10,6 +10,7 @@
 #include <future>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "qapi/library.h"
@@ -119,6 +120,31 @@ TEST_F(ThreadTest, JoinOfItselfIsADeadlock) {
     return 0;
   });
   EXPECT_EQ(Join(), qStatus_Success);
+}
+
+// A profiler's, say.
+TEST_F(ThreadTest, SignalHandlerDoesNotEndASleep) {
+  struct sigaction before {};
+  struct sigaction handled {};
+  handled.sa_handler = [](int) {};  // without SA_RESTART, so that the wait itself is cut short
+  ASSERT_EQ(::sigaction(SIGPROF, &handled, &before), 0);
+  std::promise<pthread_t> sleeper;
+  std::atomic<bool> over = false;
+  Start([&] {
+    sleeper.set_value(::pthread_self());
+    const Stopwatch watch;
+    EXPECT_EQ(qThread_Sleep(50'000), qStatus_Success);
+    EXPECT_GE(watch.Elapsed(), std::chrono::milliseconds(50));
+    over = true;
+    return 0;
+  });
+  const pthread_t thread = sleeper.get_future().get();
+  while (!over) {
+    ::pthread_kill(thread, SIGPROF);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(Join(), qStatus_Success);
+  EXPECT_EQ(::sigaction(SIGPROF, &before, nullptr), 0);
 }
 
 TEST_F(ThreadTest, JoinWakesASleepingThread) {

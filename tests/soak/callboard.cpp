@@ -115,7 +115,7 @@ std::vector<std::string> CallBoard::Stuck(Clock::time_point now) {
       continue;
     }
     // One call runs at a time. So one of them ends within the longest time of one, and each behind all the
-    // others at the latest: whoever waits is next.
+    // others, unless one is overtaken now and then on its way to the queue.
     const bool noneEnds = now - std::max(since, ended) > longest;
     if (noneEnds || now - since > longest * static_cast<int>(seats.size() + 1)) {
       seat.reported = true;

@@ -219,7 +219,7 @@ TEST_F(MonitorPass, RemovedItemLeavesTheGroupsThatHaveOthers) {
 TEST_F(MonitorPass, RemovedItemTakesAGroupThatNeverHadAnItemWithIt) {
   Group(1s, "/r#/a");
   Group(2s, "/r#/b");
-  serving.GetSubscriptionGroup(3s);
+  NextTick(3s);  // makes the group
   Remove("/r#/b");
   EXPECT_THAT(Intervals(), ElementsAre(1s));
 }
