@@ -1701,14 +1701,6 @@ TEST_F(Unheard, StopOfAGrantedStreamThatHadEndedByItselfSucceeds) {
   EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
 }
 
-TEST_F(Unheard, StopOfAGrantedStreamSucceedsThoughItsAnswerHasNoStatus) {
-  GrantOther();
-  const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");
-  Sent();
-  Receive("{\"id\":2,\"payload\":1}");
-  EXPECT_EQ(Outcome(stop), "{\"status\":1,\"uri\":\"/other\"}");
-}
-
 TEST_F(Unheard, StopThatCannotBeSentInTimeIsSentLater) {
   GrantOther();
   const Pending stop = Ask(ZoRequestMethod_StopStream, "/other");

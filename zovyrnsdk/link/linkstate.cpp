@@ -374,9 +374,8 @@ void LinkState::AnswerCaller(const Entry& entry, Incoming message, Time now) {
   if (!pending) {
     return;
   }
-  if (entry.ends && status == 0) {
-    // What was granted ended by itself, with its resource, or the sensor does not say how it ended. The stop is as good as
-    // any, and not one of what was never there.
+  if (entry.ends && bare) {
+    // What was granted ended by itself, with its resource. The stop is as good as any, and not one of what was never there.
     pending->Answer(ZoRequestResponse(LocalAnswer(1, entry.uri, std::string()), arrival));
   } else if (status == 0 && !bare) {
     pending->Fail("The sensor's answer carries no status.");
