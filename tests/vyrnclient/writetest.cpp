@@ -37,17 +37,13 @@ class Write : public FakeInstanceTest {
     return bodies;
   }
 
-  // What a look at the cache brings. It is made in a log line, which is where a test comes under the instance lock: the
-  // monitor works beside.
+  // What a look at the cache brings. It is made in the callback of another item's read, which is where a test comes under
+  // the instance lock: the monitor works beside.
   xhmi::variant_value Refreshed(ZoIO::ItemInfo& item) {
     xhmi::variant_value value;
-    recorder.OnLog([&](const Entry& entry) {
-      if (entry.message.starts_with("Reading item ")) {
-        value = client->UpdateItemFromCache(item);
-      }
-    });
-    EXPECT_EQ(client->Read("/none#/a"), 1);
-    recorder.OnLog({});
+    recorder.OnValue([&](const Entry&) { value = client->UpdateItemFromCache(item); });
+    EXPECT_EQ(client->Read("/r#/a"), 0);
+    recorder.OnValue({});
     return value;
   }
 
