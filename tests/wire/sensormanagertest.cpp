@@ -42,11 +42,15 @@ TEST_F(SensorManagerTest, EachVerbThatLogsNoFailureGivesAnEmptyDocumentAndNoLine
   }
 }
 
-// What it says, and not what an answer that never came gives.
-TEST_F(SensorManagerTest, EachVerbThatTheSensorRefusesGivesItsErrorDocumentWithoutALine) {
+void RefuseEverything(FakeSensor& sensor) {
   sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
     peer.Send(FakeSensor::Answer(request, R"("status":-403,"payload":null,"error":"not for you")"));
   });
+}
+
+// What it says, and not what an answer that never came gives.
+TEST_F(SensorManagerTest, EachVerbThatTheSensorRefusesGivesItsErrorDocumentWithoutALine) {
+  RefuseEverything(sensor);
   const auto manager = Make(sensor.Port());
   recorder.Clear();
   for (const Verb& verb : verbs) {
@@ -61,9 +65,7 @@ TEST_F(SensorManagerTest, EachVerbThatTheSensorRefusesGivesItsErrorDocumentWitho
 
 // Only a sensor that is offline is kept quiet about.
 TEST_F(SensorManagerTest, EachVerbThatTheSensorRefusesGivesTheSameWhetherFailuresAreLoggedOrNot) {
-  sensor.SetResponder([](FakePeer& peer, const FakeRequest& request) {
-    peer.Send(FakeSensor::Answer(request, R"("status":-403,"payload":null,"error":"not for you")"));
-  });
+  RefuseEverything(sensor);
   const auto manager = Make(sensor.Port());
   recorder.Clear();
   for (const Verb& verb : verbs) {
