@@ -1,0 +1,62 @@
+// Entering and leaving a lock beside the standard library's mutexes, alone and with a second thread that wants it too.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <mutex>
+#include <shared_mutex>
+
+#include "zoapi/threads/locker.h"
+
+namespace {
+
+class OurLock {
+ public:
+  OurLock() { qLock_Construct(lock.Out(), "bench", 0); }
+  template <typename Work>
+  void Do(Work work) {
+    const Zo::Locker held(lock);
+    work();
+  }
+
+ private:
+  Zo::Lock lock;
+};
+
+template <typename Mutex>
+class StandardLock {
+ public:
+  template <typename Work>
+  void Do(Work work) {
+    const std::lock_guard held(mutex);
+    work();
+  }
+
+ private:
+  Mutex mutex;
+};
+
+// Each thread counts under the lock. Of several threads each takes a turn: those that come back too soon wait.
+template <typename Lock>
+void Counting(benchmark::State& state) {
+  static Lock* lock = nullptr;
+  static std::int64_t count = 0;
+  if (state.thread_index() == 0) {
+    lock = new Lock;
+    count = 0;
+  }
+  for (auto _ : state) {
+    lock->Do([] { benchmark::DoNotOptimize(++count); });
+  }
+  if (state.thread_index() == 0) {  // all threads have left the loop
+    if (count != state.iterations() * state.threads()) {
+      state.SkipWithError("lost count");
+    }
+    delete lock;
+  }
+}
+BENCHMARK(Counting<OurLock>)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(Counting<StandardLock<std::mutex>>)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(Counting<StandardLock<std::timed_mutex>>)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(Counting<StandardLock<std::shared_timed_mutex>>)->Threads(1)->Threads(2)->UseRealTime();
+
+}  // namespace
