@@ -25,7 +25,7 @@ void ParseAndFree(benchmark::State& state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(ZoJson::ParseString(text));
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 BENCHMARK(ParseAndFree);
 
@@ -47,7 +47,7 @@ void ParseAndFreeShaped(benchmark::State& state) {
     memory = std::size_t{1} << 30;
     benchmark::DoNotOptimize(ZoJson::ParseString(text, memory, shapes));
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 BENCHMARK(ParseAndFreeShaped);
 
@@ -74,7 +74,7 @@ void Copy(benchmark::State& state) {
     }
     benchmark::ClobberMemory();
   }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * copies.size()));
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(copies.size()));
 }
 BENCHMARK(Copy);
 
@@ -159,7 +159,7 @@ void SetMembersInSequence(benchmark::State& state) {
       return;
     }
   }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * members));
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(members));
 }
 BENCHMARK(SetMembersInSequence)->Arg(8)->Arg(100)->Arg(10000)->Arg(1000000);
 
@@ -181,7 +181,7 @@ void DrainFrontToBack(benchmark::State& state) {
       return;
     }
   }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * members));
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(members));
 }
 BENCHMARK(DrainFrontToBack)->Arg(100)->Arg(10000)->Arg(100000);
 

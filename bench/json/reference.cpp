@@ -18,7 +18,7 @@ void ParseAndFreeReference(benchmark::State& state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(boost::json::parse(text));
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
 void ParseAndFreeReferenceMonotonic(benchmark::State& state) {
@@ -34,7 +34,7 @@ void ParseAndFreeReferenceMonotonic(benchmark::State& state) {
     boost::json::monotonic_resource memory(buffer, sizeof buffer);
     benchmark::DoNotOptimize(boost::json::parse(text, &memory));
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
 void PrintReference(benchmark::State& state) {

@@ -1,6 +1,7 @@
 // A message on its way in, beside its text parsed alone, and a request on its way out.
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <string>
 
 #include "bench/json/payload.h"
@@ -57,24 +58,27 @@ void ParseMessage(benchmark::State& state) {
 }
 BENCHMARK(ParseMessage);
 
-void Compose(benchmark::State& state, ZoRequestMethod method, const ZoJson* payload) {
+void Compose(benchmark::State& state, ZoRequestMethod method, const ZoJson* payload, const ZoJson& expected) {
   std::string text;
   for (auto _ : state) {
     text = ZoSdk::FinishRequest(17, ZoSdk::ComposeRequest(method, uri, payload).tail);
     benchmark::DoNotOptimize(text.data());
   }
-  const ZoJson request = ZoJson::ParseString(text);
-  if (request.At("/uri") != ZoJson::Of(uri) || request.HasKey("payload") != (payload != nullptr)) {
+  if (ZoJson::ParseString(text) != expected) {
     state.SkipWithError("not the request");
   }
 }
 void ComposeRead(benchmark::State& state) {
-  Compose(state, ZoRequestMethod_Read, nullptr);
+  Compose(state, ZoRequestMethod_Read, nullptr,
+          ZoJson::ParseString(R"({"id":17,"method":"read","uri":")" + uri + "\"}"));
 }
 BENCHMARK(ComposeRead);
 void ComposeUpdate(benchmark::State& state) {
-  const ZoJson payload = ZoJson::ParseString(R"({"measurements":{"tag0000001":12.5}})");
-  Compose(state, ZoRequestMethod_Update, &payload);
+  const std::string value = R"({"measurements":{"tag0000001":12.5}})";
+  const ZoJson payload = ZoJson::ParseString(value);
+  Compose(
+      state, ZoRequestMethod_Update, &payload,
+      ZoJson::ParseString(R"({"id":17,"method":"update","uri":")" + uri + R"(","payload":)" + value + "}"));
 }
 BENCHMARK(ComposeUpdate);
 

@@ -355,4 +355,12 @@ TEST(ParseBudget, RefusesWhatCostsMoreAndLeavesTheLimitAsItIs) {
       try { ZoJson::ParseString("[1", memory); } catch (const ZoJsonTooLarge&) { FAIL(); }, ZoJsonError);
 }
 
+TEST(ParseBudget, ExponentThatNeedsACopyOfTheTextIsTooLargeWhereThereIsNoRoomForIt) {
+  const std::string text = "[1e-99999999999" + std::string(1000, ' ') + "]";
+  std::size_t memory = text.size() - 1;
+  EXPECT_THROW(ZoJson::ParseString(text, memory), ZoJsonTooLarge);
+  memory = 2 * text.size() + 1000;
+  EXPECT_EQ(ZoJson::ParseString(text, memory).At("/0").Get<double>(), 0.0);
+}
+
 }  // namespace

@@ -360,6 +360,17 @@ TEST(Restorer, RefusalEndsTheLatestOfSeveralUnheardRequests) {
   EXPECT_EQ(restorer.Size(), 0U);
 }
 
+TEST(Restorer, LaterRefusalOfACallersRequestEndsAWishAndAnEarlierDoesNot) {
+  Restorer restorer;
+  restorer.Forget(streamA, 1);
+  restorer.Granted(streamA, 5);
+  restorer.Forget(streamA, 4);
+  restorer.Forget(streamB, 6);
+  EXPECT_EQ(restorer.Size(), 1U);
+  restorer.Forget(streamA, 6);
+  EXPECT_EQ(restorer.Size(), 0U);
+}
+
 TEST(Restorer, CancellingTellsWhetherTheSensorMustBeTold) {
   Restorer restorer;
   EXPECT_EQ(restorer.Cancel(streamA), Restorer::Cancelled::Nothing);
@@ -491,6 +502,17 @@ TEST(Watchdog, TwoUnansweredRequestsInARowAskForASignWithinASecond) {
   EXPECT_EQ(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
   dog.AnswerArrived();
   EXPECT_NE(dog.Step(start + seconds(1)), Watchdog::Verdict::Mute);
+}
+
+TEST(Watchdog, AnswerAboutItselfThatNobodyCouldHearIsNotMissed) {
+  Watchdog dog;
+  dog.SessionOpened(start);
+  dog.RequestUnanswered();
+  EXPECT_TRUE(dog.RequestUnanswered());
+  dog.HealthAsked(start);
+  dog.Deaf(seconds(10), start + seconds(10));
+  EXPECT_NE(dog.Step(start + milliseconds(10999)), Watchdog::Verdict::Mute);
+  EXPECT_EQ(dog.Step(start + seconds(11)), Watchdog::Verdict::Mute);
 }
 
 TEST(Watchdog, AnswerAboutItselfMayWaitBehindAMessageThatGrows) {

@@ -157,6 +157,7 @@ void MeasureBare(Bench& bench) {
     Place(Widest(), {sensor.Pid()});
     Instance instance(bench.First(), sensor.Port());
     instance.Read("/r000#/v000");
+    Check(instance.Count().values == 1 && instance.Count().invalid == 0, "the sensor cannot be read");
     const int seconds = bench.options.quick ? 1 : 4;
     Series series;
     for (int i = 0; i < 5; ++i) {

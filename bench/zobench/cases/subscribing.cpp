@@ -63,6 +63,7 @@ Costs MeasureOnce(const Plugin& plugin, const ScriptedSensor& sensor, const List
   start = Now();
   instance.Unsubscribe(lists.names);
   costs.away = (Now() - start) * unit;
+  Check(sensor.Record().requests == requests, "a resource is not streamed any more");
   start = Now();
   instance.Subscribe(lists.names, Never);
   costs.again = (Now() - start) * unit;
