@@ -2,7 +2,8 @@
  *
  * This header is all that a host needs. It compiles as C11 and as C++20. The plug-in is a dynamic library that
  * exports exactly the eight functions at the end of this page, under their plain names; a host loads it at run
- * time (dlopen / dlsym) and talks to one or more sensors through it. examples/minimal_host.c is a complete host.
+ * time (dlopen / dlsym; ours is ZoIoHandler.so) and talks to one or more sensors through it. examples/minimal_host.c is a
+ * complete host.
  *
  * Threads
  *   [any]       may be called from any thread, also from several at once. All eight exports are [any]. One
@@ -21,7 +22,8 @@
  * refusal is silent: a null pointer, a sensor that is not connected, an item that the sensor does not have (only its
  * first use leaves a warning), a type that cannot be written, an unknown method or arguments that are no JSON object;
  * so is an instance that could not be made. So is a link that is lost and comes back: meanwhile calls give 1 and
- * subscriptions repeat their last values, with status 0. A null pointer argument is always refused with 1 and nothing
+ * subscriptions repeat their last values, with status 0. To notice it call ReadItem now and then: an item that could be
+ * read before gives 1 then. A null pointer argument is always refused with 1 and nothing
  * is done (the opaque callToken and the ignored arguments may be null; a null name inside a SubscribeItems batch has
  * its own rule).
  *
@@ -59,7 +61,7 @@ typedef struct ioDataValue {
   uint32_t type;    /* an enumtype */
   uint32_t padding; /* not used */
   union {
-    const char* text; /* enumtype_string, enumtype_invalid */
+    const char* text; /* enumtype_string, enumtype_invalid: never null in what the plug-in delivers */
     uint8_t boolean;  /* enumtype_bool: 0 or 1 from the plug-in. In WriteItem the whole 64-bit field counts:
                            clear it before setting this byte. */
     int64_t int64;    /* enumtype_int64 */
@@ -71,7 +73,7 @@ typedef struct ioDataValue {
 } ioDataValue;
 
 /* [callback] A value of an item: the answer to ReadItem (before it returns), or the update of a subscription (on
- * the instance's monitor thread). itemName is the name as the host gave it; value, and the text it may point to,
+ * the instance's monitor thread, those of one interval in the order of their names). itemName is the name as the host gave it; value, and the text it may point to,
  * belong to the plug-in and are valid during the call; context is the host's own. An instance lock is held during
  * the call, so a slow callback delays this instance's other work. */
 typedef void (*ioItemValueCallback)(const char* itemName, const ioDataValue* value, void* context);
@@ -124,7 +126,9 @@ typedef struct ioInfo {
 /* The exports. Each has a matching function-pointer type, named after it, for dlsym. */
 
 /* [any] Makes an instance and starts it.
- * address     "simulator" (exactly so) for the built-in simulator, else the IPv4 or IPv6 address of a sensor.
+ * address     "simulator" (exactly so) for the built-in simulator, else the IPv4 or IPv6 address of a sensor. The
+ *             simulator has every item: "int", "float", "bool" or "string" in its name says of what kind it is, any other
+ *             counts like "int", and its value changes once a second.
  * controlPort the sensor's control port, usually 3600, in host byte order; not used by the simulator.
  * param       copied; see ioHandlerParam.
  * handleOut   receives the handle; not written on failure.
@@ -135,7 +139,8 @@ typedef struct ioInfo {
 int CreateIoInstance(const char* address, unsigned short controlPort, const ioHandlerParam* param,
                      void** handleOut);
 
-/* [any] Ends an instance: stops its threads, closes its connection, frees it. Usually takes milliseconds; a
+/* [any] Ends an instance: ends what it subscribed, stops its threads, closes its connection, frees it. No other thread may
+ * use the handle any more, not even wait in an export with it: it would find a dead one. Usually takes milliseconds; a
  * callback that does not return delays it by about a second for each thread that it blocks, then it goes on without
  * that thread. After the return no callback of this instance begins; one that is still running may finish.
  * Returns 0; 1 for a null handle. */
@@ -157,8 +162,8 @@ const ioInfo* GetIoInfo(void);
  * Returns 0 when a value was delivered: the sensor's; the one of before when the sensor did not answer (an error is
  * logged then) or has an object or an array in the item's place (no line); or enumtype_invalid, when the sensor refused
  * or the resource no longer holds the item. Returns 1 when
- * the item is not known to the sensor, or the sensor is not connected. A simulated item reads as enumtype_invalid,
- * since the simulator answers a read with the resource's name: subscribe it to see its values. */
+ * the item is not known to the sensor (or is null there), or the sensor is not connected. Most simulated items read as
+ * enumtype_invalid, since the simulator answers a read with the resource's name: subscribe them to see their values. */
 int ReadItem(const char* itemName, void* handle);
 
 /* [any] Writes one item. value is only read during the call; its type must be 0 to 4. ignored: any number.
@@ -174,13 +179,14 @@ int WriteItem(const char* itemName, const ioDataValue* value, int ignored, void*
  * count       of the names; with 0 or less nothing is subscribed, and the result is 0 (1 when the sensor is not connected).
  * itemNames   count names. At a null one the batch ends with 1: the names before it are subscribed, the results
  *             from there on are not written.
- * results     count words, written by the call: for each name a kind code (0 to 5; 2 for a new item), or 6 when
- *             it failed.
+ * results     count words, written by the call: for each name the kind of what holds its value, which is 2 for a new item
+ *             and 0 once it has held a string (no other value changes it), or 6 when it failed.
  * Blocks for the sensor's answers: up to three requests for a new resource, at most about 3 s each.
  * The first value comes within 100 ms, or within an interval where that has begun already: it begins with its first
  * batch, even if that leaves no item in it, and ends when an UnsubscribeItems finds it without any.
  * An item that the sensor does not know yet is delivered once as enumtype_invalid, and its values from when they
- * appear; one that is known (a simulated one always is) on every tick, as enumtype_invalid until it has a value. Subscribing one item twice takes two unsubscribes to end its stream on the sensor.
+ * appear; one that is known (a simulated one always is) on every tick, as enumtype_invalid until it has a value (a simulated one
+ * has it within a second or two). Subscribing one item twice takes two unsubscribes to end its stream on the sensor.
  * Returns 0, or 1 if any name failed or the batch ended at a null one, and then results tell how far it came; also 1,
  * with nothing written to results, when the sensor is not connected. So set them to a value of your own before. */
 int SubscribeItems(long long intervalMs, int count, const char* const* itemNames, int* results, void* handle);

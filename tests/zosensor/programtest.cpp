@@ -158,7 +158,12 @@ TEST(Program, AddressThatIsNoneIsExitStatusOne) {
 TEST(Program, UsageErrorsAreExitStatusTwo) {
   for (const auto& arguments : std::vector<std::vector<std::string>>{{"--prot", "0"},
                                                                      {"--port", "65536"},
+                                                                     {"--port", "-1"},
+                                                                     {"--port", "0x10"},
+                                                                     {"--port", ""},
                                                                      {"--port", "x"},
+                                                                     {"--seed", "-1"},
+                                                                     {"--seed", "18446744073709551616"},
                                                                      {"stray"},
                                                                      {"--log", "loud"},
                                                                      {"--fault", "lose=2"},

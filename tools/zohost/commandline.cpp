@@ -57,7 +57,8 @@ Examples:
 
 constexpr const char* watchEnd =
     R"help(On a terminal the items are shown as a table; q or Ctrl-C ends it. AGE is the time since the
-last update. Elsewhere, or with --format jsonl or csv, every update is a line of its own.
+plug-in's last update, which goes on with the last values while the sensor is away; TREND shows
+what changes. Elsewhere, or with --format jsonl or csv, every update is a line of its own.
 Durations are numbers with ms, s, min or h. The plug-in updates every 100ms at most.
 
 Examples:
@@ -68,12 +69,14 @@ Examples:
 
 constexpr const char* callEnd =
     R"help(METHOD is RunSensor, StopSensor, Read, Create, Update, Delete or Call. JSON is an object with
-"uri", and "args" where there is a payload: JSON text inside a string. The response is printed
-as it comes; its "data" is JSON text inside a string, too.
+"uri" and, but for RunSensor, StopSensor, Read and Delete, "args": JSON text inside a string,
+"null" for none. The response is printed as it comes; its "data" is JSON text inside a string,
+too. Whether the sensor refused RunSensor or StopSensor is in the log alone: --log warning.
 
 Examples:
   zohost call 192.168.0.20 RunSensor
   zohost call 192.168.0.20 Read '{"uri": "/motor"}'
+  zohost call 192.168.0.20 Call '{"uri": "/motor/reset", "args": "null"}'
   zohost call 192.168.0.20 Update '{"id": 1, "uri": "/motor", "args": "{\"speed\": 5}"}')help";
 
 constexpr const char* browseEnd =

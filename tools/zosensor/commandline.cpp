@@ -1,6 +1,10 @@
 #include "tools/zosensor/commandline.h"
 
+#include <charconv>
+#include <cstdint>
+#include <limits>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -9,6 +13,19 @@ namespace ZoSensor {
 namespace {
 
 constexpr int UsageError = 2;
+
+// Refuses signs, other bases and what does not fit, all of which the option's own reading would bend into some number.
+CLI::Validator WholeNumber(std::uint64_t most) {
+  return {[most](const std::string& text) {
+            std::uint64_t number = 0;
+            const char* const end = text.data() + text.size();
+            const auto [at, error] = std::from_chars(text.data(), end, number);
+            return error == std::errc() && at == end && number <= most
+                       ? std::string()
+                       : "\"" + text + "\" is no whole number from 0 to " + std::to_string(most);
+          },
+          ""};
+}
 
 void AddLimits(CLI::App& app, Limits& limits) {
   const std::string group = "Limits";
@@ -58,11 +75,14 @@ std::variant<CommandLine, int> ParseCommandLine(int argc, const char* const* arg
   CLI::App app("zosensor: a sensor for the desk, which can also misbehave on purpose", "zosensor");
   app.set_version_flag("--version", "zosensor " ZOSENSOR_VERSION);
   app.add_option("--address", line.server.address, "IP address to listen on")->capture_default_str();
-  app.add_option("--port", line.server.port, "TCP port; 0 picks a free one")->capture_default_str();
+  app.add_option("--port", line.server.port, "TCP port; 0 picks a free one")
+      ->check(WholeNumber(std::numeric_limits<std::uint16_t>::max()))
+      ->capture_default_str();
   app.add_option("--resources", line.resourceFile,
                  "JSON file with the resources to serve, instead of the demo");
   app.add_flag("--print-resources", line.printResources, "Print the demo's resource file and exit");
   app.add_option("--seed", line.server.seed, "Makes random values and faults repeatable")
+      ->check(WholeNumber(std::numeric_limits<std::uint64_t>::max()))
       ->capture_default_str();
   app.add_option("--log", level, "What is said on stderr: off, error, warning, info or debug")
       ->check(CLI::IsMember({"off", "error", "warning", "info", "debug"}))
@@ -83,7 +103,7 @@ std::variant<CommandLine, int> ParseCommandLine(int argc, const char* const* arg
     std::string objection;
     const auto next = line.server.faults.With(fault, objection);
     if (!next) {
-      err << "--fault " << fault << ": " << objection << "\n";
+      err << "zosensor: --fault " << fault << ": " << objection << "\n";
       return UsageError;
     }
     line.server.faults = *next;
